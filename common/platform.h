@@ -47,6 +47,11 @@ void DebuggerOutput(const char* text);
 // never alters the file. Returns null on failure.
 std::FILE* OpenDenyWrite(const char* path, bool truncate);
 
+// Writes `length` bytes at `offset` of an open stream and hands them to the operating system at
+// once (the effect of fseek, fwrite and fflush). The stream must not hold unwritten data. Returns
+// the number of bytes written.
+size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length);
+
 // DeleteFileA / MoveFileA. The move fails when the destination exists on Windows; callers delete
 // the destination first.
 bool DeleteFilePath(const char* path);

@@ -77,6 +77,20 @@ std::FILE* OpenDenyWrite(const char* path, bool truncate) {
   return stream;
 }
 
+size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length) {
+  // One system call at the right offset: the stream's own buffer is bypassed.
+  int fd = fileno(stream);
+  const char* p = static_cast<const char*>(data);
+  size_t done = 0;
+  while (done < length) {
+    ssize_t n = pwrite(fd, p + done, length - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return done;
+}
+
 bool DeleteFilePath(const char* path) { return unlink(path) == 0; }
 
 bool MoveFilePath(const char* from, const char* to) {

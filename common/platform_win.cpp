@@ -53,6 +53,13 @@ std::FILE* OpenDenyWrite(const char* path, bool truncate) {
   return _fsopen(path, truncate ? "w+b" : "r+b", _SH_DENYWR);
 }
 
+size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length) {
+  if (_fseeki64(stream, static_cast<__int64>(offset), SEEK_SET) != 0) return 0;
+  size_t written = std::fwrite(data, 1, length, stream);
+  std::fflush(stream);
+  return written;
+}
+
 bool DeleteFilePath(const char* path) { return DeleteFileA(path) != 0; }
 
 bool MoveFilePath(const char* from, const char* to) { return MoveFileA(from, to) != 0; }

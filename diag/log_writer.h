@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "common/platform.h"
 #include "diag/debug_trace.h"
@@ -71,6 +72,11 @@ class CLogWriter {
   uint8_t m_nDropPercent;
   uint8_t m_bEncipher;
   LogTrailer m_trailer;
+  // The file's real length, which the size above does not always match (a file that began empty
+  // stays a trailer longer): it tells where the next record goes.
+  uint32_t m_nFileLength = 0;
+  // Header, body and trailer of the record being written, kept to spare an allocation per record.
+  std::vector<uint8_t> m_record;
 };
 
 // The process-wide writer. It starts closed; nothing is logged until a caller opens it.
