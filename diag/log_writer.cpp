@@ -22,10 +22,12 @@ uint32_t StreamLength(std::FILE* stream) {
 }
 
 // Reads the log sequentially in large blocks and hands out exact byte counts, so that compaction
-// walks record headers without a system call per record.
+// walks record headers without a system call per record. Once copying has begun, every byte read
+// also goes to the output, in one write per block rather than one per record.
 class BlockReader {
  public:
   explicit BlockReader(std::FILE* in) : m_in(in), m_buffer(1 << 20) {}
+  ~BlockReader() { FlushCopy(); }
 
   // Reads exactly `length` bytes; false at the end of the file.
   bool Read(void* out, size_t length) {
@@ -40,21 +42,31 @@ class BlockReader {
     return true;
   }
 
-  // Passes over `length` bytes, writing them to `out` when it is not null. False when the file
-  // ends first.
-  bool Pass(size_t length, std::FILE* out) {
+  // Passes over `length` bytes; false when the file ends first.
+  bool Skip(size_t length) {
     while (length > 0) {
       if (m_pos == m_end && !Fill()) return false;
-      size_t n = Take(length);
-      if (out != nullptr) std::fwrite(m_buffer.data() + m_pos - n, 1, n, out);
-      length -= n;
+      length -= Take(length);
     }
     return true;
   }
 
+  // From here on, everything read is also written to `out`.
+  void StartCopying(std::FILE* out) {
+    m_out = out;
+    m_copyFrom = m_pos;
+  }
+
  private:
+  void FlushCopy() {
+    if (m_out != nullptr && m_pos > m_copyFrom) {
+      std::fwrite(m_buffer.data() + m_copyFrom, 1, m_pos - m_copyFrom, m_out);
+    }
+    m_copyFrom = m_pos;
+  }
   bool Fill() {
-    m_pos = 0;
+    FlushCopy();
+    m_pos = m_copyFrom = 0;
     m_end = std::fread(m_buffer.data(), 1, m_buffer.size(), m_in);
     return m_end > 0;
   }
@@ -68,6 +80,8 @@ class BlockReader {
   std::vector<uint8_t> m_buffer;
   size_t m_pos = 0;
   size_t m_end = 0;
+  std::FILE* m_out = nullptr;
+  size_t m_copyFrom = 0;
 };
 
 }  // namespace
@@ -137,6 +151,7 @@ bool CLogWriter::OpenFile() {
     bool complete = std::fread(&read, 1, kTrailerSize, m_pStream) == kTrailerSize;
     if (complete && read.magic == kLogTrailerMagic) {
       m_trailer = read;
+      m_keySchedules.clear();
       std::fseek(m_pStream, static_cast<long>(m_nSize - kTrailerSize), SEEK_SET);
       return true;
     }
@@ -177,6 +192,7 @@ void CLogWriter::InitTrailer() {
   // Reseeds the generator of the whole process, as every new trailer does.
   std::srand(static_cast<unsigned>(std::time(nullptr)));
   std::memset(&m_trailer, 0, sizeof m_trailer);
+  m_keySchedules.clear();
   m_trailer.keyCount = kLogKeyCount;
   m_trailer.magic = kLogTrailerMagic;
   m_trailer.stampMonth = month;
@@ -207,10 +223,16 @@ bool CLogWriter::Write(uint8_t level, const void* data, uint32_t length, uint8_t
   uint8_t* body = m_record.data() + kHeaderSize;
   if (length > 0) std::memcpy(body, data, length);
   if (m_bEncipher) {
-    uint8_t key[4];
-    const uint32_t value = m_trailer.keys[header.keyIndex];
-    for (int i = 0; i < 4; ++i) key[i] = static_cast<uint8_t>(value >> (8 * i));
-    Rc4Cipher::Transform(key, sizeof key, body, length);
+    if (m_keySchedules.empty()) {
+      for (int k = 0; k < kLogKeyCount; ++k) {
+        uint8_t key[4];
+        const uint32_t value = m_trailer.keys[k];
+        for (int i = 0; i < 4; ++i) key[i] = static_cast<uint8_t>(value >> (8 * i));
+        m_keySchedules.emplace_back(key, sizeof key);
+      }
+    }
+    Rc4Cipher cipher = m_keySchedules[header.keyIndex];
+    cipher.Apply(body, length);
   } else {
     header.keyIndex = kLogPlainBody;
   }
@@ -283,18 +305,18 @@ void CLogWriter::Compact() {
   const uint32_t count = m_trailer.recordCount;
   const uint32_t drop = static_cast<uint32_t>(m_nDropPercent * count) / 100u;
 
-  BlockReader reader(log);
-  LogRecordHeader header;
-  bool more = true;
-  for (uint32_t i = 0; more && i < drop; ++i) {
-    more = reader.Read(&header, kHeaderSize) && reader.Pass(header.length, nullptr);
-  }
-  const uint32_t keep = count - drop;
-  for (uint32_t i = 0; more && i < keep; ++i) {
-    more = reader.Read(&header, kHeaderSize);
-    if (more) {
-      std::fwrite(&header, 1, kHeaderSize, temp);
-      more = reader.Pass(header.length, temp);
+  {
+    // The oldest `drop` records are skipped, the next `count - drop` copied as they stand.
+    BlockReader reader(log);
+    LogRecordHeader header;
+    bool more = true;
+    for (uint32_t i = 0; more && i < drop; ++i) {
+      more = reader.Read(&header, kHeaderSize) && reader.Skip(header.length);
+    }
+    reader.StartCopying(temp);
+    const uint32_t keep = count - drop;
+    for (uint32_t i = 0; more && i < keep; ++i) {
+      more = reader.Read(&header, kHeaderSize) && reader.Skip(header.length);
     }
   }
   m_trailer.recordCount -= drop;  // keys and stamp stay, so enciphered records remain readable

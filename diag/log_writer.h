@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/platform.h"
+#include "common/rc4.h"
 #include "diag/debug_trace.h"
 #include "diag/log_format.h"
 
@@ -75,6 +76,9 @@ class CLogWriter {
   // The file's real length, which the size above does not always match (a file that began empty
   // stays a trailer longer): it tells where the next record goes.
   uint32_t m_nFileLength = 0;
+  // The cipher of each trailer key right after its key schedule, made when first needed and
+  // dropped whenever the trailer (and so the keys) changes.
+  std::vector<Rc4Cipher> m_keySchedules;
   // Header, body and trailer of the record being written, kept to spare an allocation per record.
   std::vector<uint8_t> m_record;
 };
