@@ -1,0 +1,388 @@
+#include "codec/base64.h"
+
+#include <array>
+#include <cstring>
+#include <functional>
+#include <typeinfo>
+
+namespace {
+
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Decode table values outside the alphabet.
+constexpr unsigned char kForeign = 254;  // any character that is not Base64
+constexpr unsigned char kPad = 255;      // "="
+
+#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && \
+    __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr bool kLittleEndian = false;
+#else
+constexpr bool kLittleEndian = true;
+#endif
+
+// The process-wide decode table: the six-bit value of every alphabet character, the same value
+// for that character with the high bit set, 255 for "=" (with or without the high bit) and 254
+// for everything else. It is a constant, so there is nothing to build and no race to lose.
+constexpr std::array<unsigned char, 256> MakeDecodeTable() {
+  std::array<unsigned char, 256> table{};
+  for (auto& entry : table) entry = kForeign;
+  for (int i = 0; i < 64; ++i) {
+    const unsigned char c = static_cast<unsigned char>(kAlphabet[i]);
+    table[c] = static_cast<unsigned char>(i);
+    table[c | 0x80] = static_cast<unsigned char>(i);
+  }
+  table['='] = kPad;
+  table['=' | 0x80] = kPad;
+  return table;
+}
+constexpr std::array<unsigned char, 256> kDecodeTable = MakeDecodeTable();
+
+// ---------------------------------------------------------------------------------------------
+// Tables of the direct path. They yield exactly what the group steps compute, only with fewer
+// operations: a group's three bytes are the OR of one entry per character.
+
+// Two characters for every 12-bit value, in memory order.
+constexpr std::array<uint16_t, 4096> MakePairTable() {
+  std::array<uint16_t, 4096> table{};
+  for (int n = 0; n < 4096; ++n) {
+    const uint16_t first = static_cast<unsigned char>(kAlphabet[n >> 6]);
+    const uint16_t second = static_cast<unsigned char>(kAlphabet[n & 63]);
+    table[n] = kLittleEndian ? uint16_t(first | (second << 8)) : uint16_t((first << 8) | second);
+  }
+  return table;
+}
+constexpr std::array<uint16_t, 4096> kPairTable = MakePairTable();
+
+// Places the three bytes of a group in a word so that storing the word in memory order puts
+// byte 0 first.
+constexpr uint32_t PlaceBytes(uint32_t b0, uint32_t b1, uint32_t b2) {
+  return kLittleEndian ? (b0 | (b1 << 8) | (b2 << 16)) : ((b0 << 24) | (b1 << 16) | (b2 << 8));
+}
+
+// The contribution of the character at position k of a full group. Positions 0 and 1 take the
+// table value as it is, positions 2 and 3 read "=" as 0, as the full-group rule has it.
+struct GroupTables {
+  std::array<uint32_t, 256> position[4];
+};
+constexpr GroupTables MakeGroupTables() {
+  GroupTables t{};
+  for (int c = 0; c < 256; ++c) {
+    const uint32_t v = kDecodeTable[c];
+    const uint32_t w = v == kPad ? 0 : v;
+    t.position[0][c] = PlaceBytes((v << 2) & 0xFF, 0, 0);
+    t.position[1][c] = PlaceBytes((v >> 4) & 3, (v << 4) & 0xFF, 0);
+    t.position[2][c] = PlaceBytes(0, (w >> 2) & 15, (w << 6) & 0xFF);
+    t.position[3][c] = PlaceBytes(0, 0, w & 63);
+  }
+  return t;
+}
+constexpr GroupTables kGroupTables = MakeGroupTables();
+
+// 1 for the characters IsSkipped accepts.
+constexpr std::array<unsigned char, 256> MakeSkipTable() {
+  std::array<unsigned char, 256> table{};
+  for (int c = 7; c <= 13; ++c) table[c] = 1;
+  table[32] = 1;
+  return table;
+}
+constexpr std::array<unsigned char, 256> kSkipTable = MakeSkipTable();
+
+// Whether any of the eight bytes of `x` is one IsSkipped accepts (7 to 13, or 32). The high bit of
+// each byte is set aside first, so the additions below never carry from one byte into the next.
+inline bool AnySkipped(uint64_t x) {
+  constexpr uint64_t kOnes = 0x0101010101010101ull;
+  constexpr uint64_t kHigh = 0x8080808080808080ull;
+  const uint64_t low = x & ~kHigh;
+  const uint64_t atLeast7 = low + (128 - 7) * kOnes;
+  const uint64_t atLeast14 = low + (128 - 14) * kOnes;
+  const uint64_t atLeast32 = low + (128 - 32) * kOnes;
+  const uint64_t atLeast33 = low + (128 - 33) * kOnes;
+  return (((atLeast7 & ~atLeast14) | (atLeast32 & ~atLeast33)) & ~x & kHigh) != 0;
+}
+
+// Makes room for `size` bytes the way the Prepare steps do, without clearing: the callers write
+// the front of the buffer and clear the rest themselves.
+template <typename T>
+void Reserve(T*& buffer, uint32_t& capacity, uint32_t size) {
+  if (capacity >= size) return;
+  delete[] buffer;
+  capacity = ((size >> 12) + 1) << 12;
+  buffer = new T[capacity];
+}
+
+template <typename T>
+void Prepare(T*& buffer, uint32_t& capacity, uint32_t& length, uint32_t size) {
+  if (size > Base64Coder::kMaxInput * 2) size = Base64Coder::kMaxInput * 2;
+  Reserve(buffer, capacity, size);
+  if (buffer != nullptr) std::memset(buffer, 0, capacity);
+  length = 0;
+}
+
+template <typename T>
+void ClearFrom(T* buffer, uint32_t capacity, uint32_t used) {
+  if (buffer != nullptr && used < capacity) std::memset(buffer + used, 0, capacity - used);
+}
+
+}  // namespace
+
+Base64Coder::Base64Coder()
+    : m_pData(nullptr),
+      m_pszText(nullptr),
+      m_nDataCapacity(0),
+      m_nTextCapacity(0),
+      m_nDataLength(0),
+      m_nTextLength(0) {}
+
+Base64Coder::~Base64Coder() {
+  delete[] m_pData;
+  delete[] m_pszText;
+}
+
+void Base64Coder::EncodeString(const char* text) {
+  if (text == nullptr) return;
+  const size_t length = std::strlen(text);
+  Encode(reinterpret_cast<const unsigned char*>(text),
+         length > kMaxInput ? kMaxInput : static_cast<uint32_t>(length));
+}
+
+void Base64Coder::DecodeString(const char* text) {
+  if (text == nullptr) return;
+  const size_t length = std::strlen(text);
+  Decode(text, length > kMaxInput ? kMaxInput : static_cast<uint32_t>(length));
+}
+
+unsigned char* Base64Coder::GetData() { return m_pData; }
+
+char* Base64Coder::GetText() { return m_pszText; }
+
+void Base64Coder::PrepareText(uint32_t size) {
+  Prepare(m_pszText, m_nTextCapacity, m_nTextLength, size);
+}
+
+void Base64Coder::PrepareData(uint32_t size) {
+  Prepare(m_pData, m_nDataCapacity, m_nDataLength, size);
+}
+
+void Base64Coder::FilterText(const char* text, uint32_t length) {
+  PrepareText(length);
+  for (uint32_t i = 0; i < length; ++i) {
+    if (!IsSkipped(text[i])) m_pszText[m_nTextLength++] = text[i];
+  }
+}
+
+void Base64Coder::SetData(const unsigned char* data, uint32_t length) {
+  PrepareData(length);
+  if (length != 0) std::memcpy(m_pData, data, length);
+  m_nDataLength = length;
+}
+
+void Base64Coder::EncodeGroup(const Base64Group& group, char* out) {
+  unsigned char values[4];
+  SplitGroup(values, group);
+  for (int k = 0; k < 4; ++k) out[k] = kAlphabet[values[k] & 63];
+  if (group.byCount == 1) out[2] = out[3] = '=';
+  if (group.byCount == 2) out[3] = '=';
+}
+
+int32_t Base64Coder::DecodeGroup(const Base64Group& group, unsigned char* out) {
+  unsigned char bytes[3];
+  JoinGroup(bytes, group);
+  int32_t count = 0;
+  for (int k = 0; k < 3; ++k) {
+    out[k] = bytes[k];
+    if (bytes[k] != kPad) ++count;
+  }
+  return count;
+}
+
+void Base64Coder::SplitGroup(unsigned char* out, const Base64Group& group) {
+  const unsigned b0 = group.byValues[0], b1 = group.byValues[1], b2 = group.byValues[2];
+  out[0] = static_cast<unsigned char>(b0 >> 2);
+  out[1] = static_cast<unsigned char>(((b0 << 4) | (b1 >> 4)) & 63);
+  out[2] = static_cast<unsigned char>(((b1 << 2) | (b2 >> 6)) & 63);
+  out[3] = static_cast<unsigned char>(b2 & 63);
+}
+
+void Base64Coder::JoinGroup(unsigned char* out, const Base64Group& group) {
+  const unsigned s0 = group.byValues[0], s1 = group.byValues[1], s2 = group.byValues[2],
+                 s3 = group.byValues[3];
+  out[0] = static_cast<unsigned char>((s0 << 2) | ((s1 >> 4) & 3));
+  out[1] = static_cast<unsigned char>((s1 << 4) | ((s2 >> 2) & 15));
+  out[2] = static_cast<unsigned char>((s2 << 6) | (s3 & 63));
+}
+
+bool Base64Coder::IsSkipped(char c) {
+  const unsigned char u = static_cast<unsigned char>(c);
+  return (u >= 7 && u <= 13) || u == 32;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Encoding and decoding through the steps. A derived class may have replaced any of them, so
+// each is reached through the virtual table.
+
+void Base64Coder::Encode(const unsigned char* data, uint32_t length) {
+  if (data == nullptr) length = 0;
+  if (length > kMaxInput) length = kMaxInput;
+  // A plain coder replaces no step and takes the direct path, unless the input lies in one of
+  // its own buffers: the steps clear those before reading, and the direct path keeps to that.
+  if (typeid(*this) == typeid(Base64Coder) && !Overlaps(data, length)) {
+    EncodeDirect(data, length);
+    return;
+  }
+  SetData(data, length);
+  PrepareText(2 * length);  // at least 4096 and thus room for 4 characters per 3 bytes
+  uint32_t i = 0;
+  for (; i + 3 <= length; i += 3) {
+    Base64Group group = {};
+    std::memcpy(group.byValues, m_pData + i, 3);
+    group.byCount = 3;
+    EncodeGroup(group, m_pszText + m_nTextLength);
+    m_nTextLength += 4;
+  }
+  if (i < length) {
+    Base64Group group = {};
+    std::memcpy(group.byValues, m_pData + i, length - i);
+    group.byCount = static_cast<unsigned char>(length - i);
+    EncodeGroup(group, m_pszText + m_nTextLength);
+    m_nTextLength += 4;
+  }
+}
+
+void Base64Coder::Decode(const char* text, uint32_t length) {
+  if (text == nullptr) length = 0;
+  if (length > kMaxInput) length = kMaxInput;
+  if (typeid(*this) == typeid(Base64Coder) && !Overlaps(text, length)) {
+    DecodeDirect(text, length);
+    return;
+  }
+  FilterText(text, length);
+  PrepareData(length);  // the unfiltered length: never less than the filtered one
+  uint32_t i = 0;
+  for (; i + 4 <= m_nTextLength; i += 4) {
+    Base64Group group = {};
+    for (int k = 0; k < 4; ++k) {
+      group.byValues[k] = kDecodeTable[static_cast<unsigned char>(m_pszText[i + k])];
+    }
+    // Only the last two positions may hold padding; the first two enter the arithmetic as they
+    // are.
+    if (group.byValues[2] == kPad) group.byValues[2] = 0;
+    if (group.byValues[3] == kPad) group.byValues[3] = 0;
+    group.byCount = 4;
+    DecodeGroup(group, m_pData + m_nDataLength);
+    m_nDataLength += 3;
+  }
+  if (i < m_nTextLength) {
+    Base64Group group = {};
+    for (uint32_t j = i; j < m_nTextLength; ++j) {
+      const unsigned char v = kDecodeTable[static_cast<unsigned char>(m_pszText[j])];
+      group.byValues[j - i] = v == kPad ? 0 : v;
+      ++group.byCount;
+    }
+    DecodeGroup(group, m_pData + m_nDataLength);
+    // The tail counts its characters, not the bytes they make.
+    m_nDataLength += m_nTextLength - i;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// The direct path of a plain Base64Coder: the same results, buffers and lengths as the steps
+// above, reached with table look-ups over whole groups. Each buffer is written at the front and
+// cleared behind, rather than cleared whole and then written.
+
+bool Base64Coder::Overlaps(const void* p, uint32_t length) const {
+  if (p == nullptr || length == 0) return false;
+  const std::less<const void*> before;
+  auto inside = [&](const void* buffer, uint32_t capacity) {
+    if (buffer == nullptr) return false;
+    const char* begin = static_cast<const char*>(buffer);
+    const char* first = static_cast<const char*>(p);
+    return before(first, begin + capacity) && before(begin, first + length);
+  };
+  return inside(m_pData, m_nDataCapacity) || inside(m_pszText, m_nTextCapacity);
+}
+
+void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
+  Reserve(m_pData, m_nDataCapacity, length);
+  Reserve(m_pszText, m_nTextCapacity, 2 * length);
+  const uint32_t whole = length / 3 * 3;
+  char* out = m_pszText;
+
+  // The copy and the encoding go chunk by chunk, so the encoding reads the copy from the cache.
+  constexpr uint32_t kChunk = 3 * 1024;
+  for (uint32_t start = 0; start < whole; start += kChunk) {
+    const uint32_t end = whole - start < kChunk ? whole : start + kChunk;
+    std::memcpy(m_pData + start, data + start, end - start);
+    const unsigned char* in = m_pData + start;
+    const unsigned char* const stop = m_pData + end;
+    for (; in != stop; in += 3, out += 4) {
+      const uint32_t n = (uint32_t(in[0]) << 16) | (uint32_t(in[1]) << 8) | in[2];
+      const uint16_t pairs[2] = {kPairTable[n >> 12], kPairTable[n & 0xFFF]};
+      std::memcpy(out, pairs, 4);
+    }
+  }
+  if (whole < length) {
+    std::memcpy(m_pData + whole, data + whole, length - whole);
+    Base64Group group = {};
+    std::memcpy(group.byValues, m_pData + whole, length - whole);
+    group.byCount = static_cast<unsigned char>(length - whole);
+    Base64Coder::EncodeGroup(group, out);
+    out += 4;
+  }
+  m_nDataLength = length;
+  m_nTextLength = static_cast<uint32_t>(out - m_pszText);
+  ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
+  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
+}
+
+void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
+  // Filter: whole words of eight characters without a skipped one are copied as they are.
+  Reserve(m_pszText, m_nTextCapacity, length);
+  char* out = m_pszText;
+  uint32_t i = 0;
+  for (; i + 8 <= length; i += 8) {
+    uint64_t word;
+    std::memcpy(&word, text + i, 8);
+    if (!AnySkipped(word)) {
+      std::memcpy(out, &word, 8);
+      out += 8;
+      continue;
+    }
+    for (uint32_t k = i; k < i + 8; ++k) {
+      const unsigned char c = static_cast<unsigned char>(text[k]);
+      *out = static_cast<char>(c);
+      out += 1 - kSkipTable[c];
+    }
+  }
+  for (; i < length; ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    if (!kSkipTable[c]) *out++ = static_cast<char>(c);
+  }
+  m_nTextLength = static_cast<uint32_t>(out - m_pszText);
+  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
+
+  // Whole groups. Each writes a fourth, zero byte that the next group overwrites; the buffer
+  // always has room for it, being larger than the unfiltered length.
+  Reserve(m_pData, m_nDataCapacity, length);
+  const unsigned char* in = reinterpret_cast<const unsigned char*>(m_pszText);
+  const unsigned char* const stop = in + m_nTextLength / 4 * 4;
+  unsigned char* bytes = m_pData;
+  for (; in != stop; in += 4, bytes += 3) {
+    const uint32_t word = kGroupTables.position[0][in[0]] | kGroupTables.position[1][in[1]] |
+                          kGroupTables.position[2][in[2]] | kGroupTables.position[3][in[3]];
+    std::memcpy(bytes, &word, 4);
+  }
+  m_nDataLength = static_cast<uint32_t>(bytes - m_pData);
+  const uint32_t tail = m_nTextLength % 4;
+  if (tail != 0) {
+    Base64Group group = {};
+    for (uint32_t j = 0; j < tail; ++j) {
+      const unsigned char v = kDecodeTable[in[j]];
+      group.byValues[j] = v == kPad ? 0 : v;
+      ++group.byCount;
+    }
+    Base64Coder::DecodeGroup(group, bytes);
+    m_nDataLength += tail;
+  }
+  // The tail wrote three bytes but counted fewer; the ones it did not count are zero.
+  ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
+}

@@ -1,0 +1,190 @@
+#include "codec/base64.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string Encoded(const std::string& bytes) {
+  Base64Coder coder;
+  coder.Encode(reinterpret_cast<const unsigned char*>(bytes.data()), uint32_t(bytes.size()));
+  EXPECT_EQ(coder.GetTextLength() % 4, 0u);
+  return coder.GetText() ? std::string(coder.GetText(), coder.GetTextLength()) : std::string();
+}
+
+// The decoded bytes, as many as the data length says.
+std::string Decoded(const std::string& text) {
+  Base64Coder coder;
+  coder.Decode(text.data(), uint32_t(text.size()));
+  return std::string(reinterpret_cast<const char*>(coder.GetData()), coder.GetDataLength());
+}
+
+// Derives without replacing anything, so it runs every step through the virtual table.
+struct StepwiseCoder : Base64Coder {
+  uint32_t TextCapacity() const { return m_nTextCapacity; }
+  uint32_t DataCapacity() const { return m_nDataCapacity; }
+};
+
+TEST(Base64Encode, Rfc4648Vectors) {
+  const char* const cases[][2] = {{"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},
+                                  {"foo", "Zm9v"},  {"foob", "Zm9vYg=="},  {"fooba", "Zm9vYmE="},
+                                  {"foobar", "Zm9vYmFy"}};
+  for (const auto& c : cases) EXPECT_EQ(Encoded(c[0]), c[1]);
+  EXPECT_EQ(Encoded(std::string("\0\xff\xfe", 3)), "AP/+");
+}
+
+TEST(Base64Encode, LongInputIsOneTerminatedLine) {
+  Base64Coder coder;
+  const std::string data(10000, '\n');
+  coder.EncodeString(data.c_str());
+  EXPECT_EQ(coder.GetTextLength(), 13336u);
+  EXPECT_EQ(std::strlen(coder.GetText()), 13336u);
+  EXPECT_EQ(std::string(coder.GetText(), 13332).find_first_not_of("CgoK"), std::string::npos);
+  EXPECT_STREQ(coder.GetText() + 13332, "Cg==");
+  EXPECT_EQ(coder.GetDataLength(), 10000u);
+  EXPECT_EQ(std::memcmp(coder.GetData(), data.data(), data.size()), 0);
+}
+
+TEST(Base64Encode, EmptyInputAllocatesNothingOrClears) {
+  Base64Coder fresh;
+  fresh.EncodeString("");
+  EXPECT_EQ(fresh.GetText(), nullptr);
+  EXPECT_EQ(fresh.GetTextLength(), 0u);
+
+  Base64Coder used;
+  used.EncodeString("foobar");
+  used.EncodeString("");
+  EXPECT_EQ(used.GetTextLength(), 0u);
+  EXPECT_EQ(std::string(used.GetText(), 8), std::string(8, '\0'));
+}
+
+TEST(Base64Decode, WhiteSpaceAnywhereIsSkipped) {
+  EXPECT_EQ(Decoded("Zm9v"), "foo");
+  EXPECT_EQ(Decoded(" Z\tm\r\n9\x0b\x0c v\x07\x08"), "foo");
+  Base64Coder coder;
+  coder.DecodeString("Zm9v\r\nYmFy\r\n");
+  EXPECT_STREQ(coder.GetText(), "Zm9vYmFy");  // the text buffer keeps the filtered input
+  EXPECT_EQ(coder.GetDataLength(), 6u);
+}
+
+TEST(Base64Decode, FinalGroupCountsAsCallersHaveAlwaysSeenIt) {
+  EXPECT_EQ(Decoded("Zg=="), std::string("f\0\0", 3));  // padding still counts three bytes
+  EXPECT_EQ(Decoded("Zm8="), std::string("fo\0", 3));
+  EXPECT_EQ(Decoded("Zg"), std::string("f\0", 2));      // an unpadded tail counts characters
+  EXPECT_EQ(Decoded("Zm8"), std::string("fo\0", 3));
+  EXPECT_EQ(Decoded("Zm9vZg"), std::string("foof\0", 5));
+  EXPECT_EQ(Decoded("Z"), "d");                           // even a lone character makes a byte
+  EXPECT_EQ(Decoded("Zg=\n"), std::string("f\0\0", 3));
+}
+
+TEST(Base64Decode, ForeignCharactersDecodeWithoutComplaint) {
+  EXPECT_EQ(Decoded("\xDAm9v"), "foo");  // "Z" with the high bit set
+  EXPECT_EQ(Decoded("Zm9\xF6"), "foo");
+  EXPECT_EQ(Decoded("Zm8\xBD"), std::string("fo\0", 3));  // "=" with the high bit set
+  // "*" is not skipped: it is a character of the value 254, whose low six bits end this group.
+  EXPECT_EQ(Decoded("Zm9*"), "fo~");
+  EXPECT_EQ(Decoded("Zm*v").size(), 3u);
+  // "=" in front is not padding but the value 255 in the arithmetic.
+  EXPECT_EQ(Decoded("=AAA"), std::string("\xFC\0\0", 3));
+  EXPECT_EQ(Decoded(std::string("Zm\0v", 4)).size(), 3u);  // NUL is not white space
+}
+
+TEST(Base64Coder, NullStringsChangeNothing) {
+  Base64Coder coder;
+  coder.EncodeString("foo");
+  coder.EncodeString(nullptr);
+  coder.DecodeString(nullptr);
+  EXPECT_STREQ(coder.GetText(), "Zm9v");
+  EXPECT_EQ(coder.GetTextLength(), 4u);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(coder.GetData()), coder.GetDataLength()), "foo");
+}
+
+TEST(Base64Coder, BuffersGrowInPagesNeverShrinkAndAreClearedBehindTheData) {
+  StepwiseCoder coder;
+  coder.PrepareText(4096);
+  EXPECT_EQ(coder.TextCapacity(), 8192u);
+  char* text = coder.GetText();
+  coder.PrepareText(1);
+  EXPECT_EQ(coder.TextCapacity(), 8192u);
+  EXPECT_EQ(coder.GetText(), text);
+  coder.PrepareData(0);
+  EXPECT_EQ(coder.GetData(), nullptr);
+
+  // The same for a plain coder, which takes its own route to the same state.
+  Base64Coder plain;
+  plain.Encode(std::vector<unsigned char>(6000, 0xAB).data(), 6000);  // text room 12288
+  unsigned char* data = plain.GetData();
+  text = plain.GetText();
+  plain.DecodeString("Zm9v\nZm9v");  // now the data buffer holds the decoding
+  plain.EncodeString("abc");
+  EXPECT_EQ(plain.GetData(), data);
+  EXPECT_EQ(plain.GetText(), text);
+  EXPECT_EQ(std::string(plain.GetText(), 4), "YWJj");
+  EXPECT_EQ(std::string(plain.GetText() + 4, 12284), std::string(12284, '\0'));
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(data) + 3, 8189), std::string(8189, '\0'));
+}
+
+// Skips commas too, and encodes with the URL alphabet's two last characters.
+struct CustomCoder : Base64Coder {
+  bool IsSkipped(char c) override { return c == ',' || Base64Coder::IsSkipped(c); }
+  void EncodeGroup(const Base64Group& group, char* out) override {
+    Base64Coder::EncodeGroup(group, out);
+    for (int k = 0; k < 4; ++k) out[k] = out[k] == '+' ? '-' : out[k] == '/' ? '_' : out[k];
+  }
+};
+
+TEST(Base64Coder, AReplacedStepIsUsedEverywhere) {
+  CustomCoder coder;
+  coder.DecodeString("Zm,9v, Ym,Fy");
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(coder.GetData()), 6), "foobar");
+  EXPECT_STREQ(coder.GetText(), "Zm9vYmFy");
+  const unsigned char bytes[] = {0xFB, 0xFF, 0xBF};
+  coder.Encode(bytes, 3);
+  EXPECT_STREQ(coder.GetText(), "-_-_");
+  EXPECT_EQ(Encoded(std::string(reinterpret_cast<const char*>(bytes), 3)), "+/+/");
+}
+
+// The plain coder's direct route against the step-by-step one, over random input of every kind,
+// reusing both objects (and feeding them their own buffers) so that growth and clearing are
+// compared too.
+TEST(Base64Coder, PlainAndStepwiseCodersAgreeOnAnyInput) {
+  std::mt19937 rng(1234);
+  Base64Coder plain;
+  StepwiseCoder stepwise;
+  const char kMix[] = "ABCZaz09+/=*\xDA\xBD \t\r\n\x07\x0e\x1f\x80\xff";
+  for (int round = 0; round < 400; ++round) {
+    const uint32_t length = rng() % 3 == 0 ? rng() % 9000 : rng() % 40;
+    std::string input(length, '\0');
+    const bool mixed = rng() % 2 == 0;
+    for (char& c : input) c = mixed ? kMix[rng() % (sizeof kMix - 1)] : char(rng());
+    const int op = rng() % 5;
+    auto apply = [&](Base64Coder& c) {
+      if (op == 0) c.Encode(reinterpret_cast<const unsigned char*>(input.data()), length);
+      if (op == 1 || op == 2) c.Decode(input.data(), length);
+      if (op == 3) c.Decode(c.GetText(), c.GetTextLength() + rng() % 2);
+      if (op == 4) c.Encode(c.GetData(), c.GetDataLength());
+    };
+    const std::mt19937 saved = rng;
+    apply(plain);
+    rng = saved;
+    apply(stepwise);
+    ASSERT_EQ(plain.GetDataLength(), stepwise.GetDataLength()) << round;
+    ASSERT_EQ(plain.GetTextLength(), stepwise.GetTextLength()) << round;
+    ASSERT_EQ(plain.GetData() == nullptr, stepwise.GetData() == nullptr);
+    ASSERT_EQ(plain.GetText() == nullptr, stepwise.GetText() == nullptr);
+    if (plain.GetData()) {
+      ASSERT_EQ(std::memcmp(plain.GetData(), stepwise.GetData(), stepwise.DataCapacity()), 0)
+          << round;
+    }
+    if (plain.GetText()) {
+      ASSERT_EQ(std::memcmp(plain.GetText(), stepwise.GetText(), stepwise.TextCapacity()), 0)
+          << round;
+    }
+  }
+}
+
+}  // namespace

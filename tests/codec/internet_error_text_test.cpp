@@ -1,0 +1,46 @@
+#include "diag/internet_error_text.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+namespace {
+
+TEST(InternetErrorText, CoversExactlyTheKnownCodes) {
+  int texts = 0;
+  for (int32_t code = 11990; code <= 12050; ++code) {
+    const bool expected = code >= 12001 && code <= 12036 && !(code >= 12032 && code <= 12035);
+    EXPECT_EQ(InternetErrorText(code) != nullptr, expected) << code;
+    texts += InternetErrorText(code) != nullptr;
+  }
+  EXPECT_EQ(texts, 32);
+  EXPECT_EQ(InternetErrorText(-12001), nullptr);
+  EXPECT_EQ(InternetErrorText(INT32_MIN), nullptr);
+  EXPECT_EQ(InternetErrorText(INT32_MAX), nullptr);
+}
+
+TEST(InternetErrorText, TextsStandAsUsersKnowThem) {
+  EXPECT_STREQ(InternetErrorText(12001), "No more handles could be generated at this time");
+  EXPECT_STREQ(InternetErrorText(12007),
+               "The server name could not be resolved, please check internet connect.");
+  EXPECT_STREQ(InternetErrorText(12017),
+               "The operation was canceled, usually because the handle on which the request was "
+               "operating was closed before the operation completed.");
+  EXPECT_STREQ(InternetErrorText(12031), "The connection with the server has been reset.");
+  EXPECT_STREQ(InternetErrorText(12036), "The request failed because the handle already exists.");
+  EXPECT_EQ(std::strlen(InternetErrorText(12016)), 36u);
+
+  // Five texts end in a space; every other text ends in a full stop, except the first.
+  for (int32_t code = 12002; code <= 12036; ++code) {
+    const char* text = InternetErrorText(code);
+    if (text == nullptr) continue;
+    const bool spaced = code == 12011 || code == 12014 || code == 12016 || code == 12021 ||
+                        code == 12023;
+    const std::string s = text;
+    EXPECT_EQ(s.substr(s.size() - (spaced ? 2 : 1)), spaced ? ". " : ".") << code;
+  }
+}
+
+}  // namespace

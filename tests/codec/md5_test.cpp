@@ -1,0 +1,132 @@
+#include "codec/md5.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string Md5(const std::string& s) {
+  return HashBuffer(reinterpret_cast<const unsigned char*>(s.data()), uint32_t(s.size()));
+}
+
+// Bytes (7i + 3) mod 256; reference digests below were computed independently.
+std::vector<unsigned char> Pattern(size_t n) {
+  std::vector<unsigned char> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<unsigned char>(i * 7 + 3);
+  return v;
+}
+
+TEST(Md5, Rfc1321TestSuite) {
+  const char* const cases[][2] = {
+      {"", "d41d8cd98f00b204e9800998ecf8427e"},
+      {"a", "0cc175b9c0f1b6a831c399e269772661"},
+      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
+      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+       "d174ab98d277d9f5a5611c2c9f419d9f"},
+      {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
+       "57edf4a22be3c955ac49da2e2107b67a"},
+  };
+  // The first two also show digest bytes 0x00 and below 0x10 keeping both their digits.
+  for (const auto& c : cases) {
+    EXPECT_EQ(Md5(c[0]), c[1]) << '"' << c[0] << '"';
+    EXPECT_STREQ(HashString(c[0]), c[1]);
+  }
+}
+
+TEST(Md5, LengthsAroundThePaddingBoundary) {
+  const std::pair<size_t, const char*> cases[] = {
+      {55, "52c0e574e1198de5fe3f8f11440dcb1b"}, {56, "46c9907fc908ee68b1e7b8e71286a518"},
+      {63, "a62f6d59e837867693f042f5b8f5a236"}, {64, "7160b8fb5e9e4023d549c3971fbaeead"},
+      {65, "70bd662e7aefbda85a0f7244167b7897"},
+  };
+  for (const auto& c : cases) {
+    std::vector<unsigned char> data = Pattern(c.first);
+    EXPECT_EQ(HashBuffer(data.data(), uint32_t(data.size())), c.second) << c.first;
+  }
+}
+
+TEST(Md5, PiecesOfAnySizeGiveTheDigestOfTheWhole) {
+  const std::vector<unsigned char> data = Pattern(3000);
+  const std::string whole = "bb3132c5a6978faf98b3c4c00122cc2f";
+  // Repeating piece sizes; {5, 200} has 200-byte pieces complete a waiting block and carry
+  // whole blocks behind it.
+  const std::vector<std::vector<uint32_t>> schedules = {
+      {1}, {63}, {64}, {65}, {5, 200}, {0, 7, 0, 129}, {3000}};
+  for (const auto& schedule : schedules) {
+    CMD5Checksum md5;
+    size_t at = 0;
+    for (size_t k = 0; at < data.size(); ++k) {
+      uint32_t n = schedule[k % schedule.size()];
+      if (n > data.size() - at) n = uint32_t(data.size() - at);
+      md5.AddBytes(data.data() + at, n);
+      at += n;
+    }
+    EXPECT_EQ(md5.FinishHex(), whole) << "first piece " << schedule[0];
+  }
+}
+
+TEST(Md5, SecondFinishDigestsThePaddedMessage) {
+  // Finishing leaves the padding in the state: a second finish is the digest of the message
+  // followed by its padding and length, taken as a message of its own.
+  CMD5Checksum md5;
+  md5.AddBytes(reinterpret_cast<const unsigned char*>("abc"), 3);
+  EXPECT_STREQ(md5.FinishHex(), "900150983cd24fb0d6963f7d28e17f72");
+  std::vector<unsigned char> padded = {'a', 'b', 'c', 0x80};
+  padded.resize(56, 0);
+  const unsigned char bits[8] = {24, 0, 0, 0, 0, 0, 0, 0};
+  padded.insert(padded.end(), bits, bits + 8);
+  EXPECT_EQ(md5.FinishHex(), HashBuffer(padded.data(), uint32_t(padded.size())));
+}
+
+TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
+  const char* first = HashString("a");
+  const char* second = HashString("abc");
+  EXPECT_EQ(first, second);
+  EXPECT_STREQ(first, "900150983cd24fb0d6963f7d28e17f72");
+  EXPECT_EQ(HashString(""), HashBuffer(nullptr, 0));
+  EXPECT_STREQ(HashString(nullptr), "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+class Md5FileTest : public ::testing::Test {
+ protected:
+  std::string Write(const std::vector<unsigned char>& bytes) {
+    path_ = ::testing::TempDir() + "deskaid_md5_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".bin";
+    std::FILE* f = std::fopen(path_.c_str(), "wb");
+    EXPECT_NE(f, nullptr);
+    if (f == nullptr) return path_;
+    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+    return path_;
+  }
+  void TearDown() override {
+    if (!path_.empty()) std::remove(path_.c_str());
+  }
+  std::string path_;
+};
+
+TEST_F(Md5FileTest, MissingFileHasNoDigest) {
+  EXPECT_FALSE(HashFile((::testing::TempDir() + "deskaid_no_such_file.bin").c_str()));
+  EXPECT_FALSE(HashFile(nullptr));
+}
+
+TEST_F(Md5FileTest, EmptyFileIsTheEmptyMessage) {
+  EXPECT_EQ(HashFile(Write({}).c_str()), "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+TEST_F(Md5FileTest, LongFileEqualsItsBytes) {
+  for (size_t n : {1024u, 3000u}) {
+    const std::vector<unsigned char> data = Pattern(n);
+    EXPECT_EQ(HashFile(Write(data).c_str()), HashBuffer(data.data(), uint32_t(n))) << n;
+  }
+  EXPECT_EQ(HashFile(Write(Pattern(3000)).c_str()), "bb3132c5a6978faf98b3c4c00122cc2f");
+}
+
+}  // namespace
