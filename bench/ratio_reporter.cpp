@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,11 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      std::string name = run.benchmark_name();
+      if (run.error_occurred) continue;
+      // With repetitions, the median stands for the case; single runs count otherwise.
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if (run.run_type != Run::RT_Iteration && !median) continue;
+      std::string name = run.run_name.str();
       size_t slash = name.find('/');
       if (slash == std::string::npos) continue;
       std::string rest = name.substr(slash + 1);
@@ -25,7 +29,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
       std::string impl = rest.substr(0, end);
       std::string key = name.substr(0, slash) + (end == std::string::npos ? "" : rest.substr(end));
       double seconds = run.GetAdjustedRealTime();
-      times_[key][impl] = seconds;
+      auto& slot = times_[key];
+      if (median || !medians_.count(key + "/" + impl)) slot[impl] = seconds;
+      if (median) medians_.insert(key + "/" + impl);
       if (order_.empty() || order_.back() != key) order_.push_back(key);
     }
   }
@@ -53,6 +59,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
  private:
   std::map<std::string, std::map<std::string, double>> times_;
   std::vector<std::string> order_;
+  std::set<std::string> medians_;
 };
 
 }  // namespace
