@@ -1,0 +1,51 @@
+#include "export/export_probe.h"
+
+#include "common/platform.h"
+
+#if defined(__GNUC__)
+#define PROBE_NOINLINE __attribute__((noinline))
+#else
+#define PROBE_NOINLINE __declspec(noinline)
+#endif
+
+const int kProbeLine = __LINE__ + 1;
+extern "C" PROBE_NOINLINE int ExportProbeTarget(int value) { return value * 3 + 1; }
+
+std::string OwnExecutablePath() {
+  char path[deskaid::platform::kMaxPath];
+  deskaid::platform::ExecutablePath(path, sizeof path);
+  return path;
+}
+
+#ifdef _WIN32
+#define PROBE_THREAD GetCurrentThread()
+#else
+#define PROBE_THREAD nullptr
+#endif
+
+namespace {
+volatile int g_depth = 0;  // work after each call keeps the calls from becoming jumps
+}
+
+extern "C" PROBE_NOINLINE void WalkChainInner(CSymbolEngine* engine, WalkResults* out) {
+  engine->StackWalk(out->skip0, 0, PROBE_THREAD, nullptr);
+  engine->StackWalk(out->skip2, 2, PROBE_THREAD, nullptr);
+  engine->StackWalk(out->skipNegative, -5, PROBE_THREAD, nullptr);
+  g_depth = g_depth + 1;
+}
+
+extern "C" PROBE_NOINLINE void WalkChainMiddle(CSymbolEngine* engine, WalkResults* out) {
+  WalkChainInner(engine, out);
+  g_depth = g_depth + 1;
+}
+
+extern "C" PROBE_NOINLINE void WalkChainOuter(CSymbolEngine* engine, WalkResults* out) {
+  WalkChainMiddle(engine, out);
+  g_depth = g_depth + 1;
+}
+
+WalkResults WalkThroughKnownChain(CSymbolEngine& engine) {
+  WalkResults results;
+  WalkChainOuter(&engine, &results);
+  return results;
+}

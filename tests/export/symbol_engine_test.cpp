@@ -1,0 +1,184 @@
+#include "diag/symbol_engine.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "export/export_probe.h"
+
+namespace {
+
+constexpr uint32_t kNotInitialized = 1;
+constexpr uint32_t kBadArgument = 87;
+
+TEST(SymbolEngine, UninitialisedEngineRefusesEveryLookupWithCode1) {
+  CSymbolEngine engine;
+  std::string name = "kept";
+  uint64_t displacement = 7;
+  uint32_t line = 9;
+  EXPECT_FALSE(engine.SymbolFromAddress(ProbeAddress(), name, displacement));
+  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_EQ(name, "kept");
+  EXPECT_FALSE(engine.LineFromAddress(ProbeAddress(), name, line, displacement));
+  EXPECT_EQ(engine.LoadModule(SymCurrentProcess(), "image.exe", 0x400000, 0), 0u);
+  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_FALSE(engine.UnloadModule(0x400000));
+  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  SymModuleInfo info;
+  EXPECT_FALSE(engine.GetModuleInfo(0x400000, info));
+  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_EQ(displacement, 7u);
+  EXPECT_EQ(line, 9u);
+}
+
+TEST(SymbolEngine, BadArgumentsGiveCode87BeforeAnythingElse) {
+  CSymbolEngine engine;
+  EXPECT_EQ(engine.LoadModule(std::string(), 0x400000, 0), 0u);  // checked before initialisation
+  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
+  EXPECT_EQ(engine.LoadModule(SymHandle(nullptr), 0x400000, 0), 0u);
+  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+#ifdef _WIN32
+  EXPECT_EQ(engine.LoadModule(INVALID_HANDLE_VALUE, 0x400000, 0), 0u);
+  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+#endif
+  EXPECT_FALSE(engine.UnloadModule(0));
+  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+}
+
+TEST(SymbolEngine, StaysBoundToItsFirstProcess) {
+  CSymbolEngine engine;
+  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
+  EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
+  EXPECT_EQ(engine.GetLastError(), 0u);
+  SymHandle other = reinterpret_cast<SymHandle>(static_cast<uintptr_t>(0x1234));
+  EXPECT_FALSE(engine.Initialize(other, nullptr, 0, 0));
+  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_EQ(engine.GetProcess(), SymCurrentProcess());
+  engine.Cleanup();
+  EXPECT_FALSE(engine.IsInitialized());
+  EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));  // usable again
+}
+
+TEST(SymbolEngine, OptionsAreProcessWideAndAddOptionsKeepsOtherBits) {
+  CSymbolEngine first, second;
+  const uint32_t saved = first.GetOptions();
+  first.SetOptions(0x00000004);
+  EXPECT_EQ(second.GetOptions(), 0x00000004u);
+  EXPECT_EQ(second.AddOptions(0x80000030), 0x80000034u);
+  EXPECT_EQ(first.GetOptions(), 0x80000034u);
+  first.SetOptions(saved);
+}
+
+// Loads this test's own executable as the converter does: by name, at 0x00400000.
+TEST(SymbolEngine, LoadsAnImageAndResolvesItsFunctionsAndLines) {
+  CSymbolEngine engine;
+  const uint32_t saved = engine.GetOptions();
+  engine.AddOptions(kSymOptLoadLines);
+  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
+  uint64_t base = engine.LoadModule(OwnExecutablePath(), 0x400000, 0);
+  ASSERT_EQ(base, 0x400000u) << "lastError " << engine.GetLastError();
+
+  SymModuleInfo info;
+  ASSERT_TRUE(engine.GetModuleInfo(base, info));
+  EXPECT_EQ(info.BaseOfImage, base);
+  EXPECT_GT(info.ImageSize, 0u);
+  EXPECT_EQ(info.SizeOfStruct, sizeof info);
+
+  std::string name;
+  uint64_t displacement = 99;
+  ASSERT_TRUE(engine.SymbolFromAddress(ProbeAddress(), name, displacement));
+  EXPECT_EQ(name, kProbeName);
+  EXPECT_EQ(displacement, 0u);
+  ASSERT_TRUE(engine.SymbolFromAddress(ProbeAddress() + 3, name, displacement));
+  EXPECT_EQ(name, kProbeName);
+  EXPECT_EQ(displacement, 3u);
+
+  std::string file;
+  uint32_t line = 0;
+  ASSERT_TRUE(engine.LineFromAddress(ProbeAddress(), file, line, displacement));
+  EXPECT_NE(file.find("export_probe.cpp"), std::string::npos) << file;
+  EXPECT_EQ(line, static_cast<uint32_t>(kProbeLine));
+
+  // An address outside every module fails and leaves the out-arguments as they were.
+  name = "kept";
+  displacement = 5;
+  EXPECT_FALSE(engine.SymbolFromAddress(0x10, name, displacement));
+  EXPECT_EQ(name, "kept");
+  EXPECT_EQ(displacement, 5u);
+  EXPECT_NE(engine.GetLastError(), 0u);
+  EXPECT_NE(engine.GetLastError(), kNotInitialized);
+
+  EXPECT_TRUE(engine.UnloadModule(base));
+  EXPECT_FALSE(engine.SymbolFromAddress(ProbeAddress(), name, displacement));
+  EXPECT_EQ(name, "kept");
+  EXPECT_FALSE(engine.UnloadModule(base));
+  engine.SetOptions(saved);
+}
+
+class CollectingEngine : public CSymbolEngine {
+ public:
+  void OnDebugInfo(const std::string& text) override { texts.push_back(text); }
+  std::vector<std::string> texts;
+};
+
+TEST(SymbolEngine, CallbackPassesOnlyDebugInfoTextsToTheHook) {
+  CollectingEngine engine;
+  const char text[] = "loading symbols";
+  const uint64_t data = reinterpret_cast<uintptr_t>(text);
+  const uint64_t self = reinterpret_cast<uintptr_t>(&engine);
+  EXPECT_TRUE(CSymbolEngine::SymbolCallback(nullptr, kSymActionDebugInfo, data, self));
+  EXPECT_FALSE(CSymbolEngine::SymbolCallback(nullptr, 0x00000001, data, self));
+  EXPECT_FALSE(CSymbolEngine::SymbolCallback(nullptr, kSymActionDebugInfo, 0, self));
+  EXPECT_FALSE(CSymbolEngine::SymbolCallback(nullptr, kSymActionDebugInfo, data, 0));
+  ASSERT_EQ(engine.texts.size(), 1u);
+  EXPECT_EQ(engine.texts[0], text);
+}
+
+// The names of the walked frames, innermost first, as far as they resolve.
+std::vector<std::string> FrameNames(CSymbolEngine& engine,
+                                    const std::vector<StackFrameEntry>& frames) {
+  std::vector<std::string> names;
+  for (const StackFrameEntry& frame : frames) {
+    std::string name;
+    uint64_t displacement = 0;
+    engine.SymbolFromAddress(frame.pc, name, displacement);
+    names.push_back(name);
+  }
+  return names;
+}
+
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+TEST(SymbolEngine, StackWalkStartsInsideItselfAndSkipsWalkedFrames) {
+  CSymbolEngine engine;
+  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 1, 0));
+  WalkResults walks = WalkThroughKnownChain(engine);
+
+  ASSERT_GE(walks.skip0.size(), 5u);
+  std::vector<std::string> names = FrameNames(engine, walks.skip0);
+  EXPECT_TRUE(Contains(names[0], "StackWalk")) << names[0];
+  EXPECT_EQ(names[1], "WalkChainInner");
+  EXPECT_EQ(names[2], "WalkChainMiddle");
+  EXPECT_EQ(names[3], "WalkChainOuter");
+  for (size_t i = 0; i + 1 < walks.skip0.size(); ++i) {
+    EXPECT_NE(walks.skip0[i].pc, 0u);
+    EXPECT_NE(walks.skip0[i].pc, walks.skip0[i].returnAddress);
+    EXPECT_EQ(walks.skip0[i].returnAddress, walks.skip0[i + 1].pc);
+  }
+
+  // Skip 2 drops StackWalk's own frame and the innermost caller.
+  std::vector<std::string> skipped = FrameNames(engine, walks.skip2);
+  ASSERT_EQ(walks.skip2.size(), walks.skip0.size() - 2);
+  EXPECT_EQ(skipped[0], "WalkChainMiddle");
+  EXPECT_EQ(walks.skip2[0].pc, walks.skip0[2].pc);
+  // A negative count drops nothing.
+  ASSERT_EQ(walks.skipNegative.size(), walks.skip0.size());
+  EXPECT_TRUE(Contains(FrameNames(engine, walks.skipNegative)[0], "StackWalk"));
+  EXPECT_EQ(walks.skipNegative[2].pc, walks.skip0[2].pc);
+}
+
+}  // namespace
