@@ -1,0 +1,61 @@
+// Arithmetic on unsigned magnitudes held as little-endian limb arrays. These are the fast inner
+// loops behind CBigInt's multiplication, division and text conversion and behind the Montgomery
+// route of CModPower. A limb is 64 bits where the compiler offers a 128-bit product and 32 bits
+// otherwise (the 32-bit Windows build); CBigInt's own words are always 32 bits and are packed into
+// limbs on the way in (see PackWords / UnpackWords).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace deskaid {
+namespace limbs {
+
+#if defined(__SIZEOF_INT128__)
+using Limb = uint64_t;
+using DoubleLimb = unsigned __int128;
+#else
+using Limb = uint32_t;
+using DoubleLimb = uint64_t;
+#endif
+constexpr int kLimbBits = static_cast<int>(sizeof(Limb) * 8);
+constexpr int kWordsPerLimb = static_cast<int>(sizeof(Limb) / sizeof(uint32_t));
+
+using LimbVector = std::vector<Limb>;
+
+// Packs `count` 32-bit words into limbs; the result has no zero limbs at the top (may be empty).
+LimbVector PackWords(const uint32_t* words, size_t count);
+// Writes the magnitude into `count` 32-bit words, zero-filled above it (the magnitude must fit).
+void UnpackWords(const Limb* a, size_t n, uint32_t* words, size_t count);
+
+// Drops zero limbs from the top.
+void Trim(LimbVector& a);
+
+// r = a + b, r = a - b over n limbs; the carry or borrow comes back. r may alias a or b.
+Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n);
+Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n);
+// r[0..n) += m * a[0..n); returns the carry limb.
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
+// r[0..n) = m * a[0..n) + carryIn; returns the carry limb.
+Limb Mul1(Limb* r, const Limb* a, size_t n, Limb m, Limb carryIn);
+// Compares two n-limb numbers.
+int CompareN(const Limb* a, const Limb* b, size_t n);
+
+// r[0 .. na+nb) = a * b. r must not overlap a or b. Schoolbook below a threshold, Karatsuba above.
+void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
+// r[0 .. 2n) = a * a, using the symmetry of the cross products.
+void Square(Limb* r, const Limb* a, size_t n);
+
+// q[0 .. nu-nv+1) = u / v and r[0 .. nv) = u mod v, Knuth's algorithm D. Requires nu >= nv >= 1
+// and v[nv-1] != 0. Either output may be null when not wanted.
+void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv);
+// q[0..n) = u / d in place allowed (q may equal u); returns u mod d. d != 0.
+Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d);
+
+// Convenience forms on vectors, results trimmed.
+LimbVector Product(const LimbVector& a, const LimbVector& b);
+void DivMod(const LimbVector& u, const LimbVector& v, LimbVector* q, LimbVector* r);
+
+}  // namespace limbs
+}  // namespace deskaid
