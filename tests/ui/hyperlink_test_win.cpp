@@ -1,0 +1,293 @@
+// The hyperlink control attached to static controls of a real dialog.
+#include "ui/hyperlink.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "link_dialog.h"
+
+namespace {
+
+const COLORREF kBlue = RGB(0, 0, 255);
+const COLORREF kPurple = RGB(128, 0, 128);
+const int kId = 1001;
+
+std::string ToolText(HWND tooltip, UINT index) {
+  char text[256] = {};
+  TOOLINFOA info = {};
+  info.cbSize = TTTOOLINFOA_V2_SIZE;
+  info.lpszText = text;
+  if (!::SendMessageA(tooltip, TTM_ENUMTOOLSA, index, reinterpret_cast<LPARAM>(&info))) return "?";
+  return text;
+}
+
+TEST(HyperLink, PlainStaticTargetsItsOwnText) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("http://example.invalid/", SS_LEFT, kId);
+  CHyperLinkEx link;
+  ASSERT_TRUE(link.AttachToWindow(control));
+  EXPECT_EQ(control, link.GetHwnd());
+  ASSERT_NE(nullptr, link.GetTarget());
+  EXPECT_STREQ("http://example.invalid/", link.GetTarget());
+  EXPECT_STREQ("http://example.invalid/", link.GetLabelText());
+  EXPECT_NE(0u, ::GetWindowLongA(control, GWL_STYLE) & SS_NOTIFY);
+  EXPECT_EQ(LinkStatePaintLabel | LinkStateOwnsFont, link.GetState());
+
+  ASSERT_NE(nullptr, link.GetToolTip());
+  ASSERT_GE(::SendMessageA(link.GetToolTip(), TTM_GETTOOLCOUNT, 0, 0), 1);
+  EXPECT_EQ("http://example.invalid/", ToolText(link.GetToolTip(), 0));
+  // Every SetTarget adds a tool; none is removed.
+  LRESULT tools = ::SendMessageA(link.GetToolTip(), TTM_GETTOOLCOUNT, 0, 0);
+  ASSERT_TRUE(link.SetTarget("http://other.invalid/"));
+  EXPECT_EQ(tools + 1, ::SendMessageA(link.GetToolTip(), TTM_GETTOOLCOUNT, 0, 0));
+  EXPECT_EQ("http://other.invalid/", ToolText(link.GetToolTip(), static_cast<UINT>(tools)));
+
+  LOGFONTA lf = {};
+  ASSERT_EQ(static_cast<int>(sizeof(lf)), ::GetObjectA(link.GetLinkFont(), sizeof(lf), &lf));
+  EXPECT_TRUE(lf.lfUnderline);
+  EXPECT_EQ(reinterpret_cast<HFONT>(::SendMessageA(dialog.hwnd(), WM_GETFONT, 0, 0)),
+            link.GetNormalFont());
+  RECT r = link.GetLinkRect();
+  RECT client;
+  ::GetClientRect(control, &client);
+  EXPECT_EQ(0, r.left);
+  EXPECT_GT(r.right, 20);
+  EXPECT_LT(r.right, client.right);
+
+  // The link is painted in the link colour, underlined, inside the measured rectangle only.
+  Picture picture = Render(control);
+  EXPECT_GE(picture.LongestRun(kBlue), r.right - r.left - 2);
+  EXPECT_EQ(0, picture.Count(kBlue, r.right));
+}
+
+TEST(HyperLink, CentredAndRightAlignedLinksMoveTheirRectangle) {
+  LinkDialog dialog;
+  CHyperLinkEx left, centre, right;
+  ASSERT_TRUE(left.AttachToWindow(dialog.AddStatic("word", SS_LEFT, 1, {10, 10, 210, 30})));
+  ASSERT_TRUE(centre.AttachToWindow(dialog.AddStatic("word", SS_CENTER, 2, {10, 40, 210, 60})));
+  ASSERT_TRUE(right.AttachToWindow(dialog.AddStatic("word", SS_RIGHT, 3, {10, 70, 210, 90})));
+  const LONG width = left.GetLinkRect().right;
+  EXPECT_EQ(200, right.GetLinkRect().right);
+  EXPECT_EQ(200 - width, right.GetLinkRect().left);
+  EXPECT_NEAR((200 - width) / 2, centre.GetLinkRect().left, 1);
+}
+
+TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("Visit <A>our site</A> today", SS_LEFT, kId);
+  CHyperLinkEx link;
+  link.SetExtendedStyle(LinkStyleUseTags);
+  ASSERT_TRUE(link.AttachToWindow(control));
+  RECT r = link.GetLinkRect();
+  EXPECT_GT(r.left, 10);  // after "Visit "
+  EXPECT_GT(r.right, r.left + 20);
+  Picture picture = Render(control);
+  const COLORREF text = ::GetSysColor(COLOR_BTNTEXT);
+  EXPECT_GT(picture.Count(text, 0, r.left), 10);       // "Visit" plain
+  EXPECT_GT(picture.Count(text, r.right), 10);         // "today" plain, to the right
+  EXPECT_EQ(0, picture.Count(kBlue, 0, r.left));
+  EXPECT_EQ(0, picture.Count(kBlue, r.right));
+  EXPECT_GE(picture.LongestRun(kBlue), r.right - r.left - 2);  // underlined link
+
+  // A label without "</A>" has no link text to draw.
+  CHyperLinkEx open;
+  open.SetExtendedStyle(LinkStyleUseTags);
+  HWND unclosed = dialog.AddStatic("plain <a>never closed", SS_LEFT, 2, {10, 40, 250, 60});
+  ASSERT_TRUE(open.AttachToWindow(unclosed));
+  EXPECT_EQ(0, Render(unclosed).Count(kBlue));
+}
+
+TEST(HyperLink, BoldTaggedLinkIsBoldAndNotUnderlined) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("<A>all link</A>", SS_LEFT, kId);
+  CHyperLinkEx link;
+  link.SetExtendedStyle(LinkStyleUseTagsBold);
+  ASSERT_TRUE(link.AttachToWindow(control));
+  LOGFONTA lf = {};
+  ::GetObjectA(link.GetLinkFont(), sizeof(lf), &lf);
+  EXPECT_EQ(FW_BOLD, lf.lfWeight);
+  EXPECT_FALSE(lf.lfUnderline);
+  EXPECT_EQ(0, link.GetLinkRect().left);
+  Picture picture = Render(control);
+  EXPECT_GT(picture.Count(kBlue), 20);
+  EXPECT_LT(picture.LongestRun(kBlue), link.GetLinkRect().right - 4);
+}
+
+TEST(HyperLink, KeyboardFollowsTheLinkByCommandOrNotification) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("command", SS_LEFT, kId);
+  CHyperLinkEx link;
+  link.SetExtendedStyle(LinkStyleCommandButton);
+  ASSERT_TRUE(link.AttachToWindow(control));
+  EXPECT_EQ(nullptr, link.GetTarget());  // a command link needs no target
+  EXPECT_EQ(DLGC_WANTCHARS, ::SendMessageA(control, WM_GETDLGCODE, 0, 0));
+  ::SendMessageA(control, WM_CHAR, VK_RETURN, 0);
+  ::SendMessageA(control, WM_CHAR, VK_SPACE, 0);
+  EXPECT_EQ(2, dialog.record().commands);
+  EXPECT_EQ(MAKEWPARAM(kId, 0), dialog.record().lastCommandWParam);
+  EXPECT_EQ(reinterpret_cast<LPARAM>(control), dialog.record().lastCommandLParam);
+  ::SendMessageA(control, WM_CHAR, 'a', 0);
+  ::SendMessageA(control, WM_CHAR, VK_TAB, 0);
+  EXPECT_EQ(2, dialog.record().commands);
+
+  HWND notifying = dialog.AddStatic("notify", SS_LEFT, kId + 1, {10, 40, 250, 60});
+  CHyperLinkEx notifier;
+  notifier.SetExtendedStyle(LinkStyleNotifyButton);
+  ASSERT_TRUE(notifier.AttachToWindow(notifying));
+  ::SendMessageA(notifying, WM_CHAR, VK_RETURN, 0);
+  EXPECT_EQ(1, dialog.record().notifies);
+  EXPECT_EQ(2, dialog.record().commands);
+  EXPECT_EQ(notifying, dialog.record().lastNotify.hwndFrom);
+  EXPECT_EQ(static_cast<UINT_PTR>(kId + 1), dialog.record().lastNotify.idFrom);
+  EXPECT_TRUE(notifier.Navigate());
+  EXPECT_EQ(0, notifier.GetState() & LinkStateVisited);
+  Picture picture = Render(notifying);
+  EXPECT_GT(picture.Count(kBlue), 0);
+  EXPECT_EQ(0, picture.Count(kPurple));
+}
+
+TEST(HyperLink, MouseClickNeedsPressAndReleaseInsideTheLink) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("click", SS_LEFT, kId);
+  CHyperLinkEx link;
+  link.SetExtendedStyle(LinkStyleCommandButton);
+  ASSERT_TRUE(link.AttachToWindow(control));
+  const LPARAM inside = MAKELPARAM(3, 3), outside = MAKELPARAM(200, 3);
+  ::SendMessageA(control, WM_LBUTTONDOWN, MK_LBUTTON, inside);
+  EXPECT_EQ(control, ::GetCapture());
+  ::SendMessageA(control, WM_LBUTTONUP, 0, outside);
+  EXPECT_EQ(nullptr, ::GetCapture());
+  ::SendMessageA(control, WM_LBUTTONDOWN, MK_LBUTTON, outside);
+  ::SendMessageA(control, WM_LBUTTONUP, 0, inside);
+  EXPECT_EQ(0, dialog.record().commands);
+  ::SendMessageA(control, WM_LBUTTONDOWN, MK_LBUTTON, inside);
+  EXPECT_EQ(control, ::GetFocus());
+  ::SendMessageA(control, WM_LBUTTONUP, 0, inside);
+  EXPECT_EQ(1, dialog.record().commands);
+
+  ::SetCursor(::LoadCursorA(nullptr, IDC_ARROW));
+  ::SendMessageA(control, WM_MOUSEMOVE, 0, inside);
+  EXPECT_EQ(::LoadCursorA(nullptr, IDC_HAND), ::GetCursor());
+}
+
+TEST(HyperLink, UnderlineHoverSwitchesFontsInAndOut) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("hover me", SS_LEFT, kId);
+  CHyperLinkEx link;
+  link.SetExtendedStyle(LinkStyleUnderlineHover);
+  link.SetTarget("http://example.invalid/");
+  ASSERT_TRUE(link.AttachToWindow(control));
+  const int width = link.GetLinkRect().right;
+  EXPECT_LT(Render(control).LongestRun(kBlue), width / 2);
+  ::SendMessageA(control, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
+  EXPECT_NE(0, link.GetState() & LinkStateHover);
+  EXPECT_GE(Render(control).LongestRun(kBlue), width - 2);
+  ::SendMessageA(control, WM_MOUSELEAVE, 0, 0);
+  EXPECT_EQ(0, link.GetState() & LinkStateHover);
+  EXPECT_LT(Render(control).LongestRun(kBlue), width / 2);
+  // Moving off the link inside the window also ends the hover.
+  ::SendMessageA(control, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
+  ::SendMessageA(control, WM_MOUSEMOVE, 0, MAKELPARAM(230, 3));
+  EXPECT_EQ(0, link.GetState() & LinkStateHover);
+}
+
+TEST(HyperLink, ShellOpenMarksVisitedOnlyOnSuccess) {
+  char probe[MAX_PATH] = {};
+  DWORD n = ::GetModuleFileNameA(nullptr, probe, MAX_PATH);
+  ASSERT_GT(n, 0u);
+  std::string path(probe);
+  path = path.substr(0, path.find_last_of('\\') + 1) + "link_target_probe.exe";
+  const std::string marker = path + ".marker";
+  ::DeleteFileA(marker.c_str());
+
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("run the probe", SS_LEFT, kId);
+  CHyperLinkEx link;
+  link.SetTarget(path.c_str());
+  ASSERT_TRUE(link.AttachToWindow(control));
+  EXPECT_EQ(0, Render(control).Count(kPurple));
+  ::SendMessageA(control, WM_CHAR, VK_RETURN, 0);
+  EXPECT_NE(0, link.GetState() & LinkStateVisited);
+  bool opened = false;
+  for (int i = 0; i < 200 && !opened; ++i) {
+    opened = ::GetFileAttributesA(marker.c_str()) != INVALID_FILE_ATTRIBUTES;
+    if (!opened) ::Sleep(50);
+  }
+  EXPECT_TRUE(opened) << marker;
+  Picture visited = Render(control);
+  EXPECT_GT(visited.Count(kPurple), 0);
+  EXPECT_EQ(0, visited.Count(kBlue));
+  ::DeleteFileA(marker.c_str());
+
+  CHyperLinkEx missing;
+  missing.SetTarget("C:\\deskaid-missing\\nothing-here.exe");
+  ASSERT_TRUE(missing.AttachToWindow(dialog.AddStatic("missing", SS_LEFT, 2, {10, 40, 250, 60})));
+  EXPECT_FALSE(missing.Navigate());
+  EXPECT_EQ(0, missing.GetState() & LinkStateVisited);
+}
+
+TEST(HyperLink, DisabledLinkIsGreyVisitedOrNot) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("disabled", SS_LEFT, kId);
+  CHyperLinkEx link;
+  ASSERT_TRUE(link.AttachToWindow(control));
+  ::EnableWindow(control, FALSE);
+  Picture picture = Render(control);
+  EXPECT_GE(picture.LongestRun(::GetSysColor(COLOR_GRAYTEXT)), link.GetLinkRect().right - 2);
+  EXPECT_EQ(0, picture.Count(kBlue));
+}
+
+TEST(HyperLink, IconStaticKeepsItsPaintingButFollowsTheLink) {
+  LinkDialog dialog;
+  HWND control = dialog.AddStatic("", SS_ICON, kId, {10, 10, 42, 42});
+  ::SendMessageA(control, STM_SETICON,
+                 reinterpret_cast<WPARAM>(::LoadIconA(nullptr, IDI_APPLICATION)), 0);
+  CHyperLinkEx link;
+  link.SetExtendedStyle(LinkStyleCommandButton);
+  link.SetTarget("http://icon.invalid/");
+  ASSERT_TRUE(link.AttachToWindow(control));
+  EXPECT_EQ(0, link.GetState() & LinkStatePaintLabel);
+  EXPECT_EQ("http://icon.invalid/", ToolText(link.GetToolTip(), 0));
+  // The static draws its icon itself: more than one colour in the picture.
+  Picture picture = Render(control);
+  EXPECT_LT(picture.Count(picture.at(0, 0)), picture.width * picture.height);
+  EXPECT_EQ(nullptr, link.GetLinkFont());
+  EXPECT_NE(0u, ::GetWindowLongA(control, GWL_STYLE) & SS_NOTIFY);
+  RECT client, r = link.GetLinkRect();
+  ::GetClientRect(control, &client);
+  EXPECT_TRUE(::EqualRect(&client, &r));
+  EXPECT_EQ(1, ::SendMessageA(control, WM_ERASEBKGND, 0, 0));
+  ::SendMessageA(control, WM_MOUSEMOVE, 0, MAKELPARAM(5, 5));
+  EXPECT_EQ(::LoadCursorA(nullptr, IDC_HAND), ::GetCursor());
+  ::SendMessageA(control, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
+  ::SendMessageA(control, WM_LBUTTONUP, 0, MAKELPARAM(5, 5));
+  EXPECT_EQ(1, dialog.record().commands);
+}
+
+TEST(HyperLink, OwnWindowAndWindowDestruction) {
+  LinkDialog dialog;
+  CHyperLinkEx link;
+  RECT rect = {10, 10, 200, 30};
+  HWND own = link.Create(dialog.hwnd(), rect, "http://own.invalid/", 0, 0, kId);
+  ASSERT_NE(nullptr, own);
+  EXPECT_EQ(0x56000000u, ::GetWindowLongA(own, GWL_STYLE) & 0x56000000u);
+  EXPECT_STREQ("http://own.invalid/", link.GetTarget());
+  EXPECT_NE(nullptr, link.GetToolTip());
+  EXPECT_EQ(0u, ::GetWindowLongA(own, GWL_STYLE) & SS_NOTIFY);  // not a static: left alone
+  ::DestroyWindow(own);
+  EXPECT_EQ(nullptr, link.GetHwnd());
+
+  // An attached static gets its own procedure back when it is destroyed.
+  HWND control = dialog.AddStatic("text", SS_LEFT, 2);
+  LONG_PTR original = ::GetWindowLongPtrA(control, GWLP_WNDPROC);
+  ASSERT_TRUE(link.AttachToWindow(control));
+  EXPECT_NE(original, ::GetWindowLongPtrA(control, GWLP_WNDPROC));
+  EXPECT_FALSE(CHyperLinkEx().AttachToWindow(control));  // one binding per window
+  ::SendMessageA(control, WM_SETFONT, 0, FALSE);
+  EXPECT_EQ(0, ::SendMessageA(control, WM_GETFONT, 0, 0));
+  ::DestroyWindow(control);
+  EXPECT_EQ(nullptr, link.GetHwnd());
+}
+
+}  // namespace
