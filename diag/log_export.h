@@ -12,7 +12,8 @@ bool ReadLogStamp(const char* path, uint32_t& month, uint32_t& day);
 //
 //   <level> <MM>-<DD> <hh>:<mm>:<ss> TAB <message> 13 10
 //
-// in local time, with enciphered bodies deciphered and each body printed up to its first NUL. The
+// in local time (a time the C library cannot convert prints as 01-00 00:00:00), with enciphered
+// bodies deciphered and each body printed up to its first NUL. The
 // 13 10 is written explicitly to a text-mode stream, so on Windows every line ends in 13 13 10.
 //
 // With `imagePath`, the first "[XXXXXXXX]" of a message (exactly eight characters between the

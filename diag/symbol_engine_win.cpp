@@ -165,13 +165,24 @@ void CSymbolEngine::StackWalk(std::vector<StackFrameEntry>& frames, int skip, Sy
   std::memset(&frame, 0, sizeof frame);
   if (context == nullptr) {
     // The registers at this point of StackWalk: the walk starts at the call.
+    DWORD eip = 0, ebp = 0, esp = 0;
+#if defined(__GNUC__) && defined(__i386__)
+    // The address of the pop is the program counter; esp is read after it, as the unwind
+    // tables describe that point.
+    __asm__ volatile("call 1f\n1: pop %0\n\tmovl %%ebp, %1\n\tmovl %%esp, %2"
+                     : "=r"(eip), "=r"(ebp), "=r"(esp));
+#else
     CONTEXT here;
     std::memset(&here, 0, sizeof here);
     here.ContextFlags = CONTEXT_CONTROL;
     RtlCaptureContext(&here);
-    frame.AddrPC.Offset = here.Eip;
-    frame.AddrFrame.Offset = here.Ebp;
-    frame.AddrStack.Offset = here.Esp;
+    eip = here.Eip;
+    ebp = here.Ebp;
+    esp = here.Esp;
+#endif
+    frame.AddrPC.Offset = eip;
+    frame.AddrFrame.Offset = ebp;
+    frame.AddrStack.Offset = esp;
   } else {
     frame.AddrPC.Offset = context->Eip;
     frame.AddrFrame.Offset = context->Ebp;

@@ -53,11 +53,14 @@ void WriteAll(const std::string& path, const std::string& data) {
   std::fclose(f);
 }
 
-// "MM-DD hh:mm:ss" of a record time, from the C library directly.
+// "MM-DD hh:mm:ss" of a record time, from the C library directly. A time it cannot convert
+// (past 2038 with a 32-bit time_t) is printed from an all-zero date.
 std::string Stamp(uint32_t seconds) {
   std::time_t t = static_cast<std::time_t>(seconds);
-  char text[32] = "";
-  if (const std::tm* local = std::localtime(&t)) std::strftime(text, sizeof text, "%m-%d %H:%M:%S", local);
+  char text[32] = "01-00 00:00:00";
+  if (const std::tm* local = std::localtime(&t)) {
+    std::strftime(text, sizeof text, "%m-%d %H:%M:%S", local);
+  }
   return text;
 }
 
