@@ -100,6 +100,10 @@ inline bool AnySkipped(uint64_t x) {
   return (((atLeast7 & ~atLeast14) | (atLeast32 & ~atLeast33)) & ~x & kHigh) != 0;
 }
 
+inline uint32_t LoadBE24(const unsigned char* p) {
+  return (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
+}
+
 // Makes room for `size` bytes the way the Prepare steps do, without clearing: the callers write
 // the front of the buffer and clear the rest themselves.
 template <typename T>
@@ -304,27 +308,34 @@ bool Base64Coder::Overlaps(const void* p, uint32_t length) const {
 void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
   Reserve(m_pData, m_nDataCapacity, length);
   Reserve(m_pszText, m_nTextCapacity, 2 * length);
-  const uint32_t whole = length / 3 * 3;
+  unsigned char* copy = m_pData;
   char* out = m_pszText;
 
-  // The copy and the encoding go chunk by chunk, so the encoding reads the copy from the cache.
-  constexpr uint32_t kChunk = 3 * 1024;
-  for (uint32_t start = 0; start < whole; start += kChunk) {
-    const uint32_t end = whole - start < kChunk ? whole : start + kChunk;
-    std::memcpy(m_pData + start, data + start, end - start);
-    const unsigned char* in = m_pData + start;
-    const unsigned char* const stop = m_pData + end;
-    for (; in != stop; in += 3, out += 4) {
-      const uint32_t n = (uint32_t(in[0]) << 16) | (uint32_t(in[1]) << 8) | in[2];
-      const uint16_t pairs[2] = {kPairTable[n >> 12], kPairTable[n & 0xFFF]};
-      std::memcpy(out, pairs, 4);
-    }
+  // Two groups per round from one 8-byte load, which also goes into the data buffer: its last
+  // two bytes are stored again by the next round. The data buffer, larger than the input, has
+  // room for them while eight input bytes remain.
+  uint32_t i = 0;
+  for (; i + 8 <= length; i += 6, out += 8) {
+    uint64_t word;
+    std::memcpy(&word, data + i, 8);
+    std::memcpy(copy + i, &word, 8);
+    const uint32_t first = LoadBE24(data + i);
+    const uint32_t second = LoadBE24(data + i + 3);
+    const uint16_t pairs[4] = {kPairTable[first >> 12], kPairTable[first & 0xFFF],
+                               kPairTable[second >> 12], kPairTable[second & 0xFFF]};
+    std::memcpy(out, pairs, 8);
   }
-  if (whole < length) {
-    std::memcpy(m_pData + whole, data + whole, length - whole);
+  for (; i + 3 <= length; i += 3, out += 4) {
+    std::memcpy(copy + i, data + i, 3);
+    const uint32_t n = LoadBE24(data + i);
+    const uint16_t pairs[2] = {kPairTable[n >> 12], kPairTable[n & 0xFFF]};
+    std::memcpy(out, pairs, 4);
+  }
+  if (i < length) {
+    std::memcpy(copy + i, data + i, length - i);
     Base64Group group = {};
-    std::memcpy(group.byValues, m_pData + whole, length - whole);
-    group.byCount = static_cast<unsigned char>(length - whole);
+    std::memcpy(group.byValues, data + i, length - i);
+    group.byCount = static_cast<unsigned char>(length - i);
     Base64Coder::EncodeGroup(group, out);
     out += 4;
   }
@@ -335,42 +346,52 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
 }
 
 void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
-  // Filter: whole words of eight characters without a skipped one are copied as they are.
   Reserve(m_pszText, m_nTextCapacity, length);
-  char* out = m_pszText;
+  Reserve(m_pData, m_nDataCapacity, length);
+  char* const filtered = m_pszText;
+  char* out = filtered;
+  const unsigned char* in = reinterpret_cast<const unsigned char*>(filtered);
+  unsigned char* bytes = m_pData;
+
+  // The input goes in chunks through the filter and then, while the filtered text is still in
+  // the cache, through the group decoder. Groups may straddle chunks; each round decodes the
+  // whole groups filtered so far.
+  constexpr uint32_t kChunk = 4096;
   uint32_t i = 0;
-  for (; i + 8 <= length; i += 8) {
-    uint64_t word;
-    std::memcpy(&word, text + i, 8);
-    if (!AnySkipped(word)) {
-      std::memcpy(out, &word, 8);
-      out += 8;
-      continue;
+  while (i < length) {
+    const uint32_t end = length - i < kChunk ? length : i + kChunk;
+    // Whole words of eight characters without a skipped one are copied as they are.
+    for (; i + 8 <= end; i += 8) {
+      uint64_t word;
+      std::memcpy(&word, text + i, 8);
+      if (!AnySkipped(word)) {
+        std::memcpy(out, &word, 8);
+        out += 8;
+        continue;
+      }
+      for (uint32_t k = i; k < i + 8; ++k) {
+        const unsigned char c = static_cast<unsigned char>(text[k]);
+        *out = static_cast<char>(c);
+        out += 1 - kSkipTable[c];
+      }
     }
-    for (uint32_t k = i; k < i + 8; ++k) {
-      const unsigned char c = static_cast<unsigned char>(text[k]);
+    for (; i < end; ++i) {
+      const unsigned char c = static_cast<unsigned char>(text[i]);
       *out = static_cast<char>(c);
       out += 1 - kSkipTable[c];
     }
-  }
-  for (; i < length; ++i) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    if (!kSkipTable[c]) *out++ = static_cast<char>(c);
-  }
-  m_nTextLength = static_cast<uint32_t>(out - m_pszText);
-  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
 
-  // Whole groups. Each writes a fourth, zero byte that the next group overwrites; the buffer
-  // always has room for it, being larger than the unfiltered length.
-  Reserve(m_pData, m_nDataCapacity, length);
-  const unsigned char* in = reinterpret_cast<const unsigned char*>(m_pszText);
-  const unsigned char* const stop = in + m_nTextLength / 4 * 4;
-  unsigned char* bytes = m_pData;
-  for (; in != stop; in += 4, bytes += 3) {
-    const uint32_t word = kGroupTables.position[0][in[0]] | kGroupTables.position[1][in[1]] |
-                          kGroupTables.position[2][in[2]] | kGroupTables.position[3][in[3]];
-    std::memcpy(bytes, &word, 4);
+    // Each group stores a fourth, zero byte that the next one overwrites; the data buffer, being
+    // larger than the unfiltered input, always has room for it.
+    const unsigned char* const stop =
+        in + (reinterpret_cast<const unsigned char*>(out) - in) / 4 * 4;
+    for (; in != stop; in += 4, bytes += 3) {
+      const uint32_t word = kGroupTables.position[0][in[0]] | kGroupTables.position[1][in[1]] |
+                            kGroupTables.position[2][in[2]] | kGroupTables.position[3][in[3]];
+      std::memcpy(bytes, &word, 4);
+    }
   }
+  m_nTextLength = static_cast<uint32_t>(out - filtered);
   m_nDataLength = static_cast<uint32_t>(bytes - m_pData);
   const uint32_t tail = m_nTextLength % 4;
   if (tail != 0) {
@@ -383,6 +404,8 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
     Base64Coder::DecodeGroup(group, bytes);
     m_nDataLength += tail;
   }
-  // The tail wrote three bytes but counted fewer; the ones it did not count are zero.
+  // A tail writes three bytes but counts as many as its characters; the uncounted ones are zero,
+  // and so is everything else behind the results.
+  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
   ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
 }

@@ -37,7 +37,9 @@ TEST(Base64AgainstOpenSsl, RandomDataBothWays) {
       const int byteCount = EVP_DecodeBlock(bytes.data(), text.data(), textLength);
       coder->Decode(expectedText.data(), uint32_t(textLength));
       ASSERT_EQ(int(coder->GetDataLength()), byteCount);
-      if (byteCount > 0) ASSERT_EQ(std::memcmp(coder->GetData(), bytes.data(), byteCount), 0);
+      if (byteCount > 0) {
+        ASSERT_EQ(std::memcmp(coder->GetData(), bytes.data(), byteCount), 0);
+      }
     }
   }
 }
