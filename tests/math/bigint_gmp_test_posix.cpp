@@ -1,0 +1,147 @@
+// Differential tests against GMP wherever CBigInt's defined behaviour is exact arithmetic.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "math/bigint.h"
+#include "math/gmp_oracle.h"
+
+namespace {
+
+using mathtest::Mpz;
+using mathtest::Operands;
+using mathtest::ToMpz;
+
+constexpr int kMaxBits = 4096;
+constexpr int kRounds = 1500;
+
+#define EXPECT_SAME(big, oracle)                                              \
+  do {                                                                        \
+    Mpz got_ = ToMpz(big);                                                    \
+    EXPECT_EQ(mpz_cmp(got_.v, (oracle).v), 0)                                \
+        << "got " << got_.Str(16) << "\nwant " << (oracle).Str(16);           \
+  } while (0)
+
+int g_cases = 0;
+
+struct Report {
+  ~Report() { std::printf("differential cases run: %d\n", g_cases); }
+} g_report;
+
+TEST(BigIntVersusGmp, SumsAndDifferencesOfNonNegativeValues) {
+  Operands gen(1);
+  for (int i = 0; i < kRounds; ++i, g_cases += 2) {
+    CBigInt a = gen.NonNegative(kMaxBits), b = gen.NonNegative(kMaxBits);
+    Mpz s, d;
+    mpz_add(s.v, ToMpz(a).v, ToMpz(b).v);
+    mpz_sub(d.v, ToMpz(a).v, ToMpz(b).v);
+    EXPECT_SAME(a + b, s);
+    EXPECT_SAME(a - b, d);
+  }
+}
+
+TEST(BigIntVersusGmp, ProductsOfAnySign) {
+  Operands gen(2);
+  for (int i = 0; i < kRounds; ++i, g_cases += 3) {
+    CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
+    const uint32_t f = gen.Next();
+    Mpz p, q, sq;
+    mpz_mul(p.v, ToMpz(a).v, ToMpz(b).v);
+    mpz_mul_ui(q.v, ToMpz(a).v, f);
+    mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
+    EXPECT_SAME(a * b, p);
+    EXPECT_SAME(a * f, q);
+    EXPECT_SAME(a * a, sq);
+  }
+}
+
+TEST(BigIntVersusGmp, TruncatingDivisionOfAnySign) {
+  Operands gen(3);
+  for (int i = 0; i < kRounds; ++i, g_cases += 4) {
+    CBigInt a = gen.Signed(2 * kMaxBits), b = gen.Signed(kMaxBits);
+    Mpz q, r;
+    mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
+    EXPECT_SAME(a / b, q);
+    EXPECT_SAME(a % b, r);
+    const int32_t s = static_cast<int32_t>(gen.Next() | 1);
+    Mpz qs, rs, ds;
+    mpz_set_si(ds.v, s);
+    mpz_tdiv_qr(qs.v, rs.v, ToMpz(a).v, ds.v);
+    EXPECT_SAME(a / s, qs);
+    EXPECT_SAME(a % s, rs);
+  }
+}
+
+TEST(BigIntVersusGmp, BitwiseOperationsAndShifts) {
+  Operands gen(4);
+  for (int i = 0; i < kRounds; ++i, g_cases += 5) {
+    CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
+    Mpz x, y, z;
+    mpz_and(x.v, ToMpz(a).v, ToMpz(b).v);
+    mpz_ior(y.v, ToMpz(a).v, ToMpz(b).v);
+    mpz_xor(z.v, ToMpz(a).v, ToMpz(b).v);
+    EXPECT_SAME(a & b, x);
+    EXPECT_SAME(a | b, y);
+    EXPECT_SAME(a ^ b, z);
+    const int left = static_cast<int>(gen.Next() % 300);
+    const int right = static_cast<int>(gen.Next() % (32 * a.m_nLength));
+    Mpz l, r;
+    mpz_mul_2exp(l.v, ToMpz(a).v, left);
+    mpz_fdiv_q_2exp(r.v, ToMpz(a).v, right);
+    EXPECT_SAME(a << left, l);
+    EXPECT_SAME(a >> right, r);
+  }
+}
+
+TEST(BigIntVersusGmp, Comparisons) {
+  Operands gen(5);
+  for (int i = 0; i < kRounds; ++i, g_cases += 5) {
+    CBigInt a = gen.Signed(kMaxBits / 8);
+    CBigInt b = gen.Next() % 4 ? gen.Signed(kMaxBits / 8) : a;
+    const int c = mpz_cmp(ToMpz(a).v, ToMpz(b).v);
+    EXPECT_EQ(a < b, c < 0);
+    EXPECT_EQ(a > b, c > 0);
+    EXPECT_EQ(a <= b, c <= 0);
+    EXPECT_EQ(a >= b, c >= 0);
+    // `==` reads the left operand's words only, exact when it is not the shorter one.
+    const CBigInt& longer = a.m_nLength >= b.m_nLength ? a : b;
+    const CBigInt& other = &longer == &a ? b : a;
+    EXPECT_EQ(longer == other, c == 0);
+  }
+}
+
+TEST(BigIntVersusGmp, TextInEveryRadixBothWays) {
+  Operands gen(6);
+  for (int i = 0; i < kRounds; ++i, g_cases += 2) {
+    CBigInt a = gen.NonNegative(kMaxBits);
+    const int radix = 2 + i % 35;
+    Mpz m = ToMpz(a);
+    std::string want = m.Str(-radix);  // upper-case digits
+    if (want == "0") want.clear();    // zero prints as the empty text
+    EXPECT_EQ(a.GetString(radix), want) << "radix " << radix;
+    CBigInt back;
+    back.Parse(want.c_str(), radix);
+    EXPECT_SAME(back, m);
+  }
+  for (int i = 0; i < 200; ++i, ++g_cases) {
+    CBigInt a = -gen.NonNegative(kMaxBits);
+    EXPECT_EQ(a.GetString(10), ToMpz(a).Str(10));
+  }
+}
+
+TEST(BigIntVersusGmp, LongDecimalText) {
+  Operands gen(7);
+  for (int digits : {1000, 20000, 100000}) {
+    ++g_cases;
+    std::string text(digits, '0');
+    for (auto& c : text) c = static_cast<char>('0' + gen.Next() % 10);
+    text[0] = '7';
+    CBigInt a(text.c_str());
+    Mpz m;
+    mpz_set_str(m.v, text.c_str(), 10);
+    EXPECT_SAME(a, m);
+    EXPECT_EQ(a.GetString(), text);
+  }
+}
+
+}  // namespace

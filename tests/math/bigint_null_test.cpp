@@ -1,0 +1,86 @@
+// The null state left by a failed allocation, made to happen through the allocation hook.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "math/bigint.h"
+#include "math/bigint_alloc.h"
+
+namespace {
+
+CBigInt Null() { return CBigInt(static_cast<const uint32_t*>(nullptr), 0); }
+
+class BigIntNull : public ::testing::Test {
+ protected:
+  void TearDown() override { deskaid::SetBigIntAllocationFailure(0); }
+};
+
+TEST_F(BigIntNull, FailedAllocationGivesNull) {
+  deskaid::SetBigIntAllocationFailure(1);
+  CBigInt x(5);
+  EXPECT_TRUE(x.IsNull());
+  EXPECT_STREQ(x.GetString(), "Null");
+  deskaid::SetBigIntAllocationFailure(1);
+  CBigInt y(int64_t{1} << 40);
+  EXPECT_TRUE(y.IsNull());
+  // A word count whose byte size does not fit in 32 bits is refused, not wrapped.
+  CBigInt big(1);
+  big.Resize(0x40000000, false);
+  EXPECT_TRUE(big.IsNull());
+}
+
+TEST_F(BigIntNull, NullPropagatesThroughEveryOperation) {
+  const CBigInt n = Null(), five(5);
+  for (const CBigInt& r : {n + five, five + n, n - five, five - n, n * five, five * n, n * 3u,
+                           n * -3, n & five, five | n, n ^ five, ~n, -n, n << 5, n >> 5,
+                           n & 1u}) {
+    EXPECT_TRUE(r.IsNull());
+  }
+  EXPECT_TRUE(n.IsZero());
+  EXPECT_FALSE(n.IsNonZero());
+  EXPECT_FALSE(n.IsNegative());
+  EXPECT_TRUE(n == five);  // a null left operand equals anything
+  EXPECT_FALSE(five == n);
+  EXPECT_FALSE(n < five);
+  EXPECT_FALSE(n > five);
+  EXPECT_TRUE(n > CBigInt(-1));
+  EXPECT_EQ(static_cast<int64_t>(n), 0);
+  CBigInt m = n;
+  ++m;
+  --m;
+  EXPECT_TRUE(m.IsNull());
+  EXPECT_STREQ((n % five).GetString(), "");  // a null dividend divides as zero
+  EXPECT_TRUE((5u % n).IsNull());
+}
+
+TEST_F(BigIntNull, EveryFailingAllocationInAComputationEndsInNullOrTheRightValue) {
+  const CBigInt a("123456789012345678901234567890123456789");
+  const CBigInt b = -CBigInt("98765432109876543210987654321");
+  const std::function<CBigInt()> computations[] = {
+      [&] { return a * b + a; },
+      [&] { return (a << 70) - b * b; },
+      [&] { return a / b; },
+      [&] { return a % b; },
+      [&] { return ~(a ^ b) >> 3; },
+      [&] { CBigInt x; x.Parse("1234567890123456789012345678901234567890", 10); return x; },
+  };
+  for (const auto& compute : computations) {
+    const std::string want = compute().GetString(16);
+    int nulls = 0;
+    for (int nth = 1; nth < 200; ++nth) {
+      deskaid::SetBigIntAllocationFailure(nth);
+      CBigInt got = compute();
+      deskaid::SetBigIntAllocationFailure(0);
+      if (got.IsNull()) {
+        ++nulls;
+        EXPECT_STREQ(got.GetString(), "Null");
+      } else {
+        EXPECT_EQ(got.GetString(16), want) << "failing allocation " << nth;
+      }
+    }
+    EXPECT_GT(nulls, 0);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,50 @@
+// Division by zero and radix 0 raise the processor's integer divide fault, as a native division
+// does; checked in a child process.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdint>
+
+#include "math/bigint.h"
+#include "math/modpower.h"
+
+namespace {
+
+#ifdef _WIN32
+const auto kDivideFault = ::testing::ExitedWithCode(static_cast<int>(0xC0000094u));
+#else
+const auto kDivideFault = ::testing::KilledBySignal(SIGFPE);
+#endif
+
+volatile int64_t g_sink;
+
+TEST(BigIntDivideFaultDeathTest, ZeroDivisorsInEveryForm) {
+  CBigInt zero, five(5), big("123456789012345678901234567890");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(big / zero), kDivideFault, "");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(big % zero), kDivideFault, "");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(zero / zero), kDivideFault, "");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(five / 0u), kDivideFault, "");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(five % 0), kDivideFault, "");
+  EXPECT_EXIT(g_sink = 7 / zero, kDivideFault, "");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(7u % zero), kDivideFault, "");
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(int64_t{7}) / zero, kDivideFault, "");
+  EXPECT_EXIT(g_sink = INT32_MIN / CBigInt(-1), kDivideFault, "");
+  CBigInt null(static_cast<const uint32_t*>(nullptr), 0);
+  EXPECT_EXIT(g_sink = static_cast<int64_t>(five / null), kDivideFault, "");
+}
+
+TEST(BigIntDivideFaultDeathTest, RadixZeroAndZeroModulus) {
+  CBigInt five(5);
+  EXPECT_EXIT(g_sink = five.GetString(0)[0], kDivideFault, "");
+  char buffer[8];
+  EXPECT_EXIT(five.FormatText(buffer, 8, 0), kDivideFault, "");
+  EXPECT_EXIT(
+      {
+        CModPower power;
+        CBigInt base(3);
+        g_sink = static_cast<int64_t>(power.Transform(base, CBigInt(5), CBigInt(0)));
+      },
+      kDivideFault, "");
+}
+
+}  // namespace
