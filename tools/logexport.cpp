@@ -1,0 +1,146 @@
+// logexport: turns a binary log into text, resolving code addresses against an executable.
+//
+//   logexport LOG [-o TEXT] [--image EXE] [--stamp]
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "diag/log_export.h"
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace {
+
+const char kUsage[] =
+    "usage: logexport LOG [-o TEXT] [--image EXE] [--stamp]\n"
+    "\n"
+    "Converts the binary log file LOG into text, one line per record:\n"
+    "  <level> <MM>-<DD> <hh>:<mm>:<ss> TAB <message> CR LF   (local time)\n"
+    "Enciphered records are deciphered with the keys kept in the file.\n"
+    "\n"
+    "options:\n"
+    "  -o TEXT       write the text to the file TEXT instead of standard output\n"
+    "  --image EXE   resolve the first [XXXXXXXX] code address of each message to the name\n"
+    "                of the symbol holding it, with EXE taken as loaded at 0x00400000\n"
+    "  --stamp       print only the log's date stamp (MM-DD, the writing program's date)\n"
+    "  -h, --help    show this text\n"
+    "\n"
+    "Exit status: 0 on success, 1 when LOG is missing, is not a log file or is damaged,\n"
+    "or the text cannot be written, 2 for a usage error.\n";
+
+int UsageError(const char* message, const char* argument) {
+  std::fprintf(stderr, "logexport: %s%s\nTry 'logexport --help'.\n", message,
+               argument != nullptr ? argument : "");
+  return 2;
+}
+
+// A fresh temporary file for the text when it goes to standard output.
+std::string TemporaryPath() {
+#ifdef _WIN32
+  char dir[MAX_PATH + 1];
+  char path[MAX_PATH + 1];
+  if (GetTempPathA(sizeof dir, dir) == 0 || GetTempFileNameA(dir, "lgx", 0, path) == 0) return "";
+  return path;
+#else
+  const char* dir = std::getenv("TMPDIR");
+  std::string path = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/logexport.XXXXXX";
+  int fd = mkstemp(&path[0]);
+  if (fd < 0) return "";
+  close(fd);
+  return path;
+#endif
+}
+
+bool CopyToStdout(const std::string& path) {
+  std::FILE* in = std::fopen(path.c_str(), "rb");
+  if (in == nullptr) return false;
+#ifdef _WIN32
+  _setmode(_fileno(stdout), _O_BINARY);  // the text file already holds its line ends
+#endif
+  char buffer[65536];
+  size_t n;
+  bool ok = true;
+  while ((n = std::fread(buffer, 1, sizeof buffer, in)) > 0) {
+    if (std::fwrite(buffer, 1, n, stdout) != n) ok = false;
+  }
+  std::fclose(in);
+  return std::fflush(stdout) == 0 && ok;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const char* logPath = nullptr;
+  const char* textPath = nullptr;
+  const char* imagePath = nullptr;
+  bool stampOnly = false;
+  for (int i = 1; i < argc; ++i) {
+    const char* arg = argv[i];
+    if (std::strcmp(arg, "-h") == 0 || std::strcmp(arg, "--help") == 0) {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else if (std::strcmp(arg, "-o") == 0 || std::strcmp(arg, "--image") == 0) {
+      if (i + 1 >= argc) return UsageError("missing value after ", arg);
+      (arg[1] == 'o' ? textPath : imagePath) = argv[++i];
+    } else if (std::strcmp(arg, "--stamp") == 0) {
+      stampOnly = true;
+    } else if (arg[0] == '-' && arg[1] != '\0') {
+      return UsageError("unknown option ", arg);
+    } else if (logPath != nullptr) {
+      return UsageError("more than one log file given: ", arg);
+    } else {
+      logPath = arg;
+    }
+  }
+  if (logPath == nullptr) return UsageError("no log file given", nullptr);
+
+  // Tell a missing file from one that is not a log before converting anything.
+  std::FILE* probe = std::fopen(logPath, "rb");
+  if (probe == nullptr) {
+    std::fprintf(stderr, "logexport: cannot open %s: %s\n", logPath, std::strerror(errno));
+    return 1;
+  }
+  std::fclose(probe);
+  uint32_t month = 0, day = 0;
+  if (!ReadLogStamp(logPath, month, day)) {
+    std::fprintf(stderr, "logexport: %s is not a log file (no valid trailer)\n", logPath);
+    return 1;
+  }
+  if (stampOnly) {
+    std::printf("%02u-%02u\n", static_cast<unsigned>(month), static_cast<unsigned>(day));
+    return 0;
+  }
+
+  std::string target = textPath != nullptr ? textPath : TemporaryPath();
+  if (target.empty()) {
+    std::fprintf(stderr, "logexport: cannot create a temporary file\n");
+    return 1;
+  }
+  bool converted = ConvertLogToText(logPath, target.c_str(), imagePath);
+  bool copied = textPath != nullptr || CopyToStdout(target);
+  if (textPath == nullptr) std::remove(target.c_str());
+  if (!converted) {
+    std::FILE* out = textPath != nullptr ? std::fopen(textPath, "ab") : nullptr;
+    if (textPath != nullptr && out == nullptr) {
+      std::fprintf(stderr, "logexport: cannot write %s: %s\n", textPath, std::strerror(errno));
+    } else {
+      std::fprintf(stderr, "logexport: %s is damaged: it holds fewer records than it announces\n",
+                   logPath);
+    }
+    if (out != nullptr) std::fclose(out);
+    return 1;
+  }
+  if (!copied) {
+    std::fprintf(stderr, "logexport: cannot write the text to standard output\n");
+    return 1;
+  }
+  return 0;
+}
