@@ -152,10 +152,11 @@ class CWindowImplBaseT : public CWindowImplRoot<TBase> {
       if (message != WM_NCDESTROY) {
         result = DefWindowProc(message, wParam, lParam);
       } else {
-        WNDPROC before = reinterpret_cast<WNDPROC>(::GetWindowLongPtrA(hWnd, GWLP_WNDPROC));
+        // Give the window its own procedure back, unless someone subclassed it after us.
         result = DefWindowProc(message, wParam, lParam);
         if (m_pfnSuperWindowProc != ::DefWindowProcA &&
-            reinterpret_cast<WNDPROC>(::GetWindowLongPtrA(hWnd, GWLP_WNDPROC)) == before)
+            reinterpret_cast<WNDPROC>(::GetWindowLongPtrA(hWnd, GWLP_WNDPROC)) ==
+                GetWindowProcedure())
           ::SetWindowLongPtrA(hWnd, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(m_pfnSuperWindowProc));
         this->m_dwState |= Root::WINSTATE_DESTROYED;
       }

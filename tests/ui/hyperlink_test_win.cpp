@@ -265,6 +265,17 @@ TEST(HyperLink, IconStaticKeepsItsPaintingButFollowsTheLink) {
   EXPECT_EQ(1, dialog.record().commands);
 }
 
+// Notes the window procedure at the moment the object forgets its window.
+class WatchedLink : public CHyperLinkImplEx<WatchedLink> {
+ public:
+  void FinalMessageHook(HWND hWnd) override {
+    finalProc = ::GetWindowLongPtrA(hWnd, GWLP_WNDPROC);
+    ++finals;
+  }
+  LONG_PTR finalProc = 0;
+  int finals = 0;
+};
+
 TEST(HyperLink, OwnWindowAndWindowDestruction) {
   LinkDialog dialog;
   CHyperLinkEx link;
@@ -278,16 +289,19 @@ TEST(HyperLink, OwnWindowAndWindowDestruction) {
   ::DestroyWindow(own);
   EXPECT_EQ(nullptr, link.GetHwnd());
 
-  // An attached static gets its own procedure back when it is destroyed.
+  // An attached static has its own procedure back by the time the object lets go of it.
   HWND control = dialog.AddStatic("text", SS_LEFT, 2);
   LONG_PTR original = ::GetWindowLongPtrA(control, GWLP_WNDPROC);
-  ASSERT_TRUE(link.AttachToWindow(control));
+  WatchedLink watched;
+  ASSERT_TRUE(watched.AttachToWindow(control));
   EXPECT_NE(original, ::GetWindowLongPtrA(control, GWLP_WNDPROC));
-  EXPECT_FALSE(CHyperLinkEx().AttachToWindow(control));  // one binding per window
+  EXPECT_FALSE(link.AttachToWindow(control));  // one binding per window
   ::SendMessageA(control, WM_SETFONT, 0, FALSE);
   EXPECT_EQ(0, ::SendMessageA(control, WM_GETFONT, 0, 0));
   ::DestroyWindow(control);
-  EXPECT_EQ(nullptr, link.GetHwnd());
+  EXPECT_EQ(nullptr, watched.GetHwnd());
+  EXPECT_EQ(1, watched.finals);
+  EXPECT_EQ(original, watched.finalProc);
 }
 
 }  // namespace
