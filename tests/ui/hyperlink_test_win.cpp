@@ -169,6 +169,12 @@ TEST(HyperLink, MouseClickNeedsPressAndReleaseInsideTheLink) {
   ::SetCursor(::LoadCursorA(nullptr, IDC_ARROW));
   ::SendMessageA(control, WM_MOUSEMOVE, 0, inside);
   EXPECT_EQ(::LoadCursorA(nullptr, IDC_HAND), ::GetCursor());
+  // WM_SETCURSOR keeps that cursor while the pointer is over the link.
+  POINT pt = {3, 3};
+  ::ClientToScreen(control, &pt);
+  ASSERT_TRUE(::SetCursorPos(pt.x, pt.y));
+  EXPECT_EQ(1, ::SendMessageA(control, WM_SETCURSOR, reinterpret_cast<WPARAM>(control),
+                              MAKELPARAM(HTCLIENT, WM_MOUSEMOVE)));
 }
 
 TEST(HyperLink, UnderlineHoverSwitchesFontsInAndOut) {
