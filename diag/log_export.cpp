@@ -119,10 +119,11 @@ class LineWriter {
 
   void Text(const char* text) { m_buffer.append(text); }
   void Char(char c) { m_buffer.push_back(c); }
-  void Number(int value) {
-    char digits[16];
-    int n = std::snprintf(digits, sizeof digits, "%d", value);
-    m_buffer.append(digits, static_cast<size_t>(n));
+  // The level: one byte, 0 to 255.
+  void Number(uint8_t value) {
+    if (value >= 100) m_buffer.push_back(static_cast<char>('0' + value / 100));
+    if (value >= 10) m_buffer.push_back(static_cast<char>('0' + value / 10 % 10));
+    m_buffer.push_back(static_cast<char>('0' + value % 10));
   }
   // "%02d" for the stamp fields, which lie in 0 to 99 for any time localtime gives.
   void TwoDigits(int value) {
@@ -183,26 +184,53 @@ class AddressResolver {
   std::string m_name;  // shared by all records
 };
 
-// One record per call: deciphers, resolves the marker and writes the line.
-class Converter {
+// The RC4 keystreams of the trailer's sixteen keys. Every body starts a fresh cipher under its
+// key, so all bodies under one key are XORed with the same keystream; it is generated once, as
+// far as the longest body needs, and deciphering becomes a plain XOR.
+class KeystreamTable {
  public:
-  Converter(const LogTrailer& trailer, AddressResolver& resolver, std::FILE* text)
-      : m_lines(text), m_resolver(resolver) {
-    // The key schedule depends only on the key, so each of the sixteen is run once.
+  explicit KeystreamTable(const LogTrailer& trailer) {
     m_ciphers.reserve(kLogKeyCount);
     for (uint32_t key : trailer.keys) {
       uint8_t bytes[4] = {static_cast<uint8_t>(key), static_cast<uint8_t>(key >> 8),
                           static_cast<uint8_t>(key >> 16), static_cast<uint8_t>(key >> 24)};
       m_ciphers.emplace_back(bytes, sizeof bytes);
     }
+    m_streams.resize(kLogKeyCount);
   }
+
+  void Decipher(uint16_t keyIndex, uint8_t* data, size_t length) {
+    std::vector<uint8_t>& stream = m_streams[keyIndex];
+    if (stream.size() < length) Extend(keyIndex, length);
+    const uint8_t* key = stream.data();
+    for (size_t i = 0; i < length; ++i) data[i] ^= key[i];
+  }
+
+ private:
+  void Extend(uint16_t keyIndex, size_t length) {
+    std::vector<uint8_t>& stream = m_streams[keyIndex];
+    size_t old = stream.size();
+    size_t grown = old * 2 > length ? old * 2 : length;
+    if (grown < 256) grown = 256;
+    stream.resize(grown, 0);  // zeros XORed with the keystream give the keystream
+    m_ciphers[keyIndex].Apply(stream.data() + old, grown - old);
+  }
+
+  std::vector<Rc4Cipher> m_ciphers;  // each one positioned at the end of its stream
+  std::vector<std::vector<uint8_t>> m_streams;
+};
+
+// One record per call: deciphers, resolves the marker and writes the line.
+class Converter {
+ public:
+  Converter(const LogTrailer& trailer, AddressResolver& resolver, std::FILE* text)
+      : m_lines(text), m_resolver(resolver), m_keys(trailer) {}
 
   // `body` holds the record's bytes followed by two NULs.
   void Record(const LogRecordHeader& header, char* body) {
     if (header.keyIndex < kLogKeyCount) {
       // Keys 16 to 0xFFFE do not exist; such bodies are taken as plain.
-      Rc4Cipher cipher = m_ciphers[header.keyIndex];
-      cipher.Apply(reinterpret_cast<uint8_t*>(body), header.length);
+      m_keys.Decipher(header.keyIndex, reinterpret_cast<uint8_t*>(body), header.length);
     }
     std::tm when = m_times.Get(header.time);
     m_lines.Number(header.level);
@@ -239,7 +267,7 @@ class Converter {
  private:
   LineWriter m_lines;
   AddressResolver& m_resolver;
-  std::vector<Rc4Cipher> m_ciphers;
+  KeystreamTable m_keys;
   LocalTimeCache m_times;
 };
 

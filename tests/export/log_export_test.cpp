@@ -209,6 +209,21 @@ TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
                 Line("cut", 255) + Line(""));
 }
 
+// Bodies under one key share its keystream; ever longer bodies must still decipher exactly.
+TEST_F(LogExport, DeciphersBodiesOfEveryLengthUnderOneKey) {
+  LogBuilder builder;
+  std::string expected;
+  for (size_t length : {size_t(1), size_t(255), size_t(256), size_t(300), size_t(5000),
+                        size_t(17), size_t(65535)}) {
+    std::string body;
+    for (size_t i = 0; i < length; ++i) body.push_back(static_cast<char>('!' + (i * 7 + length) % 90));
+    builder.Add(body, 9);
+    builder.Add(body, 2);
+    expected += Line(body) + Line(body);
+  }
+  EXPECT_EQ(ConvertOk(builder.Bytes(), nullptr), expected);
+}
+
 TEST_F(LogExport, RefusesFilesWithoutAValidTrailer) {
   bool converted = true;
   EXPECT_EQ(ConvertOk(LogBuilder().Bytes(), nullptr), "");  // a valid trailer, no records
