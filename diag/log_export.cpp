@@ -191,7 +191,8 @@ class KeystreamTable {
  public:
   explicit KeystreamTable(const LogTrailer& trailer) {
     m_ciphers.reserve(kLogKeyCount);
-    for (uint32_t key : trailer.keys) {
+    for (uint32_t i = 0; i < kLogKeyCount; ++i) {
+      const uint32_t key = trailer.keys[i];  // by value: the packed trailer is not aligned
       uint8_t bytes[4] = {static_cast<uint8_t>(key), static_cast<uint8_t>(key >> 8),
                           static_cast<uint8_t>(key >> 16), static_cast<uint8_t>(key >> 24)};
       m_ciphers.emplace_back(bytes, sizeof bytes);
