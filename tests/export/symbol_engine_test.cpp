@@ -134,6 +134,17 @@ TEST(SymbolEngine, CallbackPassesOnlyDebugInfoTextsToTheHook) {
   EXPECT_FALSE(CSymbolEngine::SymbolCallback(nullptr, kSymActionDebugInfo, data, 0));
   ASSERT_EQ(engine.texts.size(), 1u);
   EXPECT_EQ(engine.texts[0], text);
+
+#ifndef _WIN32  // Wine's debug-help library sends no diagnostics through the callback
+  // Registered at initialisation, the callback carries the library's own diagnostics.
+  CollectingEngine registered;
+  const uint32_t saved = registered.AddOptions(kSymOptDebug);
+  ASSERT_TRUE(registered.Initialize(SymCurrentProcess(), nullptr, 0, 1));
+  registered.LoadModule(OwnExecutablePath(), 0x400000, 0);
+  registered.LoadModule(OwnExecutablePath() + ".missing", 0x10000000, 0);
+  registered.SetOptions(saved);
+  EXPECT_FALSE(registered.texts.empty());
+#endif
 }
 
 // The names of the walked frames, innermost first, as far as they resolve.
