@@ -1,6 +1,6 @@
 #include "link_dialog.h"
 
-#include <cstring>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -49,6 +49,7 @@ LinkDialog::LinkDialog() {
   for (const char* face = "MS Shell Dlg"; *face; ++face) *p++ = static_cast<WORD>(*face);
   *p++ = 0;
   m_hWnd = ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr), tmpl, nullptr, DialogProc, 0);
+  if (m_hWnd == nullptr) ADD_FAILURE() << "no dialog could be created: is there a display?";
 }
 
 LinkDialog::~LinkDialog() {
