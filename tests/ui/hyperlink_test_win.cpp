@@ -225,6 +225,10 @@ TEST(HyperLink, ShellOpenMarksVisitedOnlyOnSuccess) {
   EXPECT_GT(visited.Count(kPurple), 0);
   EXPECT_EQ(0, visited.Count(kBlue));
   ::DeleteFileA(marker.c_str());
+  ::EnableWindow(control, FALSE);  // grey wins over visited
+  Picture disabled = Render(control);
+  EXPECT_EQ(0, disabled.Count(kPurple));
+  EXPECT_GT(disabled.Count(::GetSysColor(COLOR_GRAYTEXT)), 0);
 
   CHyperLinkEx missing;
   missing.SetTarget("C:\\deskaid-missing\\nothing-here.exe");
@@ -233,7 +237,7 @@ TEST(HyperLink, ShellOpenMarksVisitedOnlyOnSuccess) {
   EXPECT_EQ(0, missing.GetState() & LinkStateVisited);
 }
 
-TEST(HyperLink, DisabledLinkIsGreyVisitedOrNot) {
+TEST(HyperLink, DisabledLinkIsGrey) {
   LinkDialog dialog;
   HWND control = dialog.AddStatic("disabled", SS_LEFT, kId);
   CHyperLinkEx link;
