@@ -1,5 +1,7 @@
 #include "codec/base64.h"
 
+#include "codec/base64_vector.h"
+
 #include <array>
 #include <cstring>
 #include <functional>
@@ -86,23 +88,6 @@ constexpr std::array<unsigned char, 256> MakeSkipTable() {
   return table;
 }
 constexpr std::array<unsigned char, 256> kSkipTable = MakeSkipTable();
-
-// Whether any of the eight bytes of `x` is one IsSkipped accepts (7 to 13, or 32). The high bit of
-// each byte is set aside first, so the additions below never carry from one byte into the next.
-inline bool AnySkipped(uint64_t x) {
-  constexpr uint64_t kOnes = 0x0101010101010101ull;
-  constexpr uint64_t kHigh = 0x8080808080808080ull;
-  const uint64_t low = x & ~kHigh;
-  const uint64_t atLeast7 = low + (128 - 7) * kOnes;
-  const uint64_t atLeast14 = low + (128 - 14) * kOnes;
-  const uint64_t atLeast32 = low + (128 - 32) * kOnes;
-  const uint64_t atLeast33 = low + (128 - 33) * kOnes;
-  return (((atLeast7 & ~atLeast14) | (atLeast32 & ~atLeast33)) & ~x & kHigh) != 0;
-}
-
-inline uint32_t LoadBE24(const unsigned char* p) {
-  return (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
-}
 
 // Makes room for `size` bytes the way the Prepare steps do, without clearing: the callers write
 // the front of the buffer and clear the rest themselves.
@@ -305,42 +290,74 @@ bool Base64Coder::Overlaps(const void* p, uint32_t length) const {
   return inside(m_pData, m_nDataCapacity) || inside(m_pszText, m_nTextCapacity);
 }
 
+namespace {
+
+// Results from this size on are written with stores that bypass the cache; smaller ones are
+// likely to be read soon and stay in it.
+constexpr uint32_t kStreamFrom = 1u << 20;
+
+// One group of scalar encoding: three bytes to four characters.
+inline void EncodeGroupFast(const unsigned char* in, char* out) {
+  const uint32_t n = (uint32_t(in[0]) << 16) | (uint32_t(in[1]) << 8) | in[2];
+  const uint16_t pairs[2] = {kPairTable[n >> 12], kPairTable[n & 0xFFF]};
+  std::memcpy(out, pairs, 4);
+}
+
+// One full group of scalar decoding. It stores a fourth, zero byte, which the next group
+// overwrites or the final clearing covers; callers leave room for it.
+inline void DecodeGroupFast(const unsigned char* in, unsigned char* out) {
+  const uint32_t word = kGroupTables.position[0][in[0]] | kGroupTables.position[1][in[1]] |
+                        kGroupTables.position[2][in[2]] | kGroupTables.position[3][in[3]];
+  std::memcpy(out, &word, 4);
+}
+
+}  // namespace
+
 void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
   Reserve(m_pData, m_nDataCapacity, length);
   Reserve(m_pszText, m_nTextCapacity, 2 * length);
-  unsigned char* copy = m_pData;
-  char* out = m_pszText;
+  const bool vector = deskaid::base64::HaveVectorKernels();
+  const bool stream = length >= kStreamFrom;
+  auto put = [stream](void* to, const void* from, size_t size) {
+    if (stream) {
+      deskaid::base64::StreamCopy(to, from, size);
+    } else {
+      std::memcpy(to, from, size);
+    }
+  };
 
-  // Two groups per round from one 8-byte load, which also goes into the data buffer: its last
-  // two bytes are stored again by the next round. The data buffer, larger than the input, has
-  // room for them while eight input bytes remain.
-  uint32_t i = 0;
-  for (; i + 8 <= length; i += 6, out += 8) {
-    uint64_t word;
-    std::memcpy(&word, data + i, 8);
-    std::memcpy(copy + i, &word, 8);
-    const uint32_t first = LoadBE24(data + i);
-    const uint32_t second = LoadBE24(data + i + 3);
-    const uint16_t pairs[4] = {kPairTable[first >> 12], kPairTable[first & 0xFFF],
-                               kPairTable[second >> 12], kPairTable[second & 0xFFF]};
-    std::memcpy(out, pairs, 8);
+  // Whole groups, chunk by chunk: each chunk is encoded into a small buffer that stays in the
+  // cache and then put in place together with the copy of its input.
+  constexpr uint32_t kChunk = 3 * 1024;
+  char scratch[kChunk / 3 * 4];
+  const uint32_t whole = length / 3 * 3;
+  uint32_t textLength = 0;
+  for (uint32_t start = 0; start < whole;) {
+    const uint32_t size = whole - start < kChunk ? whole - start : kChunk;
+    const unsigned char* in = data + start;
+    // The vector kernel reads 16 bytes for 12, so it may look past the chunk but not the input;
+    // it never encodes past the chunk.
+    const uint32_t readable = length - start;
+    uint32_t i = vector ? deskaid::base64::EncodeBlocks(in, size + 4 <= readable ? size + 4 : size,
+                                                        scratch)
+                        : 0;
+    for (; i < size; i += 3) EncodeGroupFast(in + i, scratch + i / 3 * 4);
+    put(m_pData + start, in, size);
+    put(m_pszText + textLength, scratch, size / 3 * 4);
+    textLength += size / 3 * 4;
+    start += size;
   }
-  for (; i + 3 <= length; i += 3, out += 4) {
-    std::memcpy(copy + i, data + i, 3);
-    const uint32_t n = LoadBE24(data + i);
-    const uint16_t pairs[2] = {kPairTable[n >> 12], kPairTable[n & 0xFFF]};
-    std::memcpy(out, pairs, 4);
-  }
-  if (i < length) {
-    std::memcpy(copy + i, data + i, length - i);
+  if (whole < length) {
+    std::memcpy(m_pData + whole, data + whole, length - whole);
     Base64Group group = {};
-    std::memcpy(group.byValues, data + i, length - i);
-    group.byCount = static_cast<unsigned char>(length - i);
-    Base64Coder::EncodeGroup(group, out);
-    out += 4;
+    std::memcpy(group.byValues, data + whole, length - whole);
+    group.byCount = static_cast<unsigned char>(length - whole);
+    Base64Coder::EncodeGroup(group, m_pszText + textLength);
+    textLength += 4;
   }
+  if (stream) deskaid::base64::StreamFence();
   m_nDataLength = length;
-  m_nTextLength = static_cast<uint32_t>(out - m_pszText);
+  m_nTextLength = textLength;
   ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
   ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
 }
@@ -348,64 +365,89 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
 void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   Reserve(m_pszText, m_nTextCapacity, length);
   Reserve(m_pData, m_nDataCapacity, length);
-  char* const filtered = m_pszText;
-  char* out = filtered;
-  const unsigned char* in = reinterpret_cast<const unsigned char*>(filtered);
-  unsigned char* bytes = m_pData;
+  const bool vector = deskaid::base64::HaveVectorKernels();
+  const bool stream = length >= kStreamFrom;
+  auto put = [stream](void* to, const void* from, size_t size) {
+    if (stream) {
+      deskaid::base64::StreamCopy(to, from, size);
+    } else {
+      std::memcpy(to, from, size);
+    }
+  };
 
-  // The input goes in chunks through the filter and then, while the filtered text is still in
-  // the cache, through the group decoder. Groups may straddle chunks; each round decodes the
-  // whole groups filtered so far.
+  // The input goes chunk by chunk through the filter into a small buffer that stays in the
+  // cache; from there the filtered text is put in place and its whole groups are decoded. Up to
+  // three characters of an unfinished group wait at the front of the buffer for the next chunk.
   constexpr uint32_t kChunk = 4096;
-  uint32_t i = 0;
-  while (i < length) {
+  char filtered[3 + kChunk + 16];
+  unsigned char bytes[(3 + kChunk) / 4 * 3 + 16];
+  uint32_t waiting = 0;  // characters of an unfinished group at the front of `filtered`
+  uint32_t textLength = 0;
+  uint32_t dataLength = 0;
+  for (uint32_t i = 0; i < length;) {
     const uint32_t end = length - i < kChunk ? length : i + kChunk;
-    // Whole words of eight characters without a skipped one are copied as they are.
-    for (; i + 8 <= end; i += 8) {
-      uint64_t word;
-      std::memcpy(&word, text + i, 8);
-      if (!AnySkipped(word)) {
-        std::memcpy(out, &word, 8);
-        out += 8;
-        continue;
+    char* out = filtered + waiting;
+    const unsigned char* in = reinterpret_cast<const unsigned char*>(filtered);
+    uint32_t k = 0;  // characters of `filtered` decoded so far, always whole groups
+    unsigned char* b = bytes;
+    while (i < end) {
+      if (vector) {
+        // While no character waits for its group, blocks of plain text are copied and decoded
+        // in one go; then blocks without skipped characters are copied.
+        if (in + k == reinterpret_cast<const unsigned char*>(out)) {
+          const uint32_t n = deskaid::base64::CopyAndDecodeBlocks(text + i, end - i, out, b);
+          i += n;
+          out += n;
+          k += n;
+          b += n / 4 * 3;
+        }
+        const uint32_t n = deskaid::base64::CopyUnskipped(text + i, end - i, out);
+        i += n;
+        out += n;
       }
-      for (uint32_t k = i; k < i + 8; ++k) {
-        const unsigned char c = static_cast<unsigned char>(text[k]);
+      // The block the kernels refused, or what is left, character by character.
+      const uint32_t until = vector && end - i > 16 ? i + 16 : end;
+      for (; i < until; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
         *out = static_cast<char>(c);
         out += 1 - kSkipTable[c];
       }
+      // The whole groups filtered so far.
+      const uint32_t groups = static_cast<uint32_t>(out - filtered) / 4 * 4;
+      while (k < groups) {
+        if (vector) {
+          const uint32_t n = deskaid::base64::DecodeBlocks(in + k, groups - k, b);
+          k += n;
+          b += n / 4 * 3;
+        }
+        // The block the kernel refused, or the groups behind the last block, one by one.
+        const uint32_t last = vector && groups - k > 16 ? k + 16 : groups;
+        for (; k < last; k += 4, b += 3) DecodeGroupFast(in + k, b);
+      }
     }
-    for (; i < end; ++i) {
-      const unsigned char c = static_cast<unsigned char>(text[i]);
-      *out = static_cast<char>(c);
-      out += 1 - kSkipTable[c];
-    }
-
-    // Each group stores a fourth, zero byte that the next one overwrites; the data buffer, being
-    // larger than the unfiltered input, always has room for it.
-    const unsigned char* const stop =
-        in + (reinterpret_cast<const unsigned char*>(out) - in) / 4 * 4;
-    for (; in != stop; in += 4, bytes += 3) {
-      const uint32_t word = kGroupTables.position[0][in[0]] | kGroupTables.position[1][in[1]] |
-                            kGroupTables.position[2][in[2]] | kGroupTables.position[3][in[3]];
-      std::memcpy(bytes, &word, 4);
-    }
+    const uint32_t count = static_cast<uint32_t>(out - filtered);
+    put(m_pszText + textLength, filtered + waiting, count - waiting);
+    textLength += count - waiting;
+    put(m_pData + dataLength, bytes, k / 4 * 3);
+    dataLength += k / 4 * 3;
+    waiting = count - k;
+    std::memmove(filtered, filtered + k, waiting);
   }
-  m_nTextLength = static_cast<uint32_t>(out - filtered);
-  m_nDataLength = static_cast<uint32_t>(bytes - m_pData);
-  const uint32_t tail = m_nTextLength % 4;
-  if (tail != 0) {
+  if (stream) deskaid::base64::StreamFence();
+  m_nTextLength = textLength;
+  m_nDataLength = dataLength;
+  if (waiting != 0) {
     Base64Group group = {};
-    for (uint32_t j = 0; j < tail; ++j) {
-      const unsigned char v = kDecodeTable[in[j]];
+    for (uint32_t j = 0; j < waiting; ++j) {
+      const unsigned char v = kDecodeTable[static_cast<unsigned char>(filtered[j])];
       group.byValues[j] = v == kPad ? 0 : v;
       ++group.byCount;
     }
-    Base64Coder::DecodeGroup(group, bytes);
-    m_nDataLength += tail;
+    // The group writes three bytes but counts as many as its characters; the uncounted ones
+    // are zero. The data buffer, larger than the unfiltered input, has room for all three.
+    Base64Coder::DecodeGroup(group, m_pData + m_nDataLength);
+    m_nDataLength += waiting;
   }
-  // A tail writes three bytes but counts as many as its characters; the uncounted ones are zero,
-  // and so is everything else behind the results.
   ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
   ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
 }
