@@ -22,11 +22,18 @@ std::string ToolText(HWND tooltip, UINT index) {
   return text;
 }
 
+// A static of the dialog in row `row` (identifier kId + row), attached to `link`.
+HWND Attach(LinkDialog& dialog, CHyperLinkEx& link, const char* text, DWORD linkStyle, int row = 0) {
+  link.SetExtendedStyle(linkStyle);
+  HWND control = dialog.AddStatic(text, SS_LEFT, kId + row, {10, 10 + 30 * row, 250, 30 + 30 * row});
+  EXPECT_TRUE(link.AttachToWindow(control));
+  return control;
+}
+
 TEST(HyperLink, PlainStaticTargetsItsOwnText) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("http://example.invalid/", SS_LEFT, kId);
   CHyperLinkEx link;
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "http://example.invalid/", 0);
   EXPECT_EQ(control, link.GetHwnd());
   ASSERT_NE(nullptr, link.GetTarget());
   EXPECT_STREQ("http://example.invalid/", link.GetTarget());
@@ -75,10 +82,8 @@ TEST(HyperLink, CentredAndRightAlignedLinksMoveTheirRectangle) {
 
 TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("Visit <A>our site</A> today", SS_LEFT, kId);
   CHyperLinkEx link;
-  link.SetExtendedStyle(LinkStyleUseTags);
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "Visit <A>our site</A> today", LinkStyleUseTags);
   RECT r = link.GetLinkRect();
   EXPECT_GT(r.left, 10);  // after "Visit "
   EXPECT_GT(r.right, r.left + 20);
@@ -92,18 +97,14 @@ TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
 
   // A label without "</A>" has no link text to draw.
   CHyperLinkEx open;
-  open.SetExtendedStyle(LinkStyleUseTags);
-  HWND unclosed = dialog.AddStatic("plain <a>never closed", SS_LEFT, 2, {10, 40, 250, 60});
-  ASSERT_TRUE(open.AttachToWindow(unclosed));
+  HWND unclosed = Attach(dialog, open, "plain <a>never closed", LinkStyleUseTags, 1);
   EXPECT_EQ(0, Render(unclosed).Count(kBlue));
 }
 
 TEST(HyperLink, BoldTaggedLinkIsBoldAndNotUnderlined) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("<A>all link</A>", SS_LEFT, kId);
   CHyperLinkEx link;
-  link.SetExtendedStyle(LinkStyleUseTagsBold);
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "<A>all link</A>", LinkStyleUseTagsBold);
   LOGFONTA lf = {};
   ::GetObjectA(link.GetLinkFont(), sizeof(lf), &lf);
   EXPECT_EQ(FW_BOLD, lf.lfWeight);
@@ -116,10 +117,8 @@ TEST(HyperLink, BoldTaggedLinkIsBoldAndNotUnderlined) {
 
 TEST(HyperLink, KeyboardFollowsTheLinkByCommandOrNotification) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("command", SS_LEFT, kId);
   CHyperLinkEx link;
-  link.SetExtendedStyle(LinkStyleCommandButton);
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "command", LinkStyleCommandButton);
   EXPECT_EQ(nullptr, link.GetTarget());  // a command link needs no target
   EXPECT_EQ(DLGC_WANTCHARS, ::SendMessageA(control, WM_GETDLGCODE, 0, 0));
   ::SendMessageA(control, WM_CHAR, VK_RETURN, 0);
@@ -131,10 +130,8 @@ TEST(HyperLink, KeyboardFollowsTheLinkByCommandOrNotification) {
   ::SendMessageA(control, WM_CHAR, VK_TAB, 0);
   EXPECT_EQ(2, dialog.record().commands);
 
-  HWND notifying = dialog.AddStatic("notify", SS_LEFT, kId + 1, {10, 40, 250, 60});
   CHyperLinkEx notifier;
-  notifier.SetExtendedStyle(LinkStyleNotifyButton);
-  ASSERT_TRUE(notifier.AttachToWindow(notifying));
+  HWND notifying = Attach(dialog, notifier, "notify", LinkStyleNotifyButton, 1);
   ::SendMessageA(notifying, WM_CHAR, VK_RETURN, 0);
   EXPECT_EQ(1, dialog.record().notifies);
   EXPECT_EQ(2, dialog.record().commands);
@@ -149,10 +146,8 @@ TEST(HyperLink, KeyboardFollowsTheLinkByCommandOrNotification) {
 
 TEST(HyperLink, MouseClickNeedsPressAndReleaseInsideTheLink) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("click", SS_LEFT, kId);
   CHyperLinkEx link;
-  link.SetExtendedStyle(LinkStyleCommandButton);
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "click", LinkStyleCommandButton);
   const LPARAM inside = MAKELPARAM(3, 3), outside = MAKELPARAM(200, 3);
   ::SendMessageA(control, WM_LBUTTONDOWN, MK_LBUTTON, inside);
   EXPECT_EQ(control, ::GetCapture());
@@ -179,11 +174,9 @@ TEST(HyperLink, MouseClickNeedsPressAndReleaseInsideTheLink) {
 
 TEST(HyperLink, UnderlineHoverSwitchesFontsInAndOut) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("hover me", SS_LEFT, kId);
   CHyperLinkEx link;
-  link.SetExtendedStyle(LinkStyleUnderlineHover);
   link.SetTarget("http://example.invalid/");
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "hover me", LinkStyleUnderlineHover);
   const int width = link.GetLinkRect().right;
   EXPECT_LT(Render(control).LongestRun(kBlue), width / 2);
   ::SendMessageA(control, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
@@ -208,10 +201,9 @@ TEST(HyperLink, ShellOpenMarksVisitedOnlyOnSuccess) {
   ::DeleteFileA(marker.c_str());
 
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("run the probe", SS_LEFT, kId);
   CHyperLinkEx link;
   link.SetTarget(path.c_str());
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "run the probe", 0);
   EXPECT_EQ(0, Render(control).Count(kPurple));
   ::SendMessageA(control, WM_CHAR, VK_RETURN, 0);
   EXPECT_NE(0, link.GetState() & LinkStateVisited);
@@ -232,16 +224,15 @@ TEST(HyperLink, ShellOpenMarksVisitedOnlyOnSuccess) {
 
   CHyperLinkEx missing;
   missing.SetTarget("C:\\deskaid-missing\\nothing-here.exe");
-  ASSERT_TRUE(missing.AttachToWindow(dialog.AddStatic("missing", SS_LEFT, 2, {10, 40, 250, 60})));
+  Attach(dialog, missing, "missing", 0, 1);
   EXPECT_FALSE(missing.Navigate());
   EXPECT_EQ(0, missing.GetState() & LinkStateVisited);
 }
 
 TEST(HyperLink, DisabledLinkIsGrey) {
   LinkDialog dialog;
-  HWND control = dialog.AddStatic("disabled", SS_LEFT, kId);
   CHyperLinkEx link;
-  ASSERT_TRUE(link.AttachToWindow(control));
+  HWND control = Attach(dialog, link, "disabled", 0);
   ::EnableWindow(control, FALSE);
   Picture picture = Render(control);
   EXPECT_GE(picture.LongestRun(::GetSysColor(COLOR_GRAYTEXT)), link.GetLinkRect().right - 2);
