@@ -123,7 +123,7 @@ int ShowDriven(const char* title, const std::function<int()>& show,
     // A driver that stopped early (a failed check) must not leave the modal loop waiting.
     for (int i = 0; i < 300 && IsWindow(dialog); ++i) ::Sleep(10);
     if (IsWindow(dialog)) {
-      ADD_FAILURE() << "the dialog was still open after its driver finished";
+      ADD_FAILURE() << "the dialog " << title << " was still open after its driver finished";
       PostMessageA(dialog, WM_COMMAND, 0x7777, 0);
     }
   });
