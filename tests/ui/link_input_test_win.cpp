@@ -46,13 +46,15 @@ class BrowserColours : public ::testing::Test {
   void SetText(int which, const char* text) { Set(which, REG_SZ, text, lstrlenA(text) + 1); }
   // The colours a freshly attached control ends up with.
   std::pair<COLORREF, COLORREF> Attach() {
-    LinkDialog dialog;
     CHyperLinkEx link;
-    EXPECT_TRUE(link.AttachToWindow(dialog.AddStatic("colours", SS_LEFT, 1)));
+    HWND control = m_dialog.AddStatic("colours", SS_LEFT, 1);
+    EXPECT_TRUE(link.AttachToWindow(control));
+    ::DestroyWindow(control);
     return {link.GetLinkColor(), link.GetVisitedColor()};
   }
 
   static constexpr const char* kNames[2] = {"Anchor Color", "Anchor Color Visited"};
+  LinkDialog m_dialog;
   HKEY m_key = nullptr;
   bool m_had[2] = {};
   DWORD m_type[2] = {}, m_size[2] = {};
