@@ -27,3 +27,9 @@ struct WalkResults {
   std::vector<StackFrameEntry> skipNegative;
 };
 WalkResults WalkThroughKnownChain(CSymbolEngine& engine);
+
+#ifndef _WIN32
+// A walk from registers given by the caller: ContextChainInner's own frame, reached through
+// ContextChainOuter. These functions keep frame pointers.
+std::vector<StackFrameEntry> WalkFromOwnContext(CSymbolEngine& engine);
+#endif

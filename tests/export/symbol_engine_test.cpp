@@ -195,4 +195,17 @@ TEST(SymbolEngine, StackWalkStartsInsideItselfAndSkipsWalkedFrames) {
   EXPECT_EQ(walks.skipNegative[2].pc, walks.skip0[2].pc);
 }
 
+#ifndef _WIN32
+TEST(SymbolEngine, StackWalkFromAContextFollowsTheFrameChain) {
+  CSymbolEngine engine;
+  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 1, 0));
+  std::vector<StackFrameEntry> frames = WalkFromOwnContext(engine);
+  ASSERT_GE(frames.size(), 2u);
+  std::vector<std::string> names = FrameNames(engine, frames);
+  EXPECT_EQ(names[0], "ContextChainInner");
+  EXPECT_EQ(frames[0].returnAddress, frames[1].pc);
+  EXPECT_EQ(names[1], "ContextChainOuter");
+}
+#endif
+
 }  // namespace
