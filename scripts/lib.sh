@@ -42,22 +42,20 @@ prepare_wine() {
     if [ ! -f "$WINEPREFIX/system.reg" ]; then
       echo "creating the Wine prefix $WINEPREFIX"
       mkdir -p "$WINEPREFIX"
-      wineboot -i >/dev/null 2>&1
+      wineboot -i >/dev/null 2>&1 </dev/null
       wineserver -w
-    fi
-    # A persistent server, and Wine's own services started here with their output going nowhere:
-    # started by the first test instead, they would hold CTest's output pipe open after the run.
-    wineserver -p >/dev/null 2>&1 </dev/null || true
-    wine cmd /c exit >/dev/null 2>&1 </dev/null || true )
+    fi )
 }
 
 stop_wine() {
   ( wine_env "$1"; wineserver -k >/dev/null 2>&1 || true )
 }
 
-# Runs a command with a virtual X display (Xvfb), for everything that may open a window.
+# Runs a command with a virtual X display (Xvfb) and a Wine session of build dir $1 started on it,
+# for everything that may open a window.
 with_display() {
-  xvfb-run -a -s "-screen 0 1280x1024x24" "$@"
+  local dir="$1"; shift
+  xvfb-run -a -s "-screen 0 1280x1024x24" "$root/scripts/wine-session" "$dir" "$@"
 }
 
 # Sums the GoogleTest cases that ran in a CTest run, from the per-suite output CTest kept.
