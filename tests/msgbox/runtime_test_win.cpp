@@ -266,16 +266,37 @@ TEST(MessageDialogRuntime, Placement) {
   EXPECT_EQ(rect.left, 120);
   EXPECT_EQ(rect.top, 90);
 
+  // Without an owner the box takes this thread's active window and centres on it.
   HWND owner = CreateWindowA("STATIC", "owner", WS_POPUP | WS_VISIBLE, 300, 200, 640, 480,
                              nullptr, nullptr, nullptr, nullptr);
   ASSERT_NE(owner, nullptr);
-  ShowDriven("Centred", [&] { return Show("Centred", MB_OK, nullptr, owner); }, [&](HWND dialog) {
+  SetActiveWindow(owner);
+  ASSERT_EQ(GetActiveWindow(), owner);
+  HWND ownerSeen = nullptr;
+  ShowDriven("Centred", [&] { return Show("Centred", MB_OK); }, [&](HWND dialog) {
     GetWindowRect(dialog, &rect);
+    ownerSeen = GetWindow(dialog, GW_OWNER);
     Click(dialog, IDOK);
   });
   DestroyWindow(owner);
+  EXPECT_EQ(ownerSeen, owner);
   EXPECT_NEAR((rect.left + rect.right) / 2, 300 + 320, 1);
   EXPECT_NEAR((rect.top + rect.bottom) / 2, 200 + 240, 1);
+}
+
+TEST(MessageDialogRuntime, SystemBoxAndFailedDialog) {
+  // Hand and system-modal together: the system's own box, without the engine's controls.
+  bool engineBox = true;
+  int result = ShowDriven("Severe", [] { return Show("Severe", MB_ICONHAND | MB_SYSTEMMODAL); },
+                          [&](HWND dialog) {
+                            engineBox = GetDlgItem(dialog, ID_FIRSTTEXT) != nullptr;
+                            PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+                          });
+  EXPECT_FALSE(engineBox);
+  EXPECT_EQ(result, IDOK);
+  // An owner that is not a window makes the dialog fail; its failure value comes back.
+  result = Show("Orphan", MB_OK, nullptr, reinterpret_cast<HWND>(0x4321));
+  EXPECT_TRUE(result == 0 || result == -1) << result;
 }
 
 TEST(MessageDialogRuntime, ResourceIconIsPainted) {
