@@ -52,6 +52,14 @@ std::FILE* OpenDenyWrite(const char* path, bool truncate);
 // the number of bytes written.
 size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length);
 
+// The next character of ANSI text: CharNextA, which steps over both bytes of a double-byte
+// character; one byte elsewhere. Stays at the terminating NUL.
+const char* NextChar(const char* text);
+
+// Whether `length` characters at `a` and `b` are equal ignoring case, in the user's locale
+// (CompareStringA with NORM_IGNORECASE; ASCII case folding elsewhere).
+bool EqualIgnoringCase(const char* a, const char* b, int length);
+
 // DeleteFileA / MoveFileA. The move fails when the destination exists on Windows; callers delete
 // the destination first.
 bool DeleteFilePath(const char* path);

@@ -93,6 +93,18 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
   return done;
 }
 
+const char* NextChar(const char* text) { return *text != '\0' ? text + 1 : text; }
+
+bool EqualIgnoringCase(const char* a, const char* b, int length) {
+  for (int i = 0; i < length; ++i) {
+    unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+    if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x - 'A' + 'a');
+    if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y - 'A' + 'a');
+    if (x != y) return false;
+  }
+  return true;
+}
+
 bool DeleteFilePath(const char* path) { return unlink(path) == 0; }
 
 bool MoveFilePath(const char* from, const char* to) {

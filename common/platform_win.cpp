@@ -60,6 +60,12 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
   return written;
 }
 
+const char* NextChar(const char* text) { return CharNextA(text); }
+
+bool EqualIgnoringCase(const char* a, const char* b, int length) {
+  return CompareStringA(LOCALE_USER_DEFAULT, NORM_IGNORECASE, a, length, b, length) == CSTR_EQUAL;
+}
+
 bool DeleteFilePath(const char* path) { return DeleteFileA(path) != 0; }
 
 bool MoveFilePath(const char* from, const char* to) { return MoveFileA(from, to) != 0; }
