@@ -95,8 +95,11 @@ template <typename T>
 void Reserve(T*& buffer, uint32_t& capacity, uint32_t size) {
   if (capacity >= size) return;
   delete[] buffer;
-  capacity = ((size >> 12) + 1) << 12;
-  buffer = new T[capacity];
+  buffer = nullptr;  // consistent even if the allocation below throws
+  capacity = 0;
+  const uint32_t grown = ((size >> 12) + 1) << 12;
+  buffer = new T[grown];
+  capacity = grown;
 }
 
 template <typename T>
@@ -161,7 +164,9 @@ void Base64Coder::FilterText(const char* text, uint32_t length) {
 
 void Base64Coder::SetData(const unsigned char* data, uint32_t length) {
   PrepareData(length);
-  if (length != 0) std::memcpy(m_pData, data, length);
+  // The input may be the data buffer itself (as Encode(GetData(), GetDataLength()) has it), which
+  // the preparation has just cleared.
+  if (length != 0) std::memmove(m_pData, data, length);
   m_nDataLength = length;
 }
 
