@@ -138,6 +138,4 @@ std::string ControlText(HWND dialog, int id) {
   return text;
 }
 
-void Sleep(int ms) { ::Sleep(static_cast<DWORD>(ms)); }
-
 }  // namespace msgbox_test

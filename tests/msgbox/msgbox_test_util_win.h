@@ -58,6 +58,5 @@ int ShowDriven(const char* title, const std::function<int()>& show,
                const std::function<void(HWND)>& drive);
 
 std::string ControlText(HWND dialog, int id);
-void Sleep(int ms);
 
 }  // namespace msgbox_test
