@@ -11,13 +11,11 @@
 
 namespace {
 
-struct StepwiseCoder : Base64Coder {};
-
 TEST(Base64AgainstOpenSsl, RandomDataBothWays) {
   std::mt19937 rng(4648);
   Base64Coder plain;  // reused, as callers do
   for (int round = 0; round < 500; ++round) {
-    const size_t length = round < 250 ? rng() % 100 : rng() % 20000;
+    const size_t length = round == 0 ? (3u << 19) + 1 : round < 250 ? rng() % 100 : rng() % 20000;
     std::vector<unsigned char> data(length);
     for (auto& b : data) b = static_cast<unsigned char>(rng());
 
@@ -25,21 +23,17 @@ TEST(Base64AgainstOpenSsl, RandomDataBothWays) {
     const int textLength = EVP_EncodeBlock(text.data(), data.data(), int(length));
     const std::string expectedText(reinterpret_cast<char*>(text.data()), textLength);
 
-    StepwiseCoder stepwise;
-    for (Base64Coder* coder : {static_cast<Base64Coder*>(&plain),
-                               static_cast<Base64Coder*>(&stepwise)}) {
-      coder->Encode(data.data(), uint32_t(length));
-      ASSERT_EQ(std::string(coder->GetText() ? coder->GetText() : "", coder->GetTextLength()),
-                expectedText);
+    plain.Encode(data.data(), uint32_t(length));
+    ASSERT_EQ(std::string(plain.GetText() ? plain.GetText() : "", plain.GetTextLength()),
+              expectedText);
 
-      // OpenSSL keeps the padding's zero bytes too, so whole groups compare byte for byte.
-      std::vector<unsigned char> bytes(textLength / 4 * 3 + 1);
-      const int byteCount = EVP_DecodeBlock(bytes.data(), text.data(), textLength);
-      coder->Decode(expectedText.data(), uint32_t(textLength));
-      ASSERT_EQ(int(coder->GetDataLength()), byteCount);
-      if (byteCount > 0) {
-        ASSERT_EQ(std::memcmp(coder->GetData(), bytes.data(), byteCount), 0);
-      }
+    // OpenSSL keeps the padding's zero bytes too, so whole groups compare byte for byte.
+    std::vector<unsigned char> bytes(textLength / 4 * 3 + 1);
+    const int byteCount = EVP_DecodeBlock(bytes.data(), text.data(), textLength);
+    plain.Decode(expectedText.data(), uint32_t(textLength));
+    ASSERT_EQ(int(plain.GetDataLength()), byteCount);
+    if (byteCount > 0) {
+      ASSERT_EQ(std::memcmp(plain.GetData(), bytes.data(), byteCount), 0);
     }
   }
 }
