@@ -26,18 +26,18 @@ inline void StoreLE32(unsigned char* p, uint32_t v) {
 //   F(b, c, d) = (b & c) | (~b & d)  is computed as  d ^ (b & (c ^ d));
 //   G(b, c, d) = (b & d) | (c & ~d)  has disjoint terms, so their OR is their sum and the term
 //                                    without b is added first.
-#define MD5_F(a, b, c, d, x, s, k)             \
+#define MD5_F(a, b, c, d, x, s, k)                     \
   a += (x) + uint32_t(k) + ((d) ^ ((b) & ((c) ^ (d)))); \
   a = RotateLeft(a, s) + (b)
-#define MD5_G(a, b, c, d, x, s, k)                          \
-  a += (x) + uint32_t(k) + ((c) & ~(d));                    \
-  a += (b) & (d);                                           \
+#define MD5_G(a, b, c, d, x, s, k)          \
+  a += (x) + uint32_t(k) + ((c) & ~(d));    \
+  a += (b) & (d);                           \
   a = RotateLeft(a, s) + (b)
-#define MD5_H(a, b, c, d, x, s, k)             \
-  a += (x) + uint32_t(k) + ((b) ^ (c) ^ (d)); \
+#define MD5_H(a, b, c, d, x, s, k)              \
+  a += (x) + uint32_t(k) + ((b) ^ (c) ^ (d));   \
   a = RotateLeft(a, s) + (b)
-#define MD5_I(a, b, c, d, x, s, k)              \
-  a += (x) + uint32_t(k) + ((c) ^ ((b) | ~(d))); \
+#define MD5_I(a, b, c, d, x, s, k)                 \
+  a += (x) + uint32_t(k) + ((c) ^ ((b) | ~(d)));   \
   a = RotateLeft(a, s) + (b)
 
 // Compresses `blocks` consecutive 64-byte blocks into `state`, keeping the chaining value in
@@ -150,6 +150,7 @@ CMD5Checksum::CMD5Checksum() : m_block{}, m_nCountLow(0), m_nCountHigh(0) {
 void CMD5Checksum::CompressBlock(const unsigned char* block) { CompressBlocks(m_state, block, 1); }
 
 void CMD5Checksum::AddBytes(const unsigned char* data, uint32_t length) {
+  if (data == nullptr) return;  // nothing to read: as if the length were 0
   uint32_t index = (m_nCountLow >> 3) & 63;
   const uint32_t oldLow = m_nCountLow;
   m_nCountLow += length << 3;

@@ -14,8 +14,9 @@ class CMD5Checksum {
   CMD5Checksum();
   virtual ~CMD5Checksum() = default;
 
-  // Feeds `length` bytes; 0 reads nothing. Whole 64-byte blocks are compressed straight from the
-  // caller's memory; only a block's head and a short tail are copied into the object.
+  // Feeds `length` bytes; 0 reads nothing, and so does a null pointer. Whole 64-byte blocks are
+  // compressed straight from the caller's memory; only a block's head and a short tail are
+  // copied into the object.
   void AddBytes(const unsigned char* data, uint32_t length);
 
   // Pads the message, finishes the digest and returns it as 32 lowercase hexadecimal digits.
@@ -38,7 +39,7 @@ class CMD5Checksum {
 bool CheckMemory(const void* p, uint32_t length, bool write);
 
 // The digest text of `length` bytes at `data`. The bytes are read whatever CheckMemory says of
-// them; with length 0 the pointer is never touched.
+// them; with length 0, or a null pointer, nothing is read (the digest of the empty message).
 std::string HashBuffer(const unsigned char* data, uint32_t length);
 
 // The digest text of a file's contents, read 1,024 bytes at a time; empty when the file cannot be

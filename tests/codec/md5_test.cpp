@@ -91,6 +91,7 @@ TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
   EXPECT_EQ(first, second);
   EXPECT_STREQ(first, "900150983cd24fb0d6963f7d28e17f72");
   EXPECT_EQ(HashString(""), HashBuffer(nullptr, 0));
+  EXPECT_EQ(HashBuffer(nullptr, 5), HashBuffer(nullptr, 0));  // nothing to read
   EXPECT_STREQ(HashString(nullptr), "d41d8cd98f00b204e9800998ecf8427e");
 }
 
