@@ -105,30 +105,30 @@ struct ButtonCaptionSet {
 // dialog stays open.
 using ReportCallback = void (*)(const char* messageText, void* reportData);
 
-// The request record. A value-initialised record (`MessageDialogParams params{};`) is all zero,
-// which asks for nothing beyond the style bits.
+// The request record. A default-constructed record is all zero (every number, pointer and
+// text), which asks for nothing beyond the style bits.
 struct MessageDialogParams {
-  int nHelpContextId;       // Help button context id; 0 opens the keyword search
-  int nTimeoutSeconds;      // countdown that presses the default button; 0 = none
-  int nDisabledSeconds;     // buttons disabled this long; negative = for good; 0 = none
-  int nX;                   // screen position of the top-left corner; both 0 = centred
-  int nY;
-  DWORD dwOptions;          // MDO_* bits
-  HINSTANCE hStringModule;  // message, caption and captions; null = the host executable
-  HINSTANCE hIconModule;    // icon resources; null = the host executable
-  UINT nIconId;             // icon resource id (low 16 bits); 0 = none
-  char szIconName[260];     // icon resource name, used when nIconId is 0 (loaded, never shown)
-  UINT nCustomButtonsId;    // string resource with newline-separated button captions
-  char szCustomButtons[260];  // the same list as text, used when the resource gives nothing
-  UINT nReportCaptionId;    // string resource with the Report caption
-  char szReportCaption[260];  // Report caption text, used when the resource gives nothing
-  char szReserved[260];
-  DWORD dwReserved1;
-  DWORD dwReserved2;
-  void* pReportData;         // handed to pfnReport
-  ReportCallback pfnReport;  // non-null adds a Report button
-  BOOL bUserCaptions;        // non-zero: every caption from UserCaptions
-  ButtonCaptionSet UserCaptions;
+  int nHelpContextId = 0;     // Help button context id; 0 opens the keyword search
+  int nTimeoutSeconds = 0;    // countdown that presses the default button; 0 = none
+  int nDisabledSeconds = 0;   // buttons disabled this long; negative = for good; 0 = none
+  int nX = 0;                 // screen position of the top-left corner; both 0 = centred
+  int nY = 0;
+  DWORD dwOptions = 0;        // MDO_* bits
+  HINSTANCE hStringModule = nullptr;  // message, caption, captions; null = the host executable
+  HINSTANCE hIconModule = nullptr;    // icon resources; null = the host executable
+  UINT nIconId = 0;                   // icon resource id (low 16 bits); 0 = none
+  char szIconName[260] = {};          // icon name, used when nIconId is 0 (loaded, never shown)
+  UINT nCustomButtonsId = 0;          // string resource with newline-separated button captions
+  char szCustomButtons[260] = {};     // the same list as text, when the resource gives nothing
+  UINT nReportCaptionId = 0;          // string resource with the Report caption
+  char szReportCaption[260] = {};     // Report caption text, when the resource gives nothing
+  char szReserved[260] = {};
+  DWORD dwReserved1 = 0;
+  DWORD dwReserved2 = 0;
+  void* pReportData = nullptr;         // handed to pfnReport
+  ReportCallback pfnReport = nullptr;  // non-null adds a Report button
+  BOOL bUserCaptions = FALSE;          // non-zero: every caption from UserCaptions
+  ButtonCaptionSet UserCaptions = {};
 };
 
 // Shows a modal message box and returns the id of the button that ended it, OR the check box bit

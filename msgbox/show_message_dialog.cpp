@@ -20,7 +20,7 @@ int ShowMessageDialog(HWND owner, const char* text, const char* caption, unsigne
 
   std::unique_ptr<MessageDialogParams> request(new (std::nothrow) MessageDialogParams());
   if (!request) return 2;
-  if (params != nullptr) std::memcpy(request.get(), params, sizeof *request);
+  if (params != nullptr) *request = *params;
   // Anything from 1000 seconds up is taken for a mistake and cut to ten seconds.
   if (request->nTimeoutSeconds >= 1000) request->nTimeoutSeconds = 10;
   if (request->nDisabledSeconds >= 1000) request->nDisabledSeconds = 10;

@@ -72,7 +72,7 @@ CXDialogTemplate::CXDialogTemplate(HWND owner, const char* text, const char* cap
   // The request is copied whole; the heap keeps the 6 KiB record off a caller's small stack.
   std::unique_ptr<MessageDialogParams> copy(new (std::nothrow) MessageDialogParams());
   if (!copy) return;
-  if (params != nullptr) std::memcpy(copy.get(), params, sizeof *copy);
+  if (params != nullptr) *copy = *params;
   const MessageDialogParams& p = *copy;
 
   m_hOwner = owner;
