@@ -110,6 +110,18 @@ void Prepare(T*& buffer, uint32_t& capacity, uint32_t& length, uint32_t size) {
   length = 0;
 }
 
+// The group of the last one to three characters of a decode. Here any "=" counts as 0, in
+// whichever position it stands.
+Base64Group TailGroup(const char* chars, uint32_t count) {
+  Base64Group group = {};
+  for (uint32_t j = 0; j < count; ++j) {
+    const unsigned char v = kDecodeTable[static_cast<unsigned char>(chars[j])];
+    group.byValues[j] = v == kPad ? 0 : v;
+    ++group.byCount;
+  }
+  return group;
+}
+
 template <typename T>
 void ClearFrom(T* buffer, uint32_t capacity, uint32_t used) {
   if (buffer != nullptr && used < capacity) std::memset(buffer + used, 0, capacity - used);
@@ -225,18 +237,11 @@ void Base64Coder::Encode(const unsigned char* data, uint32_t length) {
   }
   SetData(data, length);
   PrepareText(2 * length);  // at least 4096 and thus room for 4 characters per 3 bytes
-  uint32_t i = 0;
-  for (; i + 3 <= length; i += 3) {
+  for (uint32_t i = 0; i < length; i += 3) {
+    const uint32_t count = length - i < 3 ? length - i : 3;
     Base64Group group = {};
-    std::memcpy(group.byValues, m_pData + i, 3);
-    group.byCount = 3;
-    EncodeGroup(group, m_pszText + m_nTextLength);
-    m_nTextLength += 4;
-  }
-  if (i < length) {
-    Base64Group group = {};
-    std::memcpy(group.byValues, m_pData + i, length - i);
-    group.byCount = static_cast<unsigned char>(length - i);
+    std::memcpy(group.byValues, m_pData + i, count);
+    group.byCount = static_cast<unsigned char>(count);
     EncodeGroup(group, m_pszText + m_nTextLength);
     m_nTextLength += 4;
   }
@@ -266,13 +271,7 @@ void Base64Coder::Decode(const char* text, uint32_t length) {
     m_nDataLength += 3;
   }
   if (i < m_nTextLength) {
-    Base64Group group = {};
-    for (uint32_t j = i; j < m_nTextLength; ++j) {
-      const unsigned char v = kDecodeTable[static_cast<unsigned char>(m_pszText[j])];
-      group.byValues[j - i] = v == kPad ? 0 : v;
-      ++group.byCount;
-    }
-    DecodeGroup(group, m_pData + m_nDataLength);
+    DecodeGroup(TailGroup(m_pszText + i, m_nTextLength - i), m_pData + m_nDataLength);
     // The tail counts its characters, not the bytes they make.
     m_nDataLength += m_nTextLength - i;
   }
@@ -301,6 +300,14 @@ namespace {
 // likely to be read soon and stay in it.
 constexpr uint32_t kStreamFrom = 1u << 20;
 
+inline void Put(bool stream, void* to, const void* from, size_t size) {
+  if (stream) {
+    deskaid::base64::StreamCopy(to, from, size);
+  } else {
+    std::memcpy(to, from, size);
+  }
+}
+
 // One group of scalar encoding: three bytes to four characters.
 inline void EncodeGroupFast(const unsigned char* in, char* out) {
   const uint32_t n = (uint32_t(in[0]) << 16) | (uint32_t(in[1]) << 8) | in[2];
@@ -323,13 +330,6 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
   Reserve(m_pszText, m_nTextCapacity, 2 * length);
   const bool vector = deskaid::base64::HaveVectorKernels();
   const bool stream = length >= kStreamFrom;
-  auto put = [stream](void* to, const void* from, size_t size) {
-    if (stream) {
-      deskaid::base64::StreamCopy(to, from, size);
-    } else {
-      std::memcpy(to, from, size);
-    }
-  };
 
   // Whole groups, chunk by chunk: each chunk is encoded into a small buffer that stays in the
   // cache and then put in place together with the copy of its input.
@@ -347,8 +347,8 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
                                                         scratch)
                         : 0;
     for (; i < size; i += 3) EncodeGroupFast(in + i, scratch + i / 3 * 4);
-    put(m_pData + start, in, size);
-    put(m_pszText + textLength, scratch, size / 3 * 4);
+    Put(stream, m_pData + start, in, size);
+    Put(stream, m_pszText + textLength, scratch, size / 3 * 4);
     textLength += size / 3 * 4;
     start += size;
   }
@@ -372,13 +372,6 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   Reserve(m_pData, m_nDataCapacity, length);
   const bool vector = deskaid::base64::HaveVectorKernels();
   const bool stream = length >= kStreamFrom;
-  auto put = [stream](void* to, const void* from, size_t size) {
-    if (stream) {
-      deskaid::base64::StreamCopy(to, from, size);
-    } else {
-      std::memcpy(to, from, size);
-    }
-  };
 
   // The input goes chunk by chunk through the filter into a small buffer that stays in the
   // cache; from there the filtered text is put in place and its whole groups are decoded. Up to
@@ -431,9 +424,9 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
       }
     }
     const uint32_t count = static_cast<uint32_t>(out - filtered);
-    put(m_pszText + textLength, filtered + waiting, count - waiting);
+    Put(stream, m_pszText + textLength, filtered + waiting, count - waiting);
     textLength += count - waiting;
-    put(m_pData + dataLength, bytes, k / 4 * 3);
+    Put(stream, m_pData + dataLength, bytes, k / 4 * 3);
     dataLength += k / 4 * 3;
     waiting = count - k;
     std::memmove(filtered, filtered + k, waiting);
@@ -442,15 +435,9 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   m_nTextLength = textLength;
   m_nDataLength = dataLength;
   if (waiting != 0) {
-    Base64Group group = {};
-    for (uint32_t j = 0; j < waiting; ++j) {
-      const unsigned char v = kDecodeTable[static_cast<unsigned char>(filtered[j])];
-      group.byValues[j] = v == kPad ? 0 : v;
-      ++group.byCount;
-    }
     // The group writes three bytes but counts as many as its characters; the uncounted ones
     // are zero. The data buffer, larger than the unfiltered input, has room for all three.
-    Base64Coder::DecodeGroup(group, m_pData + m_nDataLength);
+    Base64Coder::DecodeGroup(TailGroup(filtered, waiting), m_pData + m_nDataLength);
     m_nDataLength += waiting;
   }
   ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
