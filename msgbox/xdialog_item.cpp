@@ -1,10 +1,16 @@
 #include "msgbox/xdialog_item.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "msgbox/dialog_units.h"
+#include "msgbox/template_bytes.h"
 
 namespace {
+
+using deskaid::PutU16;
+using deskaid::PutU32;
 
 DWORD StyleOfKind(int kind) {
   switch (kind) {
@@ -15,16 +21,6 @@ DWORD StyleOfKind(int kind) {
     case kItemKindCheckBox: return WS_CHILD | WS_VISIBLE | WS_TABSTOP | BS_AUTOCHECKBOX;
     default: return WS_CHILD | WS_VISIBLE;
   }
-}
-
-void PutU16(unsigned char* p, unsigned value) {
-  p[0] = static_cast<unsigned char>(value);
-  p[1] = static_cast<unsigned char>(value >> 8);
-}
-
-void PutU32(unsigned char* p, unsigned long value) {
-  PutU16(p, static_cast<unsigned>(value & 0xFFFF));
-  PutU16(p + 2, static_cast<unsigned>(value >> 16));
 }
 
 }  // namespace
@@ -65,15 +61,14 @@ size_t CXDialogItem::Write(unsigned char* dest) const {
   const int n = WideCaptionLength();
   // The platform's template is little-endian UTF-16, which is what WCHAR holds on Windows; the
   // converted text is written through a byte copy so no alignment is assumed.
-  if (n > 0) {
-    WCHAR* wide = new WCHAR[n];
-    MultiByteToWideChar(CP_ACP, 0, m_strCaption.c_str(), -1, wide, n);
-    std::memcpy(dest + 22, wide, static_cast<size_t>(n) * 2);
-    delete[] wide;
+  std::unique_ptr<WCHAR[]> wide(n > 0 ? new (std::nothrow) WCHAR[n] : nullptr);
+  if (wide) {
+    MultiByteToWideChar(CP_ACP, 0, m_strCaption.c_str(), -1, wide.get(), n);
+    std::memcpy(dest + 22, wide.get(), static_cast<size_t>(n) * 2);
   } else {
     PutU16(dest + 22, 0);
   }
-  const size_t captionBytes = n > 0 ? static_cast<size_t>(n) * 2 : 2;
+  const size_t captionBytes = wide ? static_cast<size_t>(n) * 2 : 2;
   PutU16(dest + 22 + captionBytes, 0);  // no creation data
   return 24 + captionBytes;
 }

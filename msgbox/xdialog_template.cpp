@@ -11,8 +11,12 @@
 #include "diag/debug_trace.h"
 #include "msgbox/button_model.h"
 #include "msgbox/dialog_units.h"
+#include "msgbox/template_bytes.h"
 
 namespace {
+
+using deskaid::PutU16;
+using deskaid::PutU32;
 
 // DrawTextA formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
 // check box caption (one line).
@@ -53,16 +57,6 @@ void CopyBounded(char* dest, const char* source, size_t limit) {
 
 bool IsResourceId(const char* text) {
   return reinterpret_cast<std::uintptr_t>(text) < 0x10000;
-}
-
-void PutU16(unsigned char* p, unsigned value) {
-  p[0] = static_cast<unsigned char>(value);
-  p[1] = static_cast<unsigned char>(value >> 8);
-}
-
-void PutU32(unsigned char* p, unsigned long value) {
-  PutU16(p, static_cast<unsigned>(value & 0xFFFF));
-  PutU16(p + 2, static_cast<unsigned>(value >> 16));
 }
 
 }  // namespace
