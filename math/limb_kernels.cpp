@@ -7,7 +7,7 @@ namespace limbs {
 namespace {
 
 // Below this many limbs the schoolbook product beats Karatsuba's extra additions.
-constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 32 : 48;
+constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 48 : 96;
 
 int LeadingZeros(Limb x) {
   int n = 0;

@@ -1,0 +1,145 @@
+// CBigInt and CModPower beside GMP (and Boost.Multiprecision for the modular powers).
+#include <benchmark/benchmark.h>
+#include <gmp.h>
+
+#include <boost/multiprecision/cpp_int.hpp>
+#include <random>
+#include <string>
+
+#include "math/bigint.h"
+#include "math/modpower.h"
+#include "ratio_reporter.h"
+
+namespace {
+
+using boost::multiprecision::cpp_int;
+
+// A random hexadecimal text of exactly `bits` bits (top bit set), odd when asked.
+std::string RandomHex(int bits, uint32_t seed, bool odd) {
+  std::mt19937 rng(seed);
+  const char* digits = "0123456789ABCDEF";
+  std::string s(bits / 4, '0');
+  for (auto& c : s) c = digits[rng() % 16];
+  s[0] = "89ABCDEF"[rng() % 8];
+  if (odd && (s.back() - '0') % 2 == 0 && s.back() <= '9') s.back() = '1';
+  if (odd && s.back() >= 'A' && (s.back() - 'A') % 2 == 0) s.back() = 'B';
+  return s;
+}
+
+CBigInt Big(const std::string& hex) {
+  CBigInt x;
+  x.Parse(hex.c_str(), 16);
+  x.Normalize();
+  return x;
+}
+
+struct Mpz {
+  mpz_t v;
+  explicit Mpz(const std::string& hex) { mpz_init_set_str(v, hex.c_str(), 16); }
+  Mpz() { mpz_init(v); }
+  ~Mpz() { mpz_clear(v); }
+};
+
+cpp_int Boost(const std::string& hex) { return cpp_int("0x" + hex); }
+
+void PowModDeskaid(benchmark::State& state, int bits) {
+  const std::string b = RandomHex(bits, 1, false), e = RandomHex(bits, 2, false),
+                    n = RandomHex(bits, 3, true);
+  CModPower power;
+  power.SetExponent(Big(e));
+  power.SetModulus(Big(n));
+  const CBigInt base0 = Big(b) % power.m_Modulus;
+  for (auto _ : state) {
+    CBigInt base = base0;
+    benchmark::DoNotOptimize(power.PowMod(base));
+  }
+}
+
+void PowModGmp(benchmark::State& state, int bits) {
+  Mpz b(RandomHex(bits, 1, false)), e(RandomHex(bits, 2, false)), n(RandomHex(bits, 3, true)), r;
+  mpz_mod(b.v, b.v, n.v);
+  for (auto _ : state) {
+    mpz_powm(r.v, b.v, e.v, n.v);
+    benchmark::DoNotOptimize(r.v);
+  }
+}
+
+void PowModBoost(benchmark::State& state, int bits) {
+  cpp_int b = Boost(RandomHex(bits, 1, false)), e = Boost(RandomHex(bits, 2, false)),
+          n = Boost(RandomHex(bits, 3, true));
+  b %= n;
+  for (auto _ : state) {
+    cpp_int r = boost::multiprecision::powm(b, e, n);
+    benchmark::DoNotOptimize(r);
+  }
+}
+
+void MulDeskaid(benchmark::State& state) {
+  const CBigInt a = Big(RandomHex(4096, 4, false)), b = Big(RandomHex(4096, 5, false));
+  for (auto _ : state) benchmark::DoNotOptimize(a * b);
+}
+
+void MulGmp(benchmark::State& state) {
+  Mpz a(RandomHex(4096, 4, false)), b(RandomHex(4096, 5, false)), r;
+  for (auto _ : state) {
+    mpz_mul(r.v, a.v, b.v);
+    benchmark::DoNotOptimize(r.v);
+  }
+}
+
+void DivDeskaid(benchmark::State& state) {
+  const CBigInt a = Big(RandomHex(8192, 6, false)), b = Big(RandomHex(4096, 7, false));
+  for (auto _ : state) benchmark::DoNotOptimize(a / b);
+}
+
+void DivGmp(benchmark::State& state) {
+  Mpz a(RandomHex(8192, 6, false)), b(RandomHex(4096, 7, false)), r;
+  for (auto _ : state) {
+    mpz_tdiv_q(r.v, a.v, b.v);
+    benchmark::DoNotOptimize(r.v);
+  }
+}
+
+std::string RandomDecimal(int digits) {
+  std::mt19937 rng(8);
+  std::string s(digits, '0');
+  for (auto& c : s) c = static_cast<char>('0' + rng() % 10);
+  s[0] = '9';
+  return s;
+}
+
+void TextDeskaid(benchmark::State& state) {
+  CBigInt a(RandomDecimal(100000).c_str());
+  for (auto _ : state) benchmark::DoNotOptimize(a.GetString(10));
+}
+
+void TextGmp(benchmark::State& state) {
+  Mpz a;
+  mpz_set_str(a.v, RandomDecimal(100000).c_str(), 10);
+  std::string buffer(100010, '\0');
+  for (auto _ : state) benchmark::DoNotOptimize(mpz_get_str(&buffer[0], 10, a.v));
+}
+
+const bool registered = [] {
+  for (int bits : {1024, 2048, 4096}) {
+    const std::string name = "powmod_" + std::to_string(bits);
+    benchmark::RegisterBenchmark((name + "/deskaid").c_str(), PowModDeskaid, bits)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark((name + "/gmp").c_str(), PowModGmp, bits)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark((name + "/boost").c_str(), PowModBoost, bits)
+        ->Unit(benchmark::kMillisecond);
+  }
+  benchmark::RegisterBenchmark("mul_4096x4096/deskaid", MulDeskaid)->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark("mul_4096x4096/gmp", MulGmp)->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark("div_8192by4096/deskaid", DivDeskaid)->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark("div_8192by4096/gmp", DivGmp)->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark("text_100000digits/deskaid", TextDeskaid)
+      ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("text_100000digits/gmp", TextGmp)->Unit(benchmark::kMillisecond);
+  return true;
+}();
+
+}  // namespace
+
+DESKAID_BENCH_MAIN()
