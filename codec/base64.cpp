@@ -122,9 +122,16 @@ Base64Group TailGroup(const char* chars, uint32_t count) {
   return group;
 }
 
+// Clears a buffer behind what is in use. Large stretches are cleared past the cache.
 template <typename T>
 void ClearFrom(T* buffer, uint32_t capacity, uint32_t used) {
-  if (buffer != nullptr && used < capacity) std::memset(buffer + used, 0, capacity - used);
+  if (buffer == nullptr || used >= capacity) return;
+  if (capacity - used >= (1u << 20)) {
+    deskaid::base64::StreamZero(buffer + used, capacity - used);
+    deskaid::base64::StreamFence();
+  } else {
+    std::memset(buffer + used, 0, capacity - used);
+  }
 }
 
 }  // namespace

@@ -171,6 +171,21 @@ void StreamCopy(void* to, const void* from, size_t size) {
   std::memcpy(dst + i, src + i, size - i);
 }
 
+void StreamZero(void* to, size_t size) {
+  unsigned char* dst = static_cast<unsigned char*>(to);
+  const size_t head = (16 - (reinterpret_cast<uintptr_t>(dst) & 15)) & 15;
+  if (size < head + 16) {
+    std::memset(dst, 0, size);
+    return;
+  }
+  std::memset(dst, 0, head);
+  size_t i = head;
+  for (; i + 16 <= size; i += 16) {
+    _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), _mm_setzero_si128());
+  }
+  std::memset(dst + i, 0, size - i);
+}
+
 void StreamFence() { _mm_sfence(); }
 
 #else  // no vector kernels on this target
@@ -181,6 +196,7 @@ uint32_t DecodeBlocks(const unsigned char*, uint32_t, unsigned char*) { return 0
 uint32_t CopyAndDecodeBlocks(const char*, uint32_t, char*, unsigned char*) { return 0; }
 uint32_t CopyUnskipped(const char*, uint32_t, char*) { return 0; }
 void StreamCopy(void* to, const void* from, size_t size) { std::memcpy(to, from, size); }
+void StreamZero(void* to, size_t size) { std::memset(to, 0, size); }
 void StreamFence() {}
 
 #endif

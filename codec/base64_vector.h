@@ -32,8 +32,9 @@ uint32_t CopyUnskipped(const char* in, uint32_t length, char* out);
 
 // memcpy for large results: the stores bypass the cache where the processor allows, so a
 // result much larger than the cache does not first read every line it overwrites. Call
-// StreamFence once the streamed results are complete.
+// StreamFence once the streamed results are complete. StreamZero is memset(0) the same way.
 void StreamCopy(void* to, const void* from, size_t size);
+void StreamZero(void* to, size_t size);
 void StreamFence();
 
 }  // namespace base64
