@@ -1,0 +1,127 @@
+// Each test holds one README example between the "README" markers, verbatim, followed by the
+// checks that make it a test.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "deskaid.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string TempPath(const char* name) {
+  return (fs::temp_directory_path() / (std::string("deskaid-readme-") + name)).string();
+}
+
+TEST(ReadmeExamples, LogAndTrace) {
+  const std::string logPath = TempPath("app.log");
+  fs::remove(logPath);
+  uint32_t address = 0x0040121A;
+  // README: log
+  g_LogWriter.Open(logPath.c_str(), 1 << 20, /*encipher=*/1, /*dropPercent=*/20);
+  LogPrintf(LOG_LEVEL_2 | LOG_TO_DEBUG_TRACE, "open [%08X] failed", address);
+  DebugTrace("in %s: %d items\n", "Reconcile", 12);  // the debugger output; no log record
+  g_LogWriter.Close();
+  // README: end
+  uint32_t month = 0, day = 0;
+  EXPECT_TRUE(ReadLogStamp(logPath.c_str(), month, day));
+  EXPECT_GT(fs::file_size(logPath), 74u);
+  fs::remove(logPath);
+}
+
+TEST(ReadmeExamples, Export) {
+  const std::string logPath = TempPath("export.log"), textPath = TempPath("export.txt");
+  fs::remove(logPath);
+  CLogWriter writer;
+  writer.Open(logPath.c_str(), 0xFFFFFFFF, 1, 20);
+  writer.WriteFormat(LOG_LEVEL_4, 0, "%s", "disk full");
+  writer.Close();
+  // README: export
+  uint32_t month = 0, day = 0;
+  if (ReadLogStamp(logPath.c_str(), month, day)) {
+    std::printf("log of a build from %02u-%02u\n", month, day);
+  }
+  // One line per record: "<level> MM-DD hh:mm:ss<TAB><message>". Pass the executable that wrote
+  // the log instead of nullptr to turn "[XXXXXXXX]" addresses into function names.
+  bool converted = ConvertLogToText(logPath.c_str(), textPath.c_str(), nullptr);
+  // README: end
+  ASSERT_TRUE(converted);
+  std::ifstream text(textPath);
+  std::string line;
+  std::getline(text, line);
+  EXPECT_EQ(line.substr(0, 2), "4 ");
+  EXPECT_NE(line.find("\tdisk full"), std::string::npos);
+  text.close();
+  fs::remove(logPath);
+  fs::remove(textPath);
+}
+
+TEST(ReadmeExamples, Symbols) {
+  std::vector<std::string> names;
+  // README: symbols
+  CSymbolEngine engine;
+  if (engine.Initialize(SymCurrentProcess(), nullptr, /*invadeProcess=*/1, 0)) {
+    std::vector<StackFrameEntry> frames;
+    engine.StackWalk(frames, /*skip=*/0, nullptr, nullptr);
+    for (const StackFrameEntry& frame : frames) {
+      std::string name;
+      uint64_t displacement = 0;
+      if (engine.SymbolFromAddress(frame.pc, name, displacement)) names.push_back(name);
+    }
+  }  // the engine cleans up when it goes out of scope
+  // README: end
+  EXPECT_EQ(engine.GetLastError(), 0u);
+  ASSERT_FALSE(names.empty());
+  bool sawTest = false;
+  for (const auto& name : names) sawTest = sawTest || name.find("TestBody") != std::string::npos;
+  EXPECT_TRUE(sawTest) << "the walk passes through this test's own body";
+}
+
+TEST(ReadmeExamples, BigIntegers) {
+  // README: bigint
+  CBigInt a("123456789012345678901234567890");
+  CBigInt b = a * a + 1u;
+  std::string decimal = b.GetString();    // owned by b until its next GetString
+  std::string hex = b.GetString(16);
+
+  CModPower power;                        // 4^13 mod 497 = 445
+  CBigInt base(4);
+  std::string text = power.TransformText(base, CBigInt(13), CBigInt(497));
+  // base now holds 4^(2^3) mod 497: the power writes its last square back.
+  // README: end
+  EXPECT_EQ(decimal, "15241578753238836750495351562536198787501905199875019052101");
+  EXPECT_EQ(hex, "26D9981D157EAF118396068AF55A1A57B8CBE18964BD11445");
+  EXPECT_EQ(text, "445");
+  EXPECT_EQ(std::string(base.GetString()), "429");  // 4^8 = 65536 = 131 * 497 + 429
+}
+
+TEST(ReadmeExamples, Md5AndBase64) {
+  const std::string path = TempPath("hello.txt");
+  std::ofstream(path, std::ios::binary) << "hello";
+  // README: codecs
+  std::string digest = HashString("abc");            // "900150983cd24fb0d6963f7d28e17f72"
+  std::optional<std::string> file = HashFile(path.c_str());  // empty if unreadable
+
+  Base64Coder coder;
+  coder.EncodeString("Many hands make light work.");
+  std::string text(coder.GetText(), coder.GetTextLength());
+  coder.DecodeString(text.c_str());
+  std::string back(reinterpret_cast<const char*>(coder.GetData()), coder.GetDataLength());
+
+  const char* timeout = InternetErrorText(12002);     // "The request has timed out."
+  // README: end
+  EXPECT_EQ(digest, "900150983cd24fb0d6963f7d28e17f72");
+  ASSERT_TRUE(file.has_value());
+  EXPECT_EQ(*file, "5d41402abc4b2a76b9719d911017c592");
+  EXPECT_EQ(text, "TWFueSBoYW5kcyBtYWtlIGxpZ2h0IHdvcmsu");
+  EXPECT_EQ(back, "Many hands make light work.");
+  EXPECT_STREQ(timeout, "The request has timed out.");
+  fs::remove(path);
+}
+
+}  // namespace
