@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(ReadmeExamples, MessageBox) {
+TEST(ReadmeExamples, MessageDialog) {
   // README: msgbox
   MessageDialogParams params{};
   params.nTimeoutSeconds = 2;  // the default button is pressed after a visible countdown
