@@ -254,24 +254,17 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
     }
     // un[j .. j+nv] -= qhat * vn
     Limb qd = static_cast<Limb>(qhat);
-    Limb borrow = 0, carry = 0;
+    Limb borrow = 0;
     for (size_t i = 0; i < nv; ++i) {
-      DoubleLimb p = static_cast<DoubleLimb>(qd) * vn[i] + carry;
-      carry = static_cast<Limb>(p >> kLimbBits);
+      DoubleLimb p = static_cast<DoubleLimb>(qd) * vn[i] + borrow;
       Limb pl = static_cast<Limb>(p);
       Limb ui = un[i + j];
-      Limb t = ui - pl;
-      Limb b1 = ui < pl;
-      Limb t2 = t - borrow;
-      borrow = b1 + (t < borrow);
-      un[i + j] = t2;
+      borrow = static_cast<Limb>(p >> kLimbBits) + (ui < pl);
+      un[i + j] = ui - pl;
     }
     Limb top = un[j + nv];
-    Limb t = top - carry;
-    Limb b1 = top < carry;
-    Limb t2 = t - borrow;
-    Limb finalBorrow = b1 + (t < borrow);
-    un[j + nv] = t2;
+    Limb finalBorrow = top < borrow;
+    un[j + nv] = top - borrow;
     if (finalBorrow) {
       --qd;
       Limb c = AddN(un.data() + j, un.data() + j, vn.data(), nv);

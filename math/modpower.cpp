@@ -1,6 +1,7 @@
 #include "math/modpower.h"
 
 #include <utility>
+#include <vector>
 
 #include "math/bigint_internal.h"
 #include "math/montgomery.h"
@@ -27,33 +28,59 @@ CBigInt PlainPowMod(CBigInt& base, const CBigInt& exponent, const CBigInt& n) {
 }
 
 // Non-negative base, positive odd modulus of two or more words, positive exponent. The same
-// right-to-left order in Montgomery form: the squarings of the base are the ones the write-back
-// needs, so nothing is computed twice.
+// right-to-left walk in Montgomery form: the base is squared once per exponent bit, which is
+// exactly what the write-back needs. The multiplications are grouped by window (Yao's method):
+// base^(2^(w*i)) goes into the bucket of the exponent's i-th w-bit digit, and the buckets are
+// combined at the end, so a window costs one multiplication instead of one per set bit.
 CBigInt MontgomeryPowMod(CBigInt& base, const CBigInt& exponent, const CBigInt& n) {
-  LimbVector mod = deskaid::MagnitudeOf(n);
+  constexpr int kLimbBits = deskaid::limbs::kLimbBits;
   LimbVector e = deskaid::MagnitudeOf(exponent);
-  deskaid::MontgomeryField field(mod);
+  deskaid::MontgomeryField field(deskaid::MagnitudeOf(n));
   const size_t size = field.size();
   LimbVector b = field.Enter(deskaid::MagnitudeOf(base));
-  LimbVector result = field.One();
-  bool resultIsOne = true;
 
-  const size_t bits = (e.size() - 1) * deskaid::limbs::kLimbBits +
-                      [](Limb top) {
-                        int k = 0;
-                        while (top) { ++k; top >>= 1; }
-                        return static_cast<size_t>(k);
-                      }(e.back());
+  size_t bits = (e.size() - 1) * kLimbBits;
+  for (Limb top = e.back(); top; top >>= 1) ++bits;
+  const int w = bits <= 24 ? 1 : bits <= 96 ? 3 : bits <= 384 ? 4 : bits <= 1536 ? 5 : 6;
+  auto digitAt = [&](size_t bit) {
+    Limb d = 0;
+    for (int k = w - 1; k >= 0; --k) {
+      const size_t i = bit + static_cast<size_t>(k);
+      d = (d << 1) | (i < bits ? (e[i / kLimbBits] >> (i % kLimbBits)) & 1 : 0);
+    }
+    return static_cast<size_t>(d);
+  };
+
+  std::vector<LimbVector> buckets(static_cast<size_t>(1) << w);
   for (size_t i = 0; i < bits; ++i) {
-    if ((e[i / deskaid::limbs::kLimbBits] >> (i % deskaid::limbs::kLimbBits)) & 1) {
-      if (resultIsOne) {
-        result = b;
-        resultIsOne = false;
-      } else {
-        field.Multiply(result.data(), result.data(), b.data());
+    if (i % w == 0) {
+      const size_t d = digitAt(i);
+      if (d != 0) {
+        if (buckets[d].empty()) {
+          buckets[d] = b;
+        } else {
+          field.Multiply(buckets[d].data(), buckets[d].data(), b.data());
+        }
       }
     }
     if (i + 1 < bits) field.Square(b.data(), b.data());
+  }
+  // result = prod over d of bucket[d]^d, as a running product of running products.
+  LimbVector running, result;
+  for (size_t d = buckets.size() - 1; d >= 1; --d) {
+    if (!buckets[d].empty()) {
+      if (running.empty()) {
+        running = buckets[d];
+      } else {
+        field.Multiply(running.data(), running.data(), buckets[d].data());
+      }
+    }
+    if (running.empty()) continue;
+    if (result.empty()) {
+      result = running;
+    } else {
+      field.Multiply(result.data(), result.data(), running.data());
+    }
   }
   (void)size;
   if (bits > 1) base = deskaid::FromMagnitude(field.Leave(b));
