@@ -8,6 +8,10 @@
 #include "math/bigint.h"
 #include "math/modpower.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #if defined(__SANITIZE_ADDRESS__)
 // Let the fault end the child as it would without the sanitizer, instead of as a report.
 extern "C" const char* __asan_default_options() { return "handle_sigfpe=0"; }
@@ -16,6 +20,13 @@ extern "C" const char* __asan_default_options() { return "handle_sigfpe=0"; }
 namespace {
 
 #ifdef _WIN32
+// A faulting child ends with the exception code at once instead of waiting on a crash debugger.
+LONG WINAPI ExitWithExceptionCode(EXCEPTION_POINTERS* info) {
+  TerminateProcess(GetCurrentProcess(), info->ExceptionRecord->ExceptionCode);
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+[[maybe_unused]] const bool g_filterInstalled = (SetUnhandledExceptionFilter(ExitWithExceptionCode), true);
+
 const auto kDivideFault = ::testing::ExitedWithCode(static_cast<int>(0xC0000094u));
 #else
 const auto kDivideFault = ::testing::KilledBySignal(SIGFPE);
