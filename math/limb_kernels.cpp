@@ -26,8 +26,19 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     const Limb* t = a; a = b; b = t;
     size_t tn = na; na = nb; nb = tn;
   }
-  r[na] = Mul1(r, a, na, b[0], 0);
-  for (size_t j = 1; j < nb; ++j) r[na + j] = AddMul1(r + j, a, na, b[j]);
+  size_t j = 0;
+  if (nb % 2) {
+    r[na] = Mul1(r, a, na, b[0], 0);
+    j = 1;
+  } else {
+    std::memset(r, 0, na * sizeof(Limb));
+  }
+  for (; j < nb; j += 2) {
+    Limb hi[2];
+    AddMul2(r + j, a, na, b[j], b[j + 1], hi);
+    r[na + j] = hi[0];
+    r[na + j + 1] = hi[1];
+  }
 }
 
 // r += a (a of n limbs) at r[0..rn), carrying upward.
@@ -164,6 +175,28 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   return carry;
 }
 
+void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
+  // lo carries into the next position, high into the one after it.
+  Limb lo = 0, high = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m0 + r[i] + lo;
+    r[i] = static_cast<Limb>(t);
+    const DoubleLimb u = static_cast<DoubleLimb>(a[i]) * m1 + static_cast<Limb>(t >> kLimbBits) + high;
+    lo = static_cast<Limb>(u);
+    high = static_cast<Limb>(u >> kLimbBits);
+  }
+  hi[0] = lo;
+  hi[1] = high;
+}
+
+Limb AddLimb(Limb* r, size_t rn, Limb x) {
+  for (size_t i = 0; i < rn && x; ++i) {
+    r[i] += x;
+    x = r[i] < x ? 1 : 0;
+  }
+  return x;
+}
+
 Limb Mul1(Limb* r, const Limb* a, size_t n, Limb m, Limb carry) {
   for (size_t i = 0; i < n; ++i) {
     DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m + carry;
@@ -194,9 +227,24 @@ void Square(Limb* r, const Limb* a, size_t n) {
     KaratsubaEqual(r, a, a, n, true);
     return;
   }
-  // Cross products a[i]*a[j], i < j, once; then doubled; then the squares on the diagonal.
+  // Cross products a[i]*a[j], i < j, once (two rows a pass); then doubled; then the squares on
+  // the diagonal.
   std::memset(r, 0, 2 * n * sizeof(Limb));
-  for (size_t i = 0; i + 1 < n; ++i) r[n + i] = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
+  size_t i = 0;
+  for (; i + 2 < n; i += 2) {
+    // a[i+1]*a[i] on its own, then a[j]*a[i] and a[j]*a[i+1] for j >= i+2 together.
+    DoubleLimb p = static_cast<DoubleLimb>(a[i + 1]) * a[i];
+    AddLimb(r + 2 * i + 1, 2 * n - 2 * i - 1, static_cast<Limb>(p));
+    AddLimb(r + 2 * i + 2, 2 * n - 2 * i - 2, static_cast<Limb>(p >> kLimbBits));
+    Limb hi[2];
+    AddMul2(r + 2 * i + 2, a + i + 2, n - i - 2, a[i], a[i + 1], hi);
+    AddLimb(r + i + n, n - i, hi[0]);
+    AddLimb(r + i + n + 1, n - i - 1, hi[1]);
+  }
+  for (; i + 1 < n; ++i) {
+    Limb c = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
+    AddLimb(r + n + i, n - i, c);
+  }
   Limb top = 0;
   for (size_t i = 0; i < 2 * n; ++i) {
     Limb next = r[i] >> (kLimbBits - 1);

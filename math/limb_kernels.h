@@ -37,6 +37,11 @@ Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n);
 Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n);
 // r[0..n) += m * a[0..n); returns the carry limb.
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
+// r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
+// in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
+void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
+// r[0..rn) += x, carrying upward; returns the carry out of r[rn-1].
+Limb AddLimb(Limb* r, size_t rn, Limb x);
 // r[0..n) = m * a[0..n) + carryIn; returns the carry limb.
 Limb Mul1(Limb* r, const Limb* a, size_t n, Limb m, Limb carryIn);
 // Compares two n-limb numbers.
