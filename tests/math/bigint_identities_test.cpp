@@ -1,0 +1,66 @@
+// Algebraic identities on large operands, on every platform: they drive the Karatsuba, square,
+// long division and text conversion paths of whichever limb size the build uses, without GMP.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "math/bigint.h"
+#include "math/modpower.h"
+
+namespace {
+
+CBigInt Random(uint64_t& state, int words) {
+  std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
+  for (int i = 0; i < words; ++i) {
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    w[i] = static_cast<uint32_t>(state >> 33) | (i == words - 1 ? 1u : 0u);
+  }
+  CBigInt x(w.data(), words + 1);
+  x.Normalize();
+  return x;
+}
+
+std::string Text(CBigInt x) { return x.GetString(16); }
+
+TEST(BigIntIdentities, ProductsQuotientsAndTextAgree) {
+  uint64_t state = 42;
+  for (int round = 0; round < 40; ++round) {
+    const int wa = 1 + (round * 37) % 400, wb = 1 + (round * 53) % 300;
+    CBigInt a = Random(state, wa), b = Random(state, wb);
+    if (round % 3 == 1) a = -a;
+    if (round % 4 == 2) b = -b;
+    // (a + b)^2 = a^2 + 2ab + b^2 for non-negative operands (the unsigned carry rule otherwise).
+    const CBigInt pa = a.IsNegative() ? -a : a, pb = b.IsNegative() ? -b : b;
+    const CBigInt s = pa + pb;
+    EXPECT_EQ(Text(s * s), Text(pa * pa + pa * pb * 2u + pb * pb));
+    // Truncating division: |a| = |q|*|b| + |r|, |r| < |b|, r takes a's sign.
+    const CBigInt q = a / b, r = a % b;
+    EXPECT_EQ(Text(q.IsNegative() ? -q : q), Text(pa / pb));
+    EXPECT_EQ(Text((pa / pb) * pb + (r.IsNegative() ? -r : r)), Text(pa));
+    EXPECT_TRUE((r.IsNegative() ? -r : r) < pb);
+    EXPECT_TRUE(r.IsZero() || r.IsNegative() == a.IsNegative());
+    EXPECT_EQ(Text((a * b) / b), Text(a));
+    // Decimal text reads back to the same value.
+    CBigInt back;
+    CBigInt text = pa;
+    back.Parse(text.GetString(10), 10);
+    EXPECT_EQ(Text(back), Text(pa));
+  }
+}
+
+TEST(BigIntIdentities, FermatPowersModuloAPrime) {
+  // 2^127 - 1 is prime: a^(p-1) = 1 and a^p = a for any a not divisible by p.
+  const CBigInt p = (CBigInt(1) << 127) - CBigInt(1);
+  uint64_t state = 7;
+  for (int i = 0; i < 5; ++i) {
+    CBigInt a = Random(state, 3), base = a;
+    CModPower power;
+    EXPECT_STREQ(power.Transform(base, p - CBigInt(1), p).GetString(), "1");
+    base = a;
+    EXPECT_EQ(Text(power.Transform(base, p, p)), Text(a % p));
+  }
+}
+
+}  // namespace
