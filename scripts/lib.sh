@@ -39,12 +39,20 @@ wine_env() {
 
 prepare_wine() {
   ( wine_env "$1"
+    wineserver -k >/dev/null 2>&1 || true  # a server left over by an interrupted run
     if [ ! -f "$WINEPREFIX/system.reg" ]; then
       echo "creating the Wine prefix $WINEPREFIX"
       mkdir -p "$WINEPREFIX"
       wineboot -i >/dev/null 2>&1 </dev/null
       wineserver -w
-    fi )
+    fi
+    # A program that crashes on purpose (the tests of the divide fault do) must simply end, as on a
+    # Windows without a debugger: no debugger is started and no crash dialog waits for a click.
+    wine reg delete 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /f \
+      >/dev/null 2>&1 </dev/null || true
+    wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+      >/dev/null 2>&1 </dev/null || true
+    wineserver -w )
 }
 
 stop_wine() {
