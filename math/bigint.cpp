@@ -519,16 +519,20 @@ CBigInt CBigInt::operator*(int32_t factor) const {
 // ---------------------------------------------------------------------------------------------
 // Division
 
+namespace {
+
+// Quotient and remainder 0, each if requested.
+void SetZero(CBigInt* quotient, CBigInt* remainder) {
+  if (quotient) *quotient = CBigInt();
+  if (remainder) *remainder = CBigInt();
+}
+
+}  // namespace
+
 void CBigInt::DivideBySmall(uint32_t divisor, CBigInt* quotient, CBigInt* remainder) const {
-  if (divisor == 0) {
-    deskaid::RaiseDivideFault();
-    if (quotient) *quotient = CBigInt();
-    if (remainder) *remainder = CBigInt();
-    return;
-  }
-  if (IsZero()) {
-    if (quotient) *quotient = CBigInt();
-    if (remainder) *remainder = CBigInt();
+  if (divisor == 0) deskaid::RaiseDivideFault();
+  if (divisor == 0 || IsZero()) {
+    SetZero(quotient, remainder);
     return;
   }
   const bool negative = IsNegative();
@@ -556,15 +560,9 @@ void CBigInt::DivideBySmall(int32_t divisor, CBigInt* quotient, CBigInt* remaind
 }
 
 void CBigInt::Divide(const CBigInt& divisor, CBigInt* quotient, CBigInt* remainder) const {
-  if (divisor.IsZero()) {  // all words 0, or null
-    deskaid::RaiseDivideFault();
-    if (quotient) *quotient = CBigInt();
-    if (remainder) *remainder = CBigInt();
-    return;
-  }
-  if (IsZero()) {
-    if (quotient) *quotient = CBigInt();
-    if (remainder) *remainder = CBigInt();
+  if (divisor.IsZero()) deskaid::RaiseDivideFault();  // all words 0, or null
+  if (divisor.IsZero() || IsZero()) {
+    SetZero(quotient, remainder);
     return;
   }
   if (divisor.m_nLength == 1) {

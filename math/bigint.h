@@ -169,6 +169,8 @@ class CBigInt {
   struct NullTag {};
   explicit CBigInt(NullTag);
   void Release();
+  // Octal and binary text: digits up to `maxDigit`, `bitsPerDigit` bits each.
+  void ParseBits(const char* text, int bitsPerDigit, char maxDigit);
   bool Allocate(int count);  // fresh zeroed array of `count` words; null state on failure
   uint32_t SignFill() const { return IsNegative() ? 0xFFFFFFFFu : 0u; }
   void AppendWord(uint32_t word);

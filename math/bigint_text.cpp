@@ -223,31 +223,15 @@ std::vector<uint32_t> FillBits(const char* p, size_t count, int bitsPerDigit, si
 
 }  // namespace
 
-void CBigInt::ParseOctal(const char* text) {
-  const char* p = SkipBlanks(text);
-  size_t count = 0;
-  while (p[count] >= '0' && p[count] <= '7') ++count;
-  const int64_t words = (3 * static_cast<int64_t>(count) + 31) / 32;
-  if (words == 0) {
-    *this = CBigInt();
-    return;
-  }
-  if (words > 0x3FFFFFFF) {
-    *this = CBigInt(static_cast<const uint32_t*>(nullptr), 0);
-    return;
-  }
-  std::vector<uint32_t> w = FillBits(p, count, 3, static_cast<size_t>(words));
-  int len = static_cast<int>(words);
-  if (w[len - 1] & 0x80000000u) w[len++] = 0;
-  *this = CBigInt(w.data(), len);
-  Normalize();
-}
+void CBigInt::ParseOctal(const char* text) { ParseBits(text, 3, '7'); }
 
-void CBigInt::ParseBinary(const char* text) {
+// Binary text also gets three bits of room per digit; normalising drops the excess words.
+void CBigInt::ParseBinary(const char* text) { ParseBits(text, 1, '1'); }
+
+void CBigInt::ParseBits(const char* text, int bitsPerDigit, char maxDigit) {
   const char* p = SkipBlanks(text);
   size_t count = 0;
-  while (p[count] == '0' || p[count] == '1') ++count;
-  // Three bits of room per digit; normalising drops the excess words.
+  while (p[count] >= '0' && p[count] <= maxDigit) ++count;
   const int64_t words = (3 * static_cast<int64_t>(count) + 31) / 32;
   if (words == 0) {
     *this = CBigInt();
@@ -257,7 +241,7 @@ void CBigInt::ParseBinary(const char* text) {
     *this = CBigInt(static_cast<const uint32_t*>(nullptr), 0);
     return;
   }
-  std::vector<uint32_t> w = FillBits(p, count, 1, static_cast<size_t>(words));
+  std::vector<uint32_t> w = FillBits(p, count, bitsPerDigit, static_cast<size_t>(words));
   int len = static_cast<int>(words);
   if (w[len - 1] & 0x80000000u) w[len++] = 0;
   *this = CBigInt(w.data(), len);
