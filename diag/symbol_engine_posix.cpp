@@ -190,23 +190,6 @@ uint64_t CSymbolEngine::LoadModule(SymHandle file, const std::string& imageName,
   return start;
 }
 
-uint64_t CSymbolEngine::LoadModule(const std::string& imageName, uint64_t base, uint32_t size) {
-  if (imageName.empty()) {
-    m_dwLastError = kBadArgument;
-    return 0;
-  }
-  return LoadModule(nullptr, imageName, base, size);
-}
-
-uint64_t CSymbolEngine::LoadModule(SymHandle file, uint64_t base, uint32_t size) {
-  // Null and INVALID_HANDLE_VALUE (all bits set) are no descriptor.
-  if (file == nullptr || file == kCurrentProcess) {
-    m_dwLastError = kBadArgument;
-    return 0;
-  }
-  return LoadModule(file, std::string(), base, size);
-}
-
 bool CSymbolEngine::UnloadModule(uint64_t base) {
   if (m_hProcess == nullptr) {
     m_dwLastError = kNotInitialized;

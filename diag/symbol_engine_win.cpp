@@ -66,22 +66,6 @@ uint64_t CSymbolEngine::LoadModule(SymHandle file, const std::string& imageName,
   return loaded;
 }
 
-uint64_t CSymbolEngine::LoadModule(const std::string& imageName, uint64_t base, uint32_t size) {
-  if (imageName.empty()) {
-    m_dwLastError = kBadArgument;
-    return 0;
-  }
-  return LoadModule(nullptr, imageName, base, size);
-}
-
-uint64_t CSymbolEngine::LoadModule(SymHandle file, uint64_t base, uint32_t size) {
-  if (file == nullptr || file == INVALID_HANDLE_VALUE) {
-    m_dwLastError = kBadArgument;
-    return 0;
-  }
-  return LoadModule(file, std::string(), base, size);
-}
-
 bool CSymbolEngine::UnloadModule(uint64_t base) {
   if (m_hProcess == nullptr) {
     m_dwLastError = kNotInitialized;
