@@ -4,7 +4,8 @@
 #include <cstdint>
 
 namespace {
-constexpr uint32_t kBadArgument = 87;  // ERROR_INVALID_PARAMETER
+constexpr uint32_t kNotInitialized = 1;  // ERROR_INVALID_FUNCTION
+constexpr uint32_t kBadArgument = 87;    // ERROR_INVALID_PARAMETER
 
 // Null and INVALID_HANDLE_VALUE (all bits set) name no file.
 bool IsNoFile(SymHandle file) {
@@ -26,4 +27,16 @@ uint64_t CSymbolEngine::LoadModule(SymHandle file, uint64_t base, uint32_t size)
     return 0;
   }
   return LoadModule(file, std::string(), base, size);
+}
+
+bool CSymbolEngine::CheckUnloadArguments(uint64_t base) {
+  if (m_hProcess == nullptr) {
+    m_dwLastError = kNotInitialized;
+    return false;
+  }
+  if (base == 0) {
+    m_dwLastError = kBadArgument;
+    return false;
+  }
+  return true;
 }

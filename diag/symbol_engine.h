@@ -141,6 +141,10 @@ class CSymbolEngine {
   SymHandle GetProcess() const { return m_hProcess; }
 
  private:
+  // The checks UnloadModule makes before asking the library: false, with lastError 1 or 87, when
+  // the engine is not initialised or `base` is 0.
+  bool CheckUnloadArguments(uint64_t base);
+
 #ifndef _WIN32
   struct NativeState;
   NativeState* m_pNative = nullptr;  // the libdwfl session and the modules loaded into it

@@ -191,14 +191,7 @@ uint64_t CSymbolEngine::LoadModule(SymHandle file, const std::string& imageName,
 }
 
 bool CSymbolEngine::UnloadModule(uint64_t base) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
-  if (base == 0) {
-    m_dwLastError = kBadArgument;
-    return false;
-  }
+  if (!CheckUnloadArguments(base)) return false;
   Dwfl* dwfl = m_pNative->dwfl;
   if (ModuleAtBase(dwfl, base) == nullptr) {
     m_dwLastError = ENOENT;

@@ -34,6 +34,11 @@ class LogWriterTest : public ::testing::Test {
     fs::remove_all(dir_, ignored);
   }
   std::string PathOf(const std::string& name) const { return (dir_ / name).string(); }
+  // A file in the test directory holding `content` as it stands.
+  std::string FileWith(const std::string& name, const std::string& content) const {
+    std::ofstream(PathOf(name), std::ios::binary) << content;
+    return PathOf(name);
+  }
 
   fs::path dir_;
 };
@@ -74,8 +79,6 @@ TEST_F(LogWriterTest, FirstRecordIsHeaderBodyAndTrailer) {
 
 TEST_F(LogWriterTest, EncipheredBodiesDecipherWithTheirTrailerKey) {
   const std::string path = PathOf("secret.log");
-  ASSERT_TRUE(g_LogWriter.Open(path.c_str(), 0, 0, 20));  // Open does not clamp; reset below
-  g_LogWriter.SetMaxSize(0);
   ASSERT_TRUE(g_LogWriter.Open(path.c_str(), 0xFFFFFFFF, 1, 20));
   std::vector<std::string> sent;
   for (int i = 0; i < 40; ++i) {
@@ -185,11 +188,7 @@ TEST_F(LogWriterTest, BareNamesGoBesideTheExecutable) {
 }
 
 TEST_F(LogWriterTest, DamagedTrailerIsReplacedByAnEmptyFile) {
-  const std::string path = PathOf("damaged.log");
-  {
-    std::ofstream out(path, std::ios::binary);
-    out << std::string(100, 'z');
-  }
+  const std::string path = FileWith("damaged.log", std::string(100, 'z'));
   CLogWriter writer;
   ASSERT_TRUE(writer.Open(path.c_str(), 0xFFFFFFFF, 0, 20));
   EXPECT_EQ(fs::file_size(path), 0u);
@@ -201,11 +200,7 @@ TEST_F(LogWriterTest, DamagedTrailerIsReplacedByAnEmptyFile) {
 }
 
 TEST_F(LogWriterTest, ShortFilesAreKeptUncheckedAndOverwrittenFromTheStart) {
-  const std::string path = PathOf("short.log");
-  {
-    std::ofstream out(path, std::ios::binary);
-    out << std::string(50, 's');
-  }
+  const std::string path = FileWith("short.log", std::string(50, 's'));
   CLogWriter writer;
   ASSERT_TRUE(writer.Open(path.c_str(), 0xFFFFFFFF, 0, 20));
   EXPECT_EQ(fs::file_size(path), 50u);
