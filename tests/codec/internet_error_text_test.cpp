@@ -9,16 +9,11 @@
 namespace {
 
 TEST(InternetErrorText, CoversExactlyTheKnownCodes) {
-  int texts = 0;
   for (int32_t code = 11990; code <= 12050; ++code) {
     const bool expected = code >= 12001 && code <= 12036 && !(code >= 12032 && code <= 12035);
     EXPECT_EQ(InternetErrorText(code) != nullptr, expected) << code;
-    texts += InternetErrorText(code) != nullptr;
   }
-  EXPECT_EQ(texts, 32);
-  EXPECT_EQ(InternetErrorText(-12001), nullptr);
-  EXPECT_EQ(InternetErrorText(INT32_MIN), nullptr);
-  EXPECT_EQ(InternetErrorText(INT32_MAX), nullptr);
+  for (int32_t code : {-12001, INT32_MIN, INT32_MAX}) EXPECT_EQ(InternetErrorText(code), nullptr);
 }
 
 TEST(InternetErrorText, TextsStandAsUsersKnowThem) {

@@ -15,6 +15,7 @@ std::string Md5(const std::string& s) {
 }
 
 // Bytes (7i + 3) mod 256; reference digests below were computed independently.
+const std::string kPattern3000 = "bb3132c5a6978faf98b3c4c00122cc2f";
 std::vector<unsigned char> Pattern(size_t n) {
   std::vector<unsigned char> v(n);
   for (size_t i = 0; i < n; ++i) v[i] = static_cast<unsigned char>(i * 7 + 3);
@@ -54,12 +55,9 @@ TEST(Md5, LengthsAroundThePaddingBoundary) {
 
 TEST(Md5, PiecesOfAnySizeGiveTheDigestOfTheWhole) {
   const std::vector<unsigned char> data = Pattern(3000);
-  const std::string whole = "bb3132c5a6978faf98b3c4c00122cc2f";
-  // Repeating piece sizes; {5, 200} has 200-byte pieces complete a waiting block and carry
-  // whole blocks behind it.
-  const std::vector<std::vector<uint32_t>> schedules = {
-      {1}, {63}, {64}, {65}, {5, 200}, {0, 7, 0, 129}, {3000}};
-  for (const auto& schedule : schedules) {
+  // Repeating piece sizes; in {5, 200} a piece completes a waiting block and carries whole ones.
+  for (const std::vector<uint32_t>& schedule : std::vector<std::vector<uint32_t>>{
+           {1}, {63}, {64}, {65}, {5, 200}, {0, 7, 0, 129}, {3000}}) {
     CMD5Checksum md5;
     size_t at = 0;
     for (size_t k = 0; at < data.size(); ++k) {
@@ -68,13 +66,12 @@ TEST(Md5, PiecesOfAnySizeGiveTheDigestOfTheWhole) {
       md5.AddBytes(data.data() + at, n);
       at += n;
     }
-    EXPECT_EQ(md5.FinishHex(), whole) << "first piece " << schedule[0];
+    EXPECT_EQ(md5.FinishHex(), kPattern3000) << "first piece " << schedule[0];
   }
 }
 
+// Finishing leaves the padding in the state: a second finish digests message, padding and length.
 TEST(Md5, SecondFinishDigestsThePaddedMessage) {
-  // Finishing leaves the padding in the state: a second finish is the digest of the message
-  // followed by its padding and length, taken as a message of its own.
   CMD5Checksum md5;
   md5.AddBytes(reinterpret_cast<const unsigned char*>("abc"), 3);
   EXPECT_STREQ(md5.FinishHex(), "900150983cd24fb0d6963f7d28e17f72");
@@ -87,8 +84,7 @@ TEST(Md5, SecondFinishDigestsThePaddedMessage) {
 
 TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
   const char* first = HashString("a");
-  const char* second = HashString("abc");
-  EXPECT_EQ(first, second);
+  EXPECT_EQ(first, HashString("abc"));
   EXPECT_STREQ(first, "900150983cd24fb0d6963f7d28e17f72");
   EXPECT_EQ(HashString(""), HashBuffer(nullptr, 0));
   EXPECT_EQ(HashBuffer(nullptr, 5), HashBuffer(nullptr, 0));  // nothing to read
@@ -105,11 +101,11 @@ TEST(Md5, HashFileReadsTheWholeFile) {
     const std::vector<unsigned char> data = Pattern(n);
     std::FILE* f = std::fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
-    if (n != 0) std::fwrite(data.data(), 1, n, f);
+    std::fwrite(data.data(), 1, n, f);
     std::fclose(f);
     EXPECT_EQ(HashFile(path.c_str()), HashBuffer(data.data(), uint32_t(n))) << n;
   }
-  EXPECT_EQ(HashFile(path.c_str()), "bb3132c5a6978faf98b3c4c00122cc2f");
+  EXPECT_EQ(HashFile(path.c_str()), kPattern3000);
   std::remove(path.c_str());
 }
 
