@@ -1,8 +1,6 @@
 #include "msgbox/xdialog_item.h"
 
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "msgbox/dialog_units.h"
 #include "msgbox/template_bytes.h"
@@ -11,6 +9,7 @@ namespace {
 
 using deskaid::PutU16;
 using deskaid::PutU32;
+using deskaid::PutWideText;
 
 DWORD StyleOfKind(int kind) {
   switch (kind) {
@@ -58,17 +57,13 @@ size_t CXDialogItem::Write(unsigned char* dest) const {
   PutU16(dest + 16, m_wId);
   PutU16(dest + 18, 0xFFFF);  // the class follows as an atom
   PutU16(dest + 20, static_cast<unsigned>(m_dwClass));
-  const int n = WideCaptionLength();
-  // The platform's template is little-endian UTF-16, which is what WCHAR holds on Windows; the
-  // converted text is written through a byte copy so no alignment is assumed.
-  std::unique_ptr<WCHAR[]> wide(n > 0 ? new (std::nothrow) WCHAR[n] : nullptr);
-  if (wide) {
-    MultiByteToWideChar(CP_ACP, 0, m_strCaption.c_str(), -1, wide.get(), n);
-    std::memcpy(dest + 22, wide.get(), static_cast<size_t>(n) * 2);
-  } else {
+  // An empty caption stands when the text cannot be converted.
+  int written = PutWideText(dest + 22, m_strCaption.c_str());
+  if (written <= 0) {
     PutU16(dest + 22, 0);
+    written = 2;
   }
-  const size_t captionBytes = wide ? static_cast<size_t>(n) * 2 : 2;
+  const size_t captionBytes = static_cast<size_t>(written);
   PutU16(dest + 22 + captionBytes, 0);  // no creation data
   return 24 + captionBytes;
 }

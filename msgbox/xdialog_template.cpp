@@ -17,6 +17,7 @@ namespace {
 
 using deskaid::PutU16;
 using deskaid::PutU32;
+using deskaid::PutWideText;
 
 // DrawTextA formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
 // check box caption (one line).
@@ -384,18 +385,13 @@ bool CXDialogTemplate::WriteTemplate(unsigned char* dest) const {
   PutU16(dest + 20, 0);  // the predefined dialog class
 
   const std::string title(m_pszCaption.get(), strnlen(m_pszCaption.get(), kTitleLimit));
-  const int n = MultiByteToWideChar(CP_ACP, 0, title.c_str(), -1, nullptr, 0);
-  size_t offset = 22;
-  if (n > 0) {
-    std::unique_ptr<WCHAR[]> wide(new (std::nothrow) WCHAR[n]);
-    if (!wide) return false;
-    MultiByteToWideChar(CP_ACP, 0, title.c_str(), -1, wide.get(), n);
-    std::memcpy(dest + offset, wide.get(), static_cast<size_t>(n) * 2);
-    offset += static_cast<size_t>(n) * 2;
-  } else {
-    PutU16(dest + offset, 0);
-    offset += 2;
+  int written = PutWideText(dest + 22, title.c_str());
+  if (written < 0) return false;
+  if (written == 0) {
+    PutU16(dest + 22, 0);
+    written = 2;
   }
+  size_t offset = 22 + static_cast<size_t>(written);
   for (int i = 0; i < m_nItemCount; ++i) {
     offset = (offset + 3) & ~static_cast<size_t>(3);
     offset += m_pItems[i]->Write(dest + offset);
