@@ -24,15 +24,7 @@ const std::string kEol = "\r\n";
 #endif
 
 std::string TempPath(const std::string& leaf) {
-  const char* dir = std::getenv("TMPDIR");
-#ifdef _WIN32
-  if (dir == nullptr) dir = std::getenv("TEMP");
-  const char separator = '\\';
-#else
-  const char separator = '/';
-#endif
-  std::string base = dir != nullptr ? dir : ".";
-  return base + separator + "deskaid_export_" + leaf;
+  return ::testing::TempDir() + "deskaid_export_" + leaf;
 }
 
 std::string ReadAll(const std::string& path) {
@@ -97,18 +89,9 @@ class LogBuilder {
     ++m_trailer.recordCount;
     return *this;
   }
-  LogBuilder& Raw(const std::string& bytes) {
-    m_data += bytes;
-    return *this;
-  }
-  LogBuilder& Count(uint32_t records) {
-    m_trailer.recordCount = records;
-    return *this;
-  }
-  LogBuilder& Magic(uint16_t magic) {
-    m_trailer.magic = magic;
-    return *this;
-  }
+  LogBuilder& Raw(const std::string& bytes) { m_data += bytes; return *this; }
+  LogBuilder& Count(uint32_t records) { m_trailer.recordCount = records; return *this; }
+  LogBuilder& Magic(uint16_t magic) { m_trailer.magic = magic; return *this; }
   std::string Bytes() const {
     return m_data + std::string(reinterpret_cast<const char*>(&m_trailer), sizeof m_trailer);
   }
@@ -131,10 +114,16 @@ class LogExport : public ::testing::Test {
     converted = ConvertLogToText(m_log.c_str(), m_text.c_str(), image);
     return ReadAll(m_text);
   }
-  std::string ConvertOk(const std::string& bytes, const char* image) {
+  std::string ConvertOk(const std::string& bytes, const char* image = nullptr) {
     bool converted = false;
     std::string text = Convert(bytes, image, converted);
     EXPECT_TRUE(converted);
+    return text;
+  }
+  std::string ConvertFails(const std::string& bytes, const char* image = nullptr) {
+    bool converted = true;
+    std::string text = Convert(bytes, image, converted);
+    EXPECT_FALSE(converted);
     return text;
   }
 
@@ -165,8 +154,7 @@ TEST_F(LogExport, ResolvesAnAddressWrittenThroughTheLogWriter) {
   ASSERT_TRUE(ConvertLogToText(m_log.c_str(), m_text.c_str(), m_image.c_str()));
   std::string text = ReadAll(m_text);
   EXPECT_EQ(text, Line(std::string("open ") + kProbeName + " failed", 2, header.time));
-  std::printf("resolved line: %s", text.substr(0, text.find('\r')).c_str());
-  std::printf("\n");
+  std::printf("resolved line: %s\n", text.substr(0, text.find('\r')).c_str());
 }
 
 TEST_F(LogExport, MarkersNeedExactlyEightCharactersAndFailedLookupsRepeatTheLastName) {
@@ -189,7 +177,7 @@ TEST_F(LogExport, MarkersNeedExactlyEightCharactersAndFailedLookupsRepeatTheLast
                       Line("open [" + probe + " unclosed") + Line("lower " + name));
 
   // Without an image the brackets are never looked at.
-  EXPECT_EQ(ConvertOk(LogBuilder().Add("call [" + probe + "] ok").Bytes(), nullptr),
+  EXPECT_EQ(ConvertOk(LogBuilder().Add("call [" + probe + "] ok").Bytes()),
             Line("call [" + probe + "] ok"));
 }
 
@@ -203,7 +191,7 @@ TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
                           .Add(std::string("cut\0hidden", 10), 3, 255)
                           .Add("")
                           .Bytes();
-  EXPECT_EQ(ConvertOk(bytes, nullptr),
+  EXPECT_EQ(ConvertOk(bytes),
             Line("enciphered under key 5", 1) + Line("enciphered under key 15", 4) +
                 Line("stored plain", 8) + Line("no such key 16") + Line("no such key FFFE") +
                 Line("cut", 255) + Line(""));
@@ -221,20 +209,14 @@ TEST_F(LogExport, DeciphersBodiesOfEveryLengthUnderOneKey) {
     builder.Add(body, 2);
     expected += Line(body) + Line(body);
   }
-  EXPECT_EQ(ConvertOk(builder.Bytes(), nullptr), expected);
+  EXPECT_EQ(ConvertOk(builder.Bytes()), expected);
 }
 
 TEST_F(LogExport, RefusesFilesWithoutAValidTrailer) {
-  bool converted = true;
-  EXPECT_EQ(ConvertOk(LogBuilder().Bytes(), nullptr), "");  // a valid trailer, no records
-  EXPECT_EQ(Convert(LogBuilder().Add("record").Magic(0x5157).Bytes(), nullptr, converted), "");
-  EXPECT_FALSE(converted);
-  converted = true;
-  EXPECT_EQ(Convert(LogBuilder().Bytes().substr(1), nullptr, converted), "");  // 73 bytes
-  EXPECT_FALSE(converted);
-  converted = true;
-  EXPECT_EQ(Convert("", nullptr, converted), "");
-  EXPECT_FALSE(converted);
+  EXPECT_EQ(ConvertOk(LogBuilder().Bytes()), "");  // a valid trailer, no records
+  EXPECT_EQ(ConvertFails(LogBuilder().Add("record").Magic(0x5157).Bytes()), "");
+  EXPECT_EQ(ConvertFails(LogBuilder().Bytes().substr(1)), "");  // 73 bytes
+  EXPECT_EQ(ConvertFails(""), "");
 
   std::remove(m_log.c_str());
   EXPECT_FALSE(ConvertLogToText(m_log.c_str(), m_text.c_str(), nullptr));
@@ -244,12 +226,9 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailer) {
 }
 
 TEST_F(LogExport, DamagedRecordAreasStopAtTheTrailerWithoutReadingBeyondIt) {
-  bool converted = true;
   // More records announced than present: the present ones are converted.
-  std::string text = Convert(LogBuilder().Add("one").Add("two").Count(5).Bytes(), nullptr,
-                             converted);
-  EXPECT_FALSE(converted);
-  EXPECT_EQ(text, Line("one") + Line("two"));
+  EXPECT_EQ(ConvertFails(LogBuilder().Add("one").Add("two").Count(5).Bytes()),
+            Line("one") + Line("two"));
 
   // A length that runs into the trailer and past the end of the file.
   LogRecordHeader header{2, kLogRecordKind, kLogPlainBody, 0xFFFF, 1709647629};
@@ -259,21 +238,15 @@ TEST_F(LogExport, DamagedRecordAreasStopAtTheTrailerWithoutReadingBeyondIt) {
                                "short")
                           .Count(2)
                           .Bytes();
-  converted = true;
-  EXPECT_EQ(Convert(bytes, nullptr, converted), Line("fine"));
-  EXPECT_FALSE(converted);
-
-  converted = true;
-  EXPECT_EQ(Convert(LogBuilder().Add("only").Count(0xFFFFFFFF).Bytes(), m_image.c_str(),
-                    converted),
+  EXPECT_EQ(ConvertFails(bytes), Line("fine"));
+  EXPECT_EQ(ConvertFails(LogBuilder().Add("only").Count(0xFFFFFFFF).Bytes(), m_image.c_str()),
             Line("only"));
-  EXPECT_FALSE(converted);
 }
 
 TEST_F(LogExport, ConversionAddsTheSymbolOptionsAndKeepsThem) {
   CSymbolEngine engine;
   const uint32_t saved = engine.SetOptions(0x00000002);
-  ConvertOk(LogBuilder().Bytes(), nullptr);
+  ConvertOk(LogBuilder().Bytes());
   EXPECT_EQ(engine.GetOptions(), 0x00000002u);  // no image: nothing set up
   ConvertOk(LogBuilder().Bytes(), m_image.c_str());
   EXPECT_EQ(engine.GetOptions(), 0x80000032u);
@@ -284,16 +257,14 @@ TEST_F(LogExport, ReadLogStampReturnsTheTrailerDate) {
   uint32_t month = 99, day = 99;
   WriteAll(m_log, LogBuilder().Add("x").Bytes());
   EXPECT_TRUE(ReadLogStamp(m_log.c_str(), month, day));
-  EXPECT_EQ(month, 3u);
-  EXPECT_EQ(day, 5u);
-  WriteAll(m_log, LogBuilder().Add("x").Magic(0).Bytes());
-  EXPECT_FALSE(ReadLogStamp(m_log.c_str(), month, day));
-  EXPECT_EQ(month, 0u);
-  EXPECT_EQ(day, 0u);
-  month = day = 99;
-  WriteAll(m_log, "short");
-  EXPECT_FALSE(ReadLogStamp(m_log.c_str(), month, day));
-  EXPECT_EQ(month + day, 0u);
+  EXPECT_EQ(month * 100 + day, 305u);
+  // A bad trailer or a short file gives false and clears both.
+  for (const std::string& bytes : {LogBuilder().Add("x").Magic(0).Bytes(), std::string("short")}) {
+    month = day = 99;
+    WriteAll(m_log, bytes);
+    EXPECT_FALSE(ReadLogStamp(m_log.c_str(), month, day));
+    EXPECT_EQ(month + day, 0u);
+  }
   std::remove(m_log.c_str());
   EXPECT_FALSE(ReadLogStamp(m_log.c_str(), month, day));
 }

@@ -39,13 +39,11 @@ out=$(run "$tool" --help | tr -d '\r'); status=$?
 check "--help documents the options" \
   $([ $status -eq 0 ] && grep -q 'usage: logexport LOG' <<<"$out" && grep -q -- '--image EXE' <<<"$out"; echo $?)
 
-err=$(run "$tool" "$work/missing.log" 2>&1 >/dev/null | tr -d '\r'); status=$?
-run "$tool" "$work/missing.log" >/dev/null 2>&1; status=$?
+err=$(run "$tool" "$work/missing.log" 2>&1 >/dev/null); status=$?; err=${err//$'\r'/}
 check "a missing file is an error" \
   $([ $status -eq 1 ] && [ $(wc -l <<<"$err") -eq 1 ] && grep -q 'cannot open' <<<"$err"; echo $?)
 
-err=$(run "$tool" "$junk" 2>&1 >/dev/null | tr -d '\r')
-run "$tool" "$junk" >/dev/null 2>&1; status=$?
+err=$(run "$tool" "$junk" 2>&1 >/dev/null); status=$?; err=${err//$'\r'/}
 check "a file that is not a log is an error" \
   $([ $status -eq 1 ] && [ $(wc -l <<<"$err") -eq 1 ] && grep -q 'is not a log file' <<<"$err"; echo $?)
 
