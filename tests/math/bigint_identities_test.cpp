@@ -43,8 +43,7 @@ TEST(BigIntIdentities, ProductsQuotientsAndTextAgree) {
     EXPECT_TRUE(r.IsZero() || r.IsNegative() == a.IsNegative());
     EXPECT_EQ(Text((a * b) / b), Text(a));
     // Decimal text reads back to the same value.
-    CBigInt back;
-    CBigInt text = pa;
+    CBigInt back, text = pa;
     back.Parse(text.GetString(10), 10);
     EXPECT_EQ(Text(back), Text(pa));
   }

@@ -18,9 +18,8 @@ CBigInt Parsed(const char* text, int radix) {
 std::string Dec(CBigInt x) { return x.GetString(10); }
 
 TEST(BigIntText, ZeroMinusOneAndRadixForms) {
-  CBigInt zero;
+  CBigInt zero, m1(-1);
   EXPECT_STREQ(zero.GetString(), "");
-  CBigInt m1(-1);
   EXPECT_STREQ(m1.GetString(10), "-1");
   EXPECT_STREQ(m1.GetString(16), "FFFFFFFF");
   EXPECT_EQ(std::string(m1.GetString(2)), std::string(32, '1'));
@@ -55,8 +54,7 @@ TEST(BigIntText, FormatTextKeepsTheLowDigits) {
 
 TEST(BigIntText, GetStringBelongsToTheObject) {
   CBigInt a(42);
-  const char* first = a.GetString();
-  EXPECT_STREQ(first, "42");
+  EXPECT_STREQ(a.GetString(), "42");
   CBigInt copy(a);
   EXPECT_STREQ(copy.GetString(16), "2A");
   EXPECT_STREQ(a.GetString(2), "101010");

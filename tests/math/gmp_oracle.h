@@ -43,28 +43,18 @@ class Operands {
  public:
   explicit Operands(uint32_t seed) : m_rng(seed) {}
   uint32_t Word() {
-    switch (m_rng() % 4) {
-      case 0: return 0xFFFFFFFFu;
-      case 1: return 0;
-      default: return static_cast<uint32_t>(m_rng());
-    }
+    const uint64_t kind = m_rng() % 4;
+    return kind == 0 ? 0xFFFFFFFFu : kind == 1 ? 0 : static_cast<uint32_t>(m_rng());
   }
-  // Words of a non-negative value of exactly `bits` bits (top bit of the value set).
-  std::vector<uint32_t> Magnitude(int bits) {
+  // Small sizes and the full range equally often; the top bit of the value is set.
+  CBigInt NonNegative(int maxBits) {
+    const int bits = 1 + static_cast<int>(m_rng() % 2 ? m_rng() % 96 : m_rng() % maxBits);
     std::vector<uint32_t> w((bits + 31) / 32 + 1, 0);
     for (size_t i = 0; i + 1 < w.size(); ++i) w[i] = Word();
     const int top = (bits - 1) % 32;
     uint32_t& hi = w[w.size() - 2];
     hi &= top == 31 ? 0xFFFFFFFFu : ((1u << (top + 1)) - 1);
     hi |= 1u << top;
-    return w;
-  }
-  int Bits(int maxBits) {
-    // Small sizes and the full range equally often.
-    return m_rng() % 2 ? 1 + static_cast<int>(m_rng() % 96) : 1 + static_cast<int>(m_rng() % maxBits);
-  }
-  CBigInt NonNegative(int maxBits) {
-    auto w = Magnitude(Bits(maxBits));
     CBigInt r(w.data(), static_cast<int>(w.size()));
     r.Normalize();
     return r;
