@@ -12,39 +12,36 @@ namespace {
 constexpr uint32_t kNotInitialized = 1;
 constexpr uint32_t kBadArgument = 87;
 
+#define EXPECT_FAILS_WITH(call, code) \
+  do { EXPECT_FALSE(call); EXPECT_EQ(engine.GetLastError(), code); } while (0)
+
 TEST(SymbolEngine, UninitialisedEngineRefusesEveryLookupWithCode1) {
   CSymbolEngine engine;
   std::string name = "kept";
   uint64_t displacement = 7;
   uint32_t line = 9;
-  EXPECT_FALSE(engine.SymbolFromAddress(ProbeAddress(), name, displacement));
-  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_FAILS_WITH(engine.SymbolFromAddress(ProbeAddress(), name, displacement), kNotInitialized);
   EXPECT_EQ(name, "kept");
   EXPECT_FALSE(engine.LineFromAddress(ProbeAddress(), name, line, displacement));
-  EXPECT_EQ(engine.LoadModule(SymCurrentProcess(), "image.exe", 0x400000, 0), 0u);
-  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
-  EXPECT_FALSE(engine.UnloadModule(0x400000));
-  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_FAILS_WITH(engine.LoadModule(SymCurrentProcess(), "image.exe", 0x400000, 0),
+                    kNotInitialized);
+  EXPECT_FAILS_WITH(engine.UnloadModule(0x400000), kNotInitialized);
   SymModuleInfo info;
-  EXPECT_FALSE(engine.GetModuleInfo(0x400000, info));
-  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_FAILS_WITH(engine.GetModuleInfo(0x400000, info), kNotInitialized);
   EXPECT_EQ(displacement, 7u);
   EXPECT_EQ(line, 9u);
 }
 
 TEST(SymbolEngine, BadArgumentsGiveCode87BeforeAnythingElse) {
   CSymbolEngine engine;
-  EXPECT_EQ(engine.LoadModule(std::string(), 0x400000, 0), 0u);  // checked before initialisation
-  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+  // The empty name is checked before initialisation.
+  EXPECT_FAILS_WITH(engine.LoadModule(std::string(), 0x400000, 0), kBadArgument);
   ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
-  EXPECT_EQ(engine.LoadModule(SymHandle(nullptr), 0x400000, 0), 0u);
-  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+  EXPECT_FAILS_WITH(engine.LoadModule(SymHandle(nullptr), 0x400000, 0), kBadArgument);
 #ifdef _WIN32
-  EXPECT_EQ(engine.LoadModule(INVALID_HANDLE_VALUE, 0x400000, 0), 0u);
-  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+  EXPECT_FAILS_WITH(engine.LoadModule(INVALID_HANDLE_VALUE, 0x400000, 0), kBadArgument);
 #endif
-  EXPECT_FALSE(engine.UnloadModule(0));
-  EXPECT_EQ(engine.GetLastError(), kBadArgument);
+  EXPECT_FAILS_WITH(engine.UnloadModule(0), kBadArgument);
 }
 
 TEST(SymbolEngine, StaysBoundToItsFirstProcess) {
@@ -53,8 +50,7 @@ TEST(SymbolEngine, StaysBoundToItsFirstProcess) {
   EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
   EXPECT_EQ(engine.GetLastError(), 0u);
   SymHandle other = reinterpret_cast<SymHandle>(static_cast<uintptr_t>(0x1234));
-  EXPECT_FALSE(engine.Initialize(other, nullptr, 0, 0));
-  EXPECT_EQ(engine.GetLastError(), kNotInitialized);
+  EXPECT_FAILS_WITH(engine.Initialize(other, nullptr, 0, 0), kNotInitialized);
   EXPECT_EQ(engine.GetProcess(), SymCurrentProcess());
   engine.Cleanup();
   EXPECT_FALSE(engine.IsInitialized());
