@@ -1,42 +1,107 @@
-// A real dialog for the hyperlink tests: a modeless dialog built from an in-memory template with
-// the dialog font, static controls created in it, and a record of the commands and notifications
-// its children send. Plus a renderer that paints a control into a bitmap to read its pixels.
+// A real modeless dialog (dialog font, in-memory template) for the hyperlink tests, recording the
+// commands and NM_CLICK notifications of its children; and a renderer reading a control's pixels.
 #pragma once
 
 #include <windows.h>
 #include <commctrl.h>
+#include <gtest/gtest.h>
 
 #include <vector>
 
-struct ParentRecord {
-  int commands = 0;
-  int notifies = 0;
-  WPARAM lastCommandWParam = 0;
-  LPARAM lastCommandLParam = 0;
-  NMHDR lastNotify = {};
-};
-
 class LinkDialog {
  public:
-  LinkDialog();
-  ~LinkDialog();
+  // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK. Zeroed by each dialog.
+  struct Record {
+    int commands, notifies;
+    WPARAM commandWParam;
+    LPARAM commandLParam;
+    NMHDR notify;
+  };
+  static inline Record record;
+
+  LinkDialog() {
+    INITCOMMONCONTROLSEX icc = {sizeof(icc), ICC_WIN95_CLASSES};
+    ::InitCommonControlsEx(&icc);
+    record = Record();
+    // DLGTEMPLATE, then no menu, the default class, no title, point size 8 and the face name.
+    alignas(4) WORD buffer[64] = {};
+    auto* tmpl = reinterpret_cast<DLGTEMPLATE*>(buffer);
+    *tmpl = {DS_SETFONT | DS_MODALFRAME | WS_POPUP | WS_VISIBLE | WS_CAPTION, 0, 0, 0, 0, 200, 100};
+    WORD* p = reinterpret_cast<WORD*>(tmpl + 1) + 3;
+    *p++ = 8;
+    for (const char* face = "MS Shell Dlg"; *face; ++face) *p++ = static_cast<WORD>(*face);
+    m_hWnd = ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr), tmpl, nullptr, Proc, 0);
+    if (m_hWnd == nullptr) ADD_FAILURE() << "no dialog could be created: is there a display?";
+  }
+  ~LinkDialog() { ::DestroyWindow(m_hWnd); }
   HWND hwnd() const { return m_hWnd; }
-  ParentRecord& record();
   // A static control with the dialog's font.
-  HWND AddStatic(const char* text, DWORD style, int id, RECT rect = {10, 10, 250, 30});
+  HWND AddStatic(const char* text, DWORD style, int id, RECT r = {10, 10, 250, 30}) {
+    HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | style, r.left,
+                                     r.top, r.right - r.left, r.bottom - r.top, m_hWnd,
+                                     reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
+                                     ::GetModuleHandleA(nullptr), nullptr);
+    ::SendMessageA(control, WM_SETFONT, ::SendMessageA(m_hWnd, WM_GETFONT, 0, 0), FALSE);
+    return control;
+  }
 
  private:
+  static INT_PTR CALLBACK Proc(HWND, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_COMMAND && lParam != 0) {
+      ++record.commands;
+      record.commandWParam = wParam;
+      record.commandLParam = lParam;
+    } else if (message == WM_NOTIFY &&
+               reinterpret_cast<const NMHDR*>(lParam)->code == static_cast<UINT>(NM_CLICK)) {
+      ++record.notifies;
+      record.notify = *reinterpret_cast<const NMHDR*>(lParam);
+    }
+    return message == WM_INITDIALOG || message == WM_NOTIFY || (message == WM_COMMAND && lParam);
+  }
   HWND m_hWnd = nullptr;
 };
 
-// The client area of `control` as it paints itself into a memory bitmap (WM_PRINTCLIENT).
+// The client area of a control as it paints itself into a memory bitmap (WM_PRINTCLIENT).
 struct Picture {
   int width = 0, height = 0;
   std::vector<COLORREF> pixels;
   COLORREF at(int x, int y) const { return pixels[static_cast<size_t>(y) * width + x]; }
   // Pixels of exactly `color` with left <= x < right.
-  int Count(COLORREF color, int left = 0, int right = 1 << 30) const;
+  int Count(COLORREF color, int left = 0, int right = 1 << 30) const {
+    int n = 0;
+    for (int y = 0; y < height; ++y)
+      for (int x = left; x < width && x < right; ++x) n += at(x, y) == color;
+    return n;
+  }
   // The longest horizontal run of `color` in any row.
-  int LongestRun(COLORREF color) const;
+  int LongestRun(COLORREF color) const {
+    int best = 0;
+    for (int y = 0; y < height; ++y)
+      for (int x = 0, run = 0; x < width; ++x) {
+        run = at(x, y) == color ? run + 1 : 0;
+        best = run > best ? run : best;
+      }
+    return best;
+  }
 };
-Picture Render(HWND control);
+
+inline Picture Render(HWND control) {
+  RECT client;
+  ::GetClientRect(control, &client);
+  Picture picture{client.right, client.bottom, {}};
+  BITMAPINFO info = {};
+  info.bmiHeader = {sizeof(info.bmiHeader), client.right, -client.bottom, 1, 32};  // top-down
+  void* bits = nullptr;
+  HDC dc = ::CreateCompatibleDC(nullptr);
+  HBITMAP bitmap = ::CreateDIBSection(dc, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+  HGDIOBJ old = ::SelectObject(dc, bitmap);
+  ::SendMessageA(control, WM_PRINTCLIENT, reinterpret_cast<WPARAM>(dc), PRF_CLIENT);
+  ::GdiFlush();
+  const BYTE* px = static_cast<const BYTE*>(bits);
+  for (size_t i = 0; i < static_cast<size_t>(client.right) * client.bottom; ++i, px += 4)
+    picture.pixels.push_back(RGB(px[2], px[1], px[0]));
+  ::SelectObject(dc, old);
+  ::DeleteObject(bitmap);
+  ::DeleteDC(dc);
+  return picture;
+}
