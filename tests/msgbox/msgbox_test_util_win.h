@@ -1,62 +1,40 @@
-// Helpers of the message box tests: trace capture, the resource module, a template decoder and a
-// second thread that drives a shown dialog.
+// Helpers shared by the message box tests: trace capture and the tests' resource module.
 #pragma once
 
 #include <windows.h>
 
-#include <functional>
+#include <algorithm>
 #include <string>
 #include <vector>
+
+#include "diag/debug_trace.h"
 
 namespace msgbox_test {
 
 // Collects every DebugTrace line while alive.
-class TraceCapture {
- public:
-  TraceCapture();
-  ~TraceCapture();
-  const std::vector<std::string>& Lines() const { return m_lines; }
-  bool Has(const std::string& line) const;
-
- private:
-  static void Sink(const char* line, void* context);
-  std::vector<std::string> m_lines;
+struct TraceCapture {
+  std::vector<std::string> lines;
+  TraceCapture() {
+    SetDebugTraceSink([](const char* l, void* c) {
+      static_cast<TraceCapture*>(c)->lines.push_back(l);
+    }, this);
+  }
+  ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
+  bool Has(const std::string& l) const {
+    return std::find(lines.begin(), lines.end(), l) != lines.end();
+  }
 };
 
 // The tests' resource DLL, loaded once from beside the test executable.
-HINSTANCE TestResources();
-
-struct DecodedItem {
-  size_t offset;
-  DWORD style, exStyle;
-  short x, y, cx, cy;
-  WORD id, classMarker, classAtom;
-  std::string caption;  // UTF-16 caption narrowed (the tests use ASCII)
-  WORD creationDataSize;
-  size_t end;  // offset just past the item
-};
-
-struct DecodedTemplate {
-  DWORD style, exStyle;
-  WORD count;
-  short x, y, cx, cy;
-  WORD menu, windowClass;
-  std::string title;
-  std::vector<DecodedItem> items;
-  size_t end;  // offset just past the last item
-  const DecodedItem* Find(WORD id) const;
-};
-
-// Reads a DLGTEMPLATE as the platform would; a malformed block fails the current test.
-DecodedTemplate Decode(const std::vector<unsigned char>& bytes);
-
-// Waits for a top-level dialog titled `title` (up to 10 s); null when none appears.
-HWND WaitForDialog(const char* title);
-
-// Runs `show` on this thread while `drive` gets the dialog titled `title` on a second thread.
-int ShowDriven(const char* title, const std::function<int()>& show,
-               const std::function<void(HWND)>& drive);
-
-std::string ControlText(HWND dialog, int id);
+inline HINSTANCE TestResources() {
+  static HINSTANCE module = [] {
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    std::string dll(path);
+    dll.erase(dll.find_last_of('\\') + 1) += "msgbox_test_resources.dll";
+    return LoadLibraryA(dll.c_str());
+  }();
+  return module;
+}
 
 }  // namespace msgbox_test

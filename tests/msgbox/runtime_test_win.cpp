@@ -6,29 +6,46 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "msgbox/message_dialog.h"
 #include "msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 
-using msgbox_test::ControlText;
-
 namespace {
 
-// Shows a box titled `title` and runs `drive` on it from a second thread.
-int Drive(const char* title, unsigned style, const MessageDialogParams* p,
-          const std::function<void(HWND)>& drive, HWND owner = nullptr) {
-  return msgbox_test::ShowDriven(title, [&] {
-    return ShowMessageDialog(owner, "Message text", title, style | MDS_NOSOUND, p);
-  }, drive);
-}
-
 bool WaitUntil(const std::function<bool()>& condition, int ms) {
-  for (int waited = 0; waited < ms && !condition(); waited += 20) Sleep(20);
+  for (int waited = 0; waited < ms && !condition(); waited += 10) Sleep(10);
   return condition();
 }
 
+// Shows a box titled `title` while `drive` gets it on a second thread.
+int Drive(const char* title, unsigned style, const MessageDialogParams* p,
+          const std::function<void(HWND)>& drive) {
+  std::thread driver([&] {
+    HWND dialog = nullptr;
+    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowA("#32770", title)); }, 10000)) {
+      ADD_FAILURE() << "no dialog titled " << title;
+      return;
+    }
+    drive(dialog);
+    // A driver that stopped early (a failed check) must not leave the modal loop waiting.
+    if (!WaitUntil([&] { return !IsWindow(dialog); }, 3000)) {
+      ADD_FAILURE() << "the dialog " << title << " was still open after its driver finished";
+      PostMessageA(dialog, WM_COMMAND, 0x7777, 0);
+    }
+  });
+  const int result = ShowMessageDialog(nullptr, "Message text", title, style | MDS_NOSOUND, p);
+  driver.join();
+  return result;
+}
+
+std::string ControlText(HWND dialog, int id) {
+  char text[256] = {};
+  GetWindowTextA(GetDlgItem(dialog, id), text, sizeof text);
+  return text;
+}
 void Click(HWND dialog, int id) { SendMessageA(GetDlgItem(dialog, id), BM_CLICK, 0, 0); }
 void Escape(HWND dialog) {  // the key goes to the focused default button
   HWND ok = GetDlgItem(dialog, IDOK);
@@ -37,6 +54,43 @@ void Escape(HWND dialog) {  // the key goes to the focused default button
 bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)) != FALSE; }
 bool CloseGrayed(HWND dialog) {
   return (GetMenuState(GetSystemMenu(dialog, FALSE), SC_CLOSE, MF_BYCOMMAND) & MF_GRAYED) != 0;
+}
+
+// Stands in for the help viewer: WinHelp hands its request to the window of this class.
+struct { int calls; WORD command; LONG data; std::string file; } g_help;
+
+LRESULT CALLBACK HelpViewerProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
+  if (message != WM_COPYDATA) return DefWindowProcA(hwnd, message, wParam, lParam);
+  const BYTE* block = static_cast<const BYTE*>(reinterpret_cast<COPYDATASTRUCT*>(lParam)->lpData);
+  WORD ofsFilename;  // size, command, data, reserved, file name offset, data offset
+  std::memcpy(&g_help.command, block + 2, 2);
+  std::memcpy(&g_help.data, block + 4, 4);
+  std::memcpy(&ofsFilename, block + 12, 2);
+  g_help.file = reinterpret_cast<const char*>(block + ofsFilename);
+  ++g_help.calls;
+  return TRUE;
+}
+
+// Live {GDI, USER} objects of this process. Wine answers GetGuiResources with 0; there the objects
+// are counted by probing handle values, as Wine accepts a table index without its generation.
+std::vector<DWORD> Objects() {
+  DWORD gdi = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS);
+  DWORD user = GetGuiResources(GetCurrentProcess(), GR_USEROBJECTS);
+  const bool probeGdi = gdi == 0, probeUser = user == 0;
+  for (UINT_PTR i = 1; i < 0x10000; ++i) {
+    HANDLE h = reinterpret_cast<HANDLE>(i);
+    ICONINFO info;
+    gdi += probeGdi && GetObjectType(h) != 0;
+    if (!probeUser || i % 2) continue;
+    if (IsWindow(static_cast<HWND>(h)) || IsMenu(static_cast<HMENU>(h))) {
+      ++user;
+    } else if (GetIconInfo(static_cast<HICON>(h), &info)) {
+      DeleteObject(info.hbmColor);
+      DeleteObject(info.hbmMask);
+      ++user;
+    }
+  }
+  return {gdi, user};
 }
 
 }  // namespace
@@ -135,63 +189,27 @@ TEST(MessageDialogRuntime, DisabledPeriod) {
   }), IDCANCEL);
 }
 
-TEST(MessageDialogRuntime, ReportCallbackKeepsTheDialogOpen) {
-  std::vector<std::string> calls;
-  MessageDialogParams p{};
-  p.pReportData = &calls;
-  p.pfnReport = [](const char* text, void* data) {
-    static_cast<std::vector<std::string>*>(data)->push_back(text);
-  };
-  EXPECT_EQ(Drive("Report", MB_OK, &p, [&](HWND dialog) {
-    Click(dialog, ID_REPORTBUTTON);  // returns once the callback has run
-    Sleep(300);
-    EXPECT_TRUE(IsWindowVisible(dialog));
-    Click(dialog, IDOK);
-  }), IDOK);
-  EXPECT_EQ(calls, std::vector<std::string>{"Message text"});
-}
-
-namespace {
-
-// Stands in for the help viewer: WinHelp hands its request to the window of this class.
-struct HelpRequest {
-  int calls = 0;
-  WORD command = 0;
-  LONG data = 0;
-  std::string file;
-} g_help;
-
-LRESULT CALLBACK HelpViewerProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (message != WM_COPYDATA) return DefWindowProcA(hwnd, message, wParam, lParam);
-  const BYTE* block = static_cast<const BYTE*>(reinterpret_cast<COPYDATASTRUCT*>(lParam)->lpData);
-  WORD ofsFilename;  // size, command, data, reserved, file name offset, data offset
-  std::memcpy(&g_help.command, block + 2, 2);
-  std::memcpy(&g_help.data, block + 4, 4);
-  std::memcpy(&ofsFilename, block + 12, 2);
-  g_help.file = reinterpret_cast<const char*>(block + ofsFilename);
-  ++g_help.calls;
-  return TRUE;
-}
-
-}  // namespace
-
-TEST(MessageDialogRuntime, HelpOpensTheHostsHelpFile) {
-  WNDCLASSA wc{};
-  wc.lpfnWndProc = HelpViewerProc;
-  wc.lpszClassName = "MS_WINHELP";
+TEST(MessageDialogRuntime, HelpAndReportKeepTheDialogOpen) {
+  WNDCLASSA wc{0, HelpViewerProc, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, "MS_WINHELP"};
   RegisterClassA(&wc);
   HWND viewer = CreateWindowA("MS_WINHELP", "", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
   ASSERT_NE(viewer, nullptr);
   char exe[MAX_PATH];
   GetModuleFileNameA(nullptr, exe, MAX_PATH);
   const std::string expected = std::string(exe, std::strrchr(exe, '.')) + ".hlp";
+  std::vector<std::string> reports;
   MessageDialogParams p{};
+  p.pReportData = &reports;
+  p.pfnReport = [](const char* text, void* data) {
+    static_cast<std::vector<std::string>*>(data)->push_back(text);
+  };
   for (int context : {42, 0}) {
-    g_help = HelpRequest();
+    g_help = {};
     p.nHelpContextId = context;
     EXPECT_EQ(Drive("Help", MB_OK | MB_HELP, &p, [](HWND dialog) {
       Click(dialog, ID_HELPBUTTON);
-      Sleep(200);
+      Click(dialog, ID_REPORTBUTTON);  // returns once the callback has run
+      Sleep(300);
       EXPECT_TRUE(IsWindowVisible(dialog));
       Click(dialog, IDOK);
     }), IDOK);
@@ -200,21 +218,37 @@ TEST(MessageDialogRuntime, HelpOpensTheHostsHelpFile) {
     if (context) EXPECT_EQ(g_help.data, 42);
     EXPECT_STRCASEEQ(g_help.file.c_str(), expected.c_str());
   }
+  EXPECT_EQ(reports, (std::vector<std::string>{"Message text", "Message text"}));
   DestroyWindow(viewer);
 }
 
-TEST(MessageDialogRuntime, Placement) {
+TEST(MessageDialogRuntime, PlacementAndPaintedIcon) {
   MessageDialogParams p{};
   p.nX = 120;
   p.nY = 90;
+  p.hIconModule = msgbox_test::TestResources();
+  p.nIconId = IDI_TEST_ICON;
   RECT rect{};
-  auto measure = [&](HWND dialog) {
+  int red = 0, blue = 0;  // the 32x32 test icon is red around a 16x16 blue square
+  Drive("Placed", MB_OK | MB_TOPMOST, &p, [&](HWND dialog) {
     GetWindowRect(dialog, &rect);
+    Sleep(500);
+    RECT r;
+    GetWindowRect(GetDlgItem(dialog, ID_ICON), &r);
+    HDC screen = GetDC(nullptr);
+    for (int y = r.top; y < r.bottom; ++y)
+      for (int x = r.left; x < r.right; ++x) {
+        const COLORREF c = GetPixel(screen, x, y);
+        red += c == RGB(255, 0, 0);
+        blue += c == RGB(0, 0, 255);
+      }
+    ReleaseDC(nullptr, screen);
     Click(dialog, IDOK);
-  };
-  Drive("Placed", MB_OK, &p, measure);
+  });
   EXPECT_EQ(rect.left, 120);
   EXPECT_EQ(rect.top, 90);
+  EXPECT_GT(red, 300);
+  EXPECT_GT(blue, 200);
   // Without an owner the box takes this thread's active window and centres on it.
   HWND owner = CreateWindowA("STATIC", "owner", WS_POPUP | WS_VISIBLE, 300, 200, 640, 480,
                              nullptr, nullptr, nullptr, nullptr);
@@ -223,7 +257,8 @@ TEST(MessageDialogRuntime, Placement) {
   HWND seen = nullptr;
   Drive("Centred", MB_OK, nullptr, [&](HWND dialog) {
     seen = GetWindow(dialog, GW_OWNER);
-    measure(dialog);
+    GetWindowRect(dialog, &rect);
+    Click(dialog, IDOK);
   });
   DestroyWindow(owner);
   EXPECT_EQ(seen, owner);
@@ -245,95 +280,39 @@ TEST(MessageDialogRuntime, SystemBoxAndFailedDialog) {
   EXPECT_TRUE(result == 0 || result == -1) << result;
 }
 
-TEST(MessageDialogRuntime, ResourceIconIsPainted) {
-  MessageDialogParams p{};
-  p.hIconModule = msgbox_test::TestResources();
-  p.nIconId = IDI_TEST_ICON;
-  int red = 0, blue = 0;  // the 32x32 test icon is red around a 16x16 blue square
-  Drive("Icon", MB_OK | MB_TOPMOST, &p, [&](HWND dialog) {
-    Sleep(500);
-    RECT r;
-    GetWindowRect(GetDlgItem(dialog, ID_ICON), &r);
-    HDC screen = GetDC(nullptr);
-    for (int y = r.top; y < r.bottom; ++y)
-      for (int x = r.left; x < r.right; ++x) {
-        const COLORREF c = GetPixel(screen, x, y);
-        red += c == RGB(255, 0, 0);
-        blue += c == RGB(0, 0, 255);
-      }
-    ReleaseDC(nullptr, screen);
-    Click(dialog, IDOK);
-  });
-  EXPECT_GT(red, 300);
-  EXPECT_GT(blue, 200);
-}
-
-namespace {
-
-// Live GDI and USER objects of this process. Wine answers GetGuiResources with 0; there the
-// objects are counted by probing handle values, as Wine accepts a table index without its
-// generation.
-DWORD GdiObjects() {
-  if (DWORD n = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS)) return n;
-  DWORD n = 0;
-  for (UINT_PTR i = 1; i < 0x10000; ++i) n += GetObjectType(reinterpret_cast<HGDIOBJ>(i)) != 0;
-  return n;
-}
-
-DWORD UserObjects() {
-  if (DWORD n = GetGuiResources(GetCurrentProcess(), GR_USEROBJECTS)) return n;
-  DWORD n = 0;
-  for (UINT_PTR i = 2; i < 0x10000; i += 2) {
-    HANDLE h = reinterpret_cast<HANDLE>(i);
-    ICONINFO info;
-    if (IsWindow(static_cast<HWND>(h)) || IsMenu(static_cast<HMENU>(h))) {
-      ++n;
-    } else if (GetIconInfo(static_cast<HICON>(h), &info)) {
-      DeleteObject(info.hbmColor);
-      DeleteObject(info.hbmMask);
-      ++n;
-    }
-  }
-  return n;
-}
-
-}  // namespace
-
 TEST(MessageDialogRuntime, ShownBoxesLeaveNoHandlesBehind) {
   MessageDialogParams p{};
   p.hIconModule = msgbox_test::TestResources();
   p.nIconId = IDI_TEST_ICON;
   p.nTimeoutSeconds = 30;
   p.pfnReport = [](const char*, void*) {};
-  auto one = [&](int i) {
-    return Drive("Hygiene", (i % 2 ? MB_ICONQUESTION : 0) | MDS_DONTASKAGAIN | MB_HELP,
-                 i % 2 ? nullptr : &p, [](HWND dialog) { Click(dialog, IDOK); });
+  auto boxes = [&](int n) {
+    for (int i = 0; i < n; ++i)
+      ASSERT_EQ(Drive("Hygiene", (i % 2 ? MB_ICONQUESTION : 0) | MDS_DONTASKAGAIN | MB_HELP,
+                      i % 2 ? nullptr : &p, [](HWND dialog) { Click(dialog, IDOK); }), IDOK);
   };
   // The first boxes settle the process's lasting objects (classes, cached icons and fonts).
-  for (int i = 0; i < 20; ++i) ASSERT_EQ(one(i), IDOK);
+  ASSERT_NO_FATAL_FAILURE(boxes(20));
   // The counters see three fonts and two menus while they live (second round, once the first
   // has settled whatever creating them caches).
   for (int round = 0; round < 2; ++round) {
-    const DWORD gdi = GdiObjects(), user = UserObjects();
-    HFONT fonts[3] = {CreateFontA(12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, "Arial"),
-                      CreateFontA(13, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, "Arial"),
-                      CreateFontA(14, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, "Arial")};
+    const std::vector<DWORD> before = Objects();
+    HFONT fonts[3];
+    for (int i = 0; i < 3; ++i)
+      fonts[i] = CreateFontA(12 + i, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, "Arial");
     HMENU menus[2] = {CreateMenu(), CreateMenu()};
-    const DWORD gdiWith = GdiObjects(), userWith = UserObjects();
+    const std::vector<DWORD> with = Objects();
     for (HFONT font : fonts) DeleteObject(font);
     for (HMENU menu : menus) DestroyMenu(menu);
     if (round == 0) continue;
-    EXPECT_EQ(gdiWith, gdi + 3);
-    EXPECT_EQ(userWith, user + 2);
-    EXPECT_EQ(GdiObjects(), gdi);
-    EXPECT_EQ(UserObjects(), user);
+    EXPECT_EQ(with, (std::vector<DWORD>{before[0] + 3, before[1] + 2}));
+    EXPECT_EQ(Objects(), before);
   }
-  const DWORD gdiBefore = GdiObjects(), userBefore = UserObjects();
-  for (int i = 0; i < 200; ++i) ASSERT_EQ(one(i), IDOK);
-  const DWORD gdiAfter = GdiObjects(), userAfter = UserObjects();
-  std::printf("GDI objects %lu -> %lu, USER objects %lu -> %lu\n", gdiBefore, gdiAfter,
-              userBefore, userAfter);
-  EXPECT_GT(gdiBefore, 0u);
-  EXPECT_EQ(gdiAfter, gdiBefore);
-  EXPECT_EQ(userAfter, userBefore);
+  const std::vector<DWORD> before = Objects();
+  ASSERT_NO_FATAL_FAILURE(boxes(200));
+  const std::vector<DWORD> after = Objects();
+  std::printf("GDI objects %lu -> %lu, USER objects %lu -> %lu\n", before[0], after[0], before[1],
+              after[1]);
+  EXPECT_GT(before[0], 0u);
+  EXPECT_EQ(after, before);
 }

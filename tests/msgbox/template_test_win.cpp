@@ -5,17 +5,73 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "msgbox/xdialog_template.h"
 #include "msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 
-using msgbox_test::Decode;
-using msgbox_test::DecodedItem;
-using msgbox_test::DecodedTemplate;
 using msgbox_test::TestResources;
 
 namespace {
+
+struct Item : DLGITEMTEMPLATE {
+  size_t offset, end;  // end: just past the item
+  WORD classMarker, classAtom, creationDataSize;
+  std::string caption;  // narrowed (the tests use ASCII)
+};
+
+struct Template : DLGTEMPLATE {
+  WORD menu, windowClass;
+  std::string title;
+  std::vector<Item> items;
+  size_t end;
+  const Item* Find(WORD id) const {
+    for (const Item& item : items)
+      if (item.id == id) return &item;
+    return nullptr;
+  }
+};
+
+// Reads a DLGTEMPLATE as the platform would; a malformed block fails the current test.
+Template Decode(const std::vector<unsigned char>& b) {
+  Template t{};
+  size_t pos = 0;
+  bool ok = true;
+  auto fixed = [&](void* to, size_t n) {
+    ok = ok && pos + n <= b.size();
+    if (ok) std::memcpy(to, &b[pos], n);
+    pos += n;
+  };
+  auto u16 = [&] {
+    WORD v = 0;
+    fixed(&v, 2);
+    return v;
+  };
+  auto text = [&] {
+    std::string s;
+    for (WORD c = u16(); ok && c != 0; c = u16()) s += c < 0x80 ? static_cast<char>(c) : '?';
+    return s;
+  };
+  fixed(static_cast<DLGTEMPLATE*>(&t), sizeof(DLGTEMPLATE));
+  t.menu = u16();
+  t.windowClass = u16();
+  t.title = text();
+  for (int i = 0; i < t.cdit && ok; ++i) {
+    Item item{};
+    item.offset = pos = (pos + 3) & ~size_t{3};
+    fixed(static_cast<DLGITEMTEMPLATE*>(&item), sizeof(DLGITEMTEMPLATE));
+    item.classMarker = u16();
+    item.classAtom = u16();
+    item.caption = text();
+    item.creationDataSize = u16();
+    item.end = pos;
+    t.items.push_back(item);
+  }
+  t.end = pos;
+  EXPECT_TRUE(ok) << "template ends inside an item";
+  return t;
+}
 
 // The test machine's metrics and text measures, taken independently of the engine.
 struct Screen {
@@ -28,39 +84,50 @@ struct Screen {
     SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, 344, &m, 0);
     HDC dc = CreateDCA("DISPLAY", nullptr, nullptr, nullptr);
     HFONT font = CreateFontIndirectA(&m.lfMessageFont);
-    HGDIOBJ old = SelectObject(dc, font);
+    SelectObject(dc, font);
     RECT r = {0, 0, maxWidth, format & DT_SINGLELINE ? 16 : maxWidth};
     DrawTextA(dc, text, -1, &r, format);
-    SelectObject(dc, old);
-    DeleteObject(font);
     DeleteDC(dc);
+    DeleteObject(font);
     return {r.right - r.left, r.bottom - r.top};
   }
   SIZE Message(const char* text, int reduce = 0) const {
     return Measure(text, width / 2 + 80 - reduce, 0xC50);
   }
+  // An item's or the dialog's {x, y, cx, cy} from pixels, in dialog units.
+  std::vector<int> Units(int x, int y, int cx, int cy) const {
+    return {x * 4 / bx, y * 8 / by, cx * 4 / bx, cy * 8 / by};
+  }
   short X(int px) const { return static_cast<short>(px * 4 / bx); }
-  short Y(int px) const { return static_cast<short>(px * 8 / by); }
 };
 
-DecodedTemplate Build(const char* text, unsigned style, const MessageDialogParams* params = nullptr,
-                      const char* caption = "Caption") {
+std::vector<int> Box(const DLGITEMTEMPLATE& i) { return {i.x, i.y, i.cx, i.cy}; }
+std::vector<int> Box(const DLGTEMPLATE& t) { return {t.x, t.y, t.cx, t.cy}; }
+
+Template Build(const char* text, unsigned style, const MessageDialogParams* params = nullptr,
+               const char* caption = "Caption") {
   CXDialogTemplate dialog(nullptr, text, caption, style, params);
   std::vector<unsigned char> bytes = dialog.TemplateBytes();
   EXPECT_EQ(bytes.size(), dialog.TemplateSize());
   return Decode(bytes);
 }
 
-std::vector<int> Ids(const DecodedTemplate& t) {
+std::vector<int> Ids(const Template& t) {
   std::vector<int> ids;
-  for (const DecodedItem& item : t.items) ids.push_back(item.id);
+  for (const Item& item : t.items) ids.push_back(item.id);
   return ids;
 }
 
+std::vector<std::string> Captions(const Template& t) {
+  std::vector<std::string> captions;
+  for (const Item& item : t.items) captions.push_back(item.caption);
+  return captions;
+}
+
 // The one BS_DEFPUSHBUTTON, 0 for none, -1 for several.
-int DefaultId(const DecodedTemplate& t) {
+int DefaultId(const Template& t) {
   int id = 0;
-  for (const DecodedItem& item : t.items)
+  for (const Item& item : t.items)
     if (item.classAtom == 0x80 && (item.style & 0xF) == BS_DEFPUSHBUTTON) id = id ? -1 : item.id;
   return id;
 }
@@ -72,34 +139,27 @@ TEST(MessageDialogTemplate, BytesFollowTheTemplateFormat) {
                          MDS_NORESOURCE | MB_DEFBUTTON2;
   CXDialogTemplate dialog(nullptr, "Save the changes?", "A box", style, nullptr);
   const std::vector<unsigned char> bytes = dialog.TemplateBytes();
-  DecodedTemplate t = Decode(bytes);
+  Template t = Decode(bytes);
   EXPECT_EQ(t.style, 0x90C80880u);
-  EXPECT_EQ(t.exStyle | t.x | t.y | t.menu | t.windowClass, 0u);
+  EXPECT_EQ(t.dwExtendedStyle | t.x | t.y | t.menu | t.windowClass, 0u);
   EXPECT_EQ(t.title, "A box");
-  ASSERT_EQ(t.count, 7);
-  EXPECT_EQ(Ids(t), (std::vector<int>{1000, 1001, 6, 7, 2, 300, 5555}));
-  const char* captions[] = {"", "Save the changes?", "&Yes", "&No", "Cancel", "&Help",
-                            "Don't ask me again"};
+  ASSERT_EQ(Ids(t), (std::vector<int>{1000, 1001, 6, 7, 2, 300, 5555}));
+  EXPECT_EQ(Captions(t), (std::vector<std::string>{"", "Save the changes?", "&Yes", "&No",
+                                                   "Cancel", "&Help", "Don't ask me again"}));
   const DWORD styles[] = {0x50000000, 0x50000000, 0x50010000, 0x50010001,
                           0x50010000, 0x50010000, 0x50010003};
   size_t offset = (22 + 2 * 6 + 3) & ~size_t{3};
-  size_t sizeRule = (2 * 5 + 27) & ~size_t{3};
   for (size_t i = 0; i < t.items.size(); ++i) {
-    const DecodedItem& item = t.items[i];
+    const Item& item = t.items[i];
     SCOPED_TRACE(item.id);
     EXPECT_EQ(item.offset, offset);  // each item on the next 4-byte boundary
     EXPECT_EQ(item.classMarker, 0xFFFF);
     EXPECT_EQ(item.classAtom, i < 2 ? 0x82 : 0x80);
     EXPECT_EQ(item.style, styles[i]);
-    EXPECT_EQ(item.exStyle, 0u);
-    EXPECT_EQ(item.caption, captions[i]);
-    EXPECT_EQ(item.creationDataSize, 0);
+    EXPECT_EQ(item.dwExtendedStyle | item.creationDataSize, 0u);
     offset = (item.end + 3) & ~size_t{3};
-    const size_t n = item.caption.size() + 1;
-    sizeRule += i + 1 < t.items.size() ? (2 * n + 27) & ~size_t{3} : 2 * n + 24;
   }
   EXPECT_EQ(t.end, bytes.size());  // the last item is not padded
-  EXPECT_EQ(sizeRule, bytes.size());
   EXPECT_EQ(Build("x", MB_OK | MB_SYSTEMMODAL).style, 0x90C80882u);
   EXPECT_EQ(Build("t", MB_OK, nullptr, std::string(3000, 'T').c_str()).title,
             std::string(1023, 'T'));
@@ -108,20 +168,13 @@ TEST(MessageDialogTemplate, BytesFollowTheTemplateFormat) {
 TEST(MessageDialogTemplate, LayoutOfTextButtonsAndDialog) {
   Screen s;
   // One word, no icon: a lone 78-pixel OK centred in at least the row plus 32 pixels.
-  DecodedTemplate t = Build("Hello", MB_OK);
+  Template t = Build("Hello", MB_OK);
   SIZE text = s.Message("Hello");
   ASSERT_EQ(Ids(t), (std::vector<int>{1001, 1}));
-  EXPECT_EQ(t.items[0].x, s.X(16));
-  EXPECT_EQ(t.items[0].y, s.Y(16));
-  EXPECT_EQ(t.items[0].cx, s.X(text.cx + 12));
-  EXPECT_EQ(t.items[0].cy, s.Y(text.cy + 5));
+  EXPECT_EQ(Box(t.items[0]), s.Units(16, 16, text.cx + 12, text.cy + 5));
   int width = std::max<int>(text.cx + 28, 110), top = text.cy + 31;
-  EXPECT_EQ(t.items[1].x, s.X((width - 78) / 2));
-  EXPECT_EQ(t.items[1].y, s.Y(top));
-  EXPECT_EQ(t.items[1].cx, s.X(78));
-  EXPECT_EQ(t.items[1].cy, s.Y(23));
-  EXPECT_EQ(t.cx, s.X(width));
-  EXPECT_EQ(t.cy, s.Y(top + 35));
+  EXPECT_EQ(Box(t.items[1]), s.Units((width - 78) / 2, top, 78, 23));
+  EXPECT_EQ(Box(t), s.Units(0, 0, width, top + 35));
 
   // A long text wraps narrower beside a system icon, which gets room and a holder control.
   std::string words;
@@ -150,28 +203,19 @@ TEST(MessageDialogTemplate, LayoutOfTextButtonsAndDialog) {
   // The check box row: its width is the caption's plus a third.
   t = Build("Hi", MB_OK | MDS_DONTSHOWAGAIN | MDS_NORESOURCE);
   text = s.Message("Hi");
-  const int tw = s.Measure("Don't show again", s.width / 3, 0xC20).cx;
-  const DecodedItem* box = t.Find(5555);
-  ASSERT_NE(box, nullptr);
-  const int y = text.cy + 31 + 35;
-  EXPECT_EQ(box->x, s.X(17));
-  EXPECT_EQ(box->y, s.Y(y));
-  EXPECT_EQ(box->cx, s.X(tw + tw / 3));
-  EXPECT_EQ(box->cy, s.Y(16));
-  EXPECT_EQ(t.cy, s.Y(y + 24));
-  EXPECT_EQ(t.cx, s.X(std::max<int>({text.cx + 28, 110, 17 + tw + tw / 3})));
-}
+  const int tw = s.Measure("Don't show again", s.width / 3, 0xC20).cx, y = text.cy + 31 + 35;
+  ASSERT_NE(t.Find(5555), nullptr);
+  EXPECT_EQ(Box(*t.Find(5555)), s.Units(17, y, tw + tw / 3, 16));
+  EXPECT_EQ(Box(t), s.Units(0, 0, std::max<int>({text.cx + 28, 110, 17 + tw + tw / 3}), y + 24));
 
-TEST(MessageDialogTemplate, LayoutCountQuirks) {
-  Screen s;
   // Undefined set 12: a lone default OK, centred as if the row were -6 pixels wide.
-  DecodedTemplate t = Build("Twelve", 12);
+  t = Build("Twelve", 12);
   ASSERT_EQ(Ids(t), (std::vector<int>{1001, 1}));
   EXPECT_EQ(t.items[1].x, s.X((s.Message("Twelve").cx + 28 + 6) / 2));
   EXPECT_EQ(DefaultId(t), 1);
   // Yes to All widens OK/Cancel without showing there: room for three, two shown.
   t = Build("Hello there", MB_OKCANCEL | MDS_YESTOALL);
-  const int width = std::max<int>(s.Message("Hello there").cx + 28, 3 * 84 - 6 + 32);
+  width = std::max<int>(s.Message("Hello there").cx + 28, 3 * 84 - 6 + 32);
   ASSERT_EQ(Ids(t), (std::vector<int>{1001, 1, 2}));
   EXPECT_EQ(t.items[1].x, s.X((width - (3 * 84 - 6)) / 2));
 }
@@ -181,27 +225,24 @@ TEST(MessageDialogTemplate, IconSources) {
   MessageDialogParams p{};
   p.hIconModule = TestResources();
   ASSERT_NE(p.hIconModule, nullptr);
-  std::strcpy(p.szIconName, "NAMEDICON");  // loaded, but neither shown nor given room
-  CXDialogTemplate named(nullptr, "Named", "c", MB_OK, &p);
-  EXPECT_NE(named.Icon(), nullptr);
-  DecodedTemplate t = Decode(named.TemplateBytes());
-  EXPECT_EQ(t.Find(1000), nullptr);
-  EXPECT_EQ(t.Find(1001)->x, s.X(16));
-  p.nIconId = 0x10000 | IDI_TEST_ICON;  // only the low 16 bits count
-  CXDialogTemplate byId(nullptr, "By id", "c", MB_OK, &p);
-  EXPECT_NE(byId.Icon(), nullptr);
-  EXPECT_NE(Decode(byId.TemplateBytes()).Find(1000), nullptr);
-  p.nIconId = 4242;  // does not load, yet keeps its room and control
-  CXDialogTemplate missing(nullptr, "Missing", "c", MB_OK, &p);
-  EXPECT_EQ(missing.Icon(), nullptr);
-  t = Decode(missing.TemplateBytes());
-  ASSERT_NE(t.Find(1000), nullptr);
-  EXPECT_EQ(t.Find(1001)->x, s.X(16 + s.icon + 8));
+  std::strcpy(p.szIconName, "NAMEDICON");
+  // A named icon loads but is neither shown nor given room; of an id only the low 16 bits count;
+  // an id that does not load keeps its room and holder control.
+  for (UINT id : {0u, 0x10000u | IDI_TEST_ICON, 4242u}) {
+    SCOPED_TRACE(id);
+    p.nIconId = id;
+    CXDialogTemplate dialog(nullptr, "Icon", "c", MB_OK, &p);
+    EXPECT_EQ(dialog.Icon() != nullptr, id != 4242);
+    Template t = Decode(dialog.TemplateBytes());
+    EXPECT_EQ(t.Find(1000) != nullptr, id != 0);
+    ASSERT_NE(t.Find(1001), nullptr);
+    EXPECT_EQ(t.Find(1001)->x, s.X(id ? 16 + s.icon + 8 : 16));
+  }
 }
 
 TEST(MessageDialogTemplate, ButtonSetsAndDefaultButton) {
   msgbox_test::TraceCapture trace;
-  DecodedTemplate all = Build("t", MB_YESNOCANCEL | MDS_YESTOALL | MDS_NOTOALL | 0x400);
+  Template all = Build("t", MB_YESNOCANCEL | MDS_YESTOALL | MDS_NOTOALL | 0x400);
   EXPECT_EQ(Ids(all), (std::vector<int>{1001, 6, 19, 7, 20, 2}));
   EXPECT_EQ(DefaultId(all), 2);
   EXPECT_EQ(DefaultId(Build("t", MB_OK | MB_DEFBUTTON3)), 1);
@@ -221,18 +262,18 @@ TEST(MessageDialogTemplate, ButtonSetsAndDefaultButton) {
 
   // Custom lists replace the set: empty entries skipped, four at most; a resource list wins.
   std::strcpy(p.szCustomButtons, "Save\nDiscard\n\nLater\nNever\nMaybe");
-  DecodedTemplate custom = Build("t", MB_YESNOCANCEL | MDS_YESTOALL, &p);
+  Template custom = Build("t", MB_YESNOCANCEL | MDS_YESTOALL, &p);
   ASSERT_EQ(Ids(custom), (std::vector<int>{1001, 23, 24, 25, 26, 301}));
-  EXPECT_EQ(custom.items[3].caption, "Later");
-  EXPECT_EQ(custom.items[4].caption, "Never");
+  EXPECT_EQ(Captions(custom), (std::vector<std::string>{"t", "Save", "Discard", "Later", "Never",
+                                                        "Re&port"}));
   p.hStringModule = TestResources();
   p.nCustomButtonsId = IDS_TEST_CUSTOM;
   custom = Build("t", MB_OK, &p);
   ASSERT_EQ(Ids(custom), (std::vector<int>{1001, 23, 24, 25, 301}));
-  EXPECT_EQ(custom.items[3].caption, "Gamma");
+  EXPECT_EQ(Captions(custom), (std::vector<std::string>{"t", "Alpha", "Beta", "Gamma", "Re&port"}));
 }
 
-TEST(MessageDialogTemplate, CaptionSources) {
+TEST(MessageDialogTemplate, CaptionMessageAndTitleSources) {
   const char* english[] = {"&Abort", "Cancel", "&Continue", "Don't ask me again",
                            "Don't tell me again", "Don't show again", "&Help", "&Ignore",
                            "I&gnore All", "&No", "N&o to All", "OK", "Re&port", "&Retry",
@@ -245,7 +286,7 @@ TEST(MessageDialogTemplate, CaptionSources) {
     for (int i = 0; i < kButtonCaptionCount; ++i)  // 9016 is never read
       EXPECT_EQ(module.ButtonCaption(i)[0], i == CAPTION_REPORT ? 'R' : 'L') << i;
     EXPECT_STREQ(module.ButtonCaption(CAPTION_IGNOREALL), "L-IgnoreAll");
-    EXPECT_EQ(trace.Lines(),
+    EXPECT_EQ(trace.lines,
               (std::vector<std::string>{"in CXDialogTemplate::LoadButtonStringsFromResources\n",
                                         "in CXDialogTemplate::LoadButtonStrings\n"}));
   }
@@ -257,7 +298,7 @@ TEST(MessageDialogTemplate, CaptionSources) {
       EXPECT_STREQ(builtIn.ButtonCaption(i), english[i]);
       EXPECT_STREQ(host.ButtonCaption(i), english[i]);
     }
-    EXPECT_EQ(trace.Lines()[0], "in CXDialogTemplate::LoadButtonStrings\n");
+    EXPECT_EQ(trace.lines[0], "in CXDialogTemplate::LoadButtonStrings\n");
   }
   // The caller's captions go in as they stand; a Report caption from the module wins.
   p.bUserCaptions = TRUE;
@@ -266,21 +307,16 @@ TEST(MessageDialogTemplate, CaptionSources) {
   p.nReportCaptionId = IDS_TEST_REPORT;
   p.pfnReport = [](const char*, void*) {};
   msgbox_test::TraceCapture trace;
-  DecodedTemplate user = Build("t", MB_YESNO, &p);
+  Template user = Build("t", MB_YESNO, &p);
   EXPECT_TRUE(trace.Has("in CXDialogTemplate::LoadUserDefinedButtonStrings\n"));
-  EXPECT_EQ(user.Find(IDYES)->caption, "");
-  EXPECT_EQ(user.Find(IDNO)->caption, "Nope");
-  EXPECT_EQ(user.Find(301)->caption, "Send it");
+  EXPECT_EQ(Ids(user), (std::vector<int>{1001, IDYES, IDNO, 301}));
+  EXPECT_EQ(Captions(user), (std::vector<std::string>{"t", "", "Nope", "Send it"}));
   p.nReportCaptionId = 9999;  // does not load: the text, else the user's entry
   std::strcpy(p.szReportCaption, "Text report");
   EXPECT_EQ(Build("t", MB_OK, &p).Find(301)->caption, "Text report");
   p.szReportCaption[0] = '\0';
   EXPECT_EQ(Build("t", MB_OK, &p).Find(301)->caption, "User report");
-}
-
-TEST(MessageDialogTemplate, MessageAndTitleFromResources) {
-  MessageDialogParams p{};
-  p.hStringModule = TestResources();
+  // Message and title given as resource ids.
   CXDialogTemplate fromId(nullptr, MAKEINTRESOURCEA(IDS_TEST_MESSAGE),
                           MAKEINTRESOURCEA(IDS_TEST_REPORT), MB_OK, &p);
   EXPECT_STREQ(fromId.MessageText(), "Message from the resource module");
