@@ -6,8 +6,8 @@
 #include <random>
 #include <string>
 
-#include "math/bigint.h"
-#include "math/modpower.h"
+#include <deskaid/math/bigint.h>
+#include <deskaid/math/modpower.h>
 #include "ratio_reporter.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
-#include "codec/base64.h"
-#include "codec/md5.h"
+#include <deskaid/codec/base64.h>
+#include <deskaid/codec/md5.h>
 #include "ratio_reporter.h"
 
 namespace {

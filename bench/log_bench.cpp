@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "diag/log_writer.h"
+#include <deskaid/diag/log_writer.h>
 #include "ratio_reporter.h"
 
 namespace fs = std::filesystem;

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "common/rc4.h"
-#include "diag/log_export.h"
-#include "diag/log_format.h"
+#include <deskaid/common/rc4.h>
+#include <deskaid/diag/log_export.h>
+#include <deskaid/diag/log_format.h>
 #include "ratio_reporter.h"
 
 namespace {

@@ -1,10 +1,14 @@
-# Build settings shared by every target of the project.
+# Helpers of deskaid's own build. Nothing here touches a directory or a global setting: each
+# function works on the targets it is given, so a host that adds deskaid keeps its own flags.
 
-# Collects the .cpp files of the given folders, keeping only those meant for this platform.
+# Collects the .cpp files of the given library folders (and of their internal/ folders), keeping
+# only those meant for this platform.
 function(deskaid_collect_sources out)
   set(result)
   foreach(area ${ARGN})
-    file(GLOB files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${area}/*.cpp)
+    file(GLOB files CONFIGURE_DEPENDS
+         ${PROJECT_SOURCE_DIR}/deskaid/${area}/*.cpp
+         ${PROJECT_SOURCE_DIR}/deskaid/${area}/internal/*.cpp)
     foreach(f ${files})
       if(f MATCHES "_win\\.cpp$" AND NOT WIN32)
         continue()
@@ -18,24 +22,54 @@ function(deskaid_collect_sources out)
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
-function(deskaid_set_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra)
+# The public headers, relative to the source folder (deskaid/...): the umbrella and every header
+# of the library's folders that is built on this platform, apart from internal/ folders and the
+# DLL's entry point.
+function(deskaid_public_headers out)
+  set(result deskaid/deskaid.h)
+  foreach(area ${DESKAID_AREAS})
+    file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
+         ${PROJECT_SOURCE_DIR}/deskaid/${area}/*.h)
+    list(APPEND result ${headers})
+  endforeach()
+  list(SORT result)
+  set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
-if(WIN32)
-  # Wine's dbghelp reads DWARF 4; the runtime goes into every executable so no DLL is needed.
-  add_compile_options(-gdwarf-4)
-  add_link_options(-static -static-libgcc -static-libstdc++)
-  set(CMAKE_CROSSCOMPILING_EMULATOR
-      env DESKAID_WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix ${CMAKE_SOURCE_DIR}/cmake/wine-run)
-endif()
+# The settings every target of deskaid's own build gets: C++17 without extensions, warnings,
+# DWARF 4 and a static runtime for Windows, and the sanitizers when asked for.
+function(deskaid_target_settings target)
+  set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON
+                                             CXX_EXTENSIONS OFF)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "EXECUTABLE" OR type STREQUAL "SHARED_LIBRARY" OR type STREQUAL "MODULE_LIBRARY")
+    set(links TRUE)
+  else()
+    set(links FALSE)
+  endif()
+  if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    target_compile_options(${target} PRIVATE -Wall -Wextra)
+  elseif(MSVC)
+    target_compile_options(${target} PRIVATE /W3)
+  endif()
+  if(MINGW)
+    # Wine's dbghelp reads DWARF 4; the runtime goes into every program so that no DLL is needed.
+    target_compile_options(${target} PRIVATE -gdwarf-4)
+    if(links)
+      target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++)
+    endif()
+  endif()
+  if(DESKAID_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=address,undefined
+                           -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    if(links)
+      target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+    endif()
+  endif()
+  if(DESKAID_FUZZ)
+    # Coverage for the library and the targets; fuzz targets add the libFuzzer driver themselves.
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+endfunction()
 
-if(DESKAID_SANITIZE)
-  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  add_link_options(-fsanitize=address,undefined)
-endif()
-
-if(DESKAID_FUZZ)
-  # Coverage for the whole library; the fuzz targets add the libFuzzer driver themselves.
-  add_compile_options(-fsanitize=fuzzer-no-link)
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/deskaidElfutils.cmake)

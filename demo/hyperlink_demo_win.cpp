@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "ui/hyperlink.h"
+#include <deskaid/ui/hyperlink.h>
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "deskaid.h"
+#include <deskaid/deskaid.h>
 
 namespace fs = std::filesystem;
 

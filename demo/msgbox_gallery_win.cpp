@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "msgbox/message_dialog.h"
+#include <deskaid/msgbox/message_dialog.h>
 
 namespace {
 

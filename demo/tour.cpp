@@ -14,9 +14,25 @@
 #include <string>
 #include <vector>
 
-#include "deskaid.h"
+#include <deskaid/deskaid.h>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 namespace fs = std::filesystem;
+
+// The full path of this program, which the export resolves addresses against.
+static std::string OwnPath() {
+#ifdef _WIN32
+  char path[MAX_PATH] = "";
+  GetModuleFileNameA(nullptr, path, MAX_PATH);
+  return path;
+#else
+  std::error_code error;
+  return fs::read_symlink("/proc/self/exe", error).string();
+#endif
+}
 
 // Functions whose addresses the log mentions, standing in for a host's own code.
 static void OpenCustomerFile() { std::puts("    (opening the customer file)"); }
@@ -65,15 +81,14 @@ void StepLog(const fs::path& dir, const std::string& logPath) {
 }
 
 void StepExport(const std::string& logPath, const std::string& textPath) {
-  char self[260];
-  deskaid::platform::ExecutablePath(self, sizeof self);
+  const std::string self = OwnPath();
   std::printf("\n2. Export: %s -> %s, addresses resolved against %s\n", logPath.c_str(),
-              textPath.c_str(), self);
+              textPath.c_str(), self.c_str());
   uint32_t month = 0, day = 0;
   if (ReadLogStamp(logPath.c_str(), month, day)) {
     std::printf("   trailer stamp (the executable's date): %02u-%02u\n", month, day);
   }
-  if (!ConvertLogToText(logPath.c_str(), textPath.c_str(), self)) {
+  if (!ConvertLogToText(logPath.c_str(), textPath.c_str(), self.c_str())) {
     std::printf("   conversion failed\n");
     return;
   }

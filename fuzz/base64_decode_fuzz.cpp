@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "codec/base64.h"
+#include <deskaid/codec/base64.h>
 
 namespace {
 

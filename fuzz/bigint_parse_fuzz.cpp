@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "math/bigint.h"
+#include <deskaid/math/bigint.h>
 
 #if __has_include(<gmp.h>)
 #include <gmp.h>

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "ui/link_text.h"
+#include <deskaid/ui/link_text.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);  // cut at the first NUL below

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "diag/log_export.h"
+#include <deskaid/diag/log_export.h>
 
 namespace {
 

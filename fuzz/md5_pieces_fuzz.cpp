@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "codec/md5.h"
+#include <deskaid/codec/md5.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // The first byte says how many piece sizes follow (two bytes each); the rest is the message,

@@ -1,34 +1,23 @@
 # Shared by the scripts: configuring and building the project's configurations.
-# build/native  native, optimised, with debug info
-# build/asan    native with AddressSanitizer and UndefinedBehaviorSanitizer
-# build/win     32-bit Windows (MinGW-w64), tests run under Wine with build/win/wineprefix
-# build/fuzz    clang, libFuzzer targets with ASan and UBSan
-# build/bench   native, Release, with the benchmarks
+# build/native  preset native: optimised, with debug info
+# build/asan    preset sanitized: AddressSanitizer and UndefinedBehaviorSanitizer
+# build/win     preset windows: 32-bit Windows (MinGW-w64), tests under Wine (build/win/wineprefix)
+# build/fuzz    preset fuzz: clang, libFuzzer targets with ASan and UBSan
+# build/bench   preset benchmarks: native, Release, with the benchmarks
 
+# Each configuration is a preset of CMakePresets.json; these helpers configure and build one.
 jobs=$(nproc)
 
-build_native() {  # name, extra cmake args...
-  local name="$1"; shift
-  cmake -S . -B "build/$name" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null &&
-    cmake --build "build/$name" -j"$jobs"
+build_preset() {  # preset, extra cmake args...
+  local preset="$1"; shift
+  cmake --preset "$preset" "$@" >/dev/null && cmake --build --preset "$preset" -j"$jobs"
 }
 
-build_windows() {
-  cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake \
-        -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null &&
-    cmake --build build/win -j"$jobs" && prepare_wine build/win
-}
-
-build_fuzz() {
-  CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DDESKAID_FUZZ=ON -DDESKAID_SANITIZE=ON -DDESKAID_TESTS=OFF >/dev/null &&
-    cmake --build build/fuzz -j"$jobs"
-}
-
-build_bench() {
-  cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DDESKAID_BENCH=ON -DDESKAID_TESTS=OFF \
-        >/dev/null && cmake --build build/bench -j"$jobs"
-}
+build_native() { build_preset native "$@"; }
+build_sanitized() { build_preset sanitized "$@"; }
+build_windows() { build_preset windows "$@" && prepare_wine build/win; }
+build_fuzz() { build_preset fuzz "$@"; }
+build_bench() { build_preset benchmarks "$@"; }
 
 # The Wine prefix lives in the build tree. Creating it takes a while, so it is done once, up front,
 # and the server is kept warm between the many short test processes.
@@ -52,6 +41,12 @@ prepare_wine() {
       >/dev/null 2>&1 </dev/null || true
     wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
       >/dev/null 2>&1 </dev/null || true
+    # Wine draws the caption buttons with its Marlett font (from Debian's fonts-wine), which this
+    # Wine does not find in its data folder: without it the close box shows the letter "r".
+    local fonts="$WINEPREFIX/drive_c/windows/Fonts"
+    if [ -f /usr/share/wine/fonts/marlett.ttf ] && [ ! -f "$fonts/marlett.ttf" ]; then
+      mkdir -p "$fonts" && cp /usr/share/wine/fonts/marlett.ttf "$fonts/"
+    fi
     wineserver -w )
 }
 

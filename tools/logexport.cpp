@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "diag/log_export.h"
+#include <deskaid/diag/log_export.h>
 
 #ifdef _WIN32
 #include <fcntl.h>

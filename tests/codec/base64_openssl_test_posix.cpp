@@ -1,5 +1,5 @@
 // Base64 against OpenSSL's block coder: encoding of random data, decoding of valid text.
-#include "codec/base64.h"
+#include <deskaid/codec/base64.h>
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>

@@ -1,4 +1,4 @@
-#include "codec/base64.h"
+#include <deskaid/codec/base64.h>
 
 #include <gtest/gtest.h>
 
@@ -178,12 +178,14 @@ TEST(Base64Coder, PlainAndStepwiseCodersAgreeOnAnyInput) {
     ASSERT_EQ(plain.GetTextLength(), stepwise.GetTextLength()) << round;
     ASSERT_EQ(plain.GetData() == nullptr, stepwise.GetData() == nullptr);
     ASSERT_EQ(plain.GetText() == nullptr, stepwise.GetText() == nullptr);
-    if (plain.GetData())
+    if (plain.GetData()) {
       ASSERT_EQ(std::memcmp(plain.GetData(), stepwise.GetData(), stepwise.DataCapacity()), 0)
           << round;
-    if (plain.GetText())
+    }
+    if (plain.GetText()) {
       ASSERT_EQ(std::memcmp(plain.GetText(), stepwise.GetText(), stepwise.TextCapacity()), 0)
           << round;
+    }
   }
 }
 

@@ -1,4 +1,4 @@
-#include "diag/internet_error_text.h"
+#include <deskaid/diag/internet_error_text.h>
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // MD5 against OpenSSL's digest over random data fed in random pieces.
-#include "codec/md5.h"
+#include <deskaid/codec/md5.h>
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>

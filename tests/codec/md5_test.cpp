@@ -1,4 +1,4 @@
-#include "codec/md5.h"
+#include <deskaid/codec/md5.h>
 
 #include <gtest/gtest.h>
 
@@ -7,6 +7,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include "support/scratch_dir.h"
 
 namespace {
 
@@ -93,8 +95,8 @@ TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
 
 // Files: missing, empty, and longer than one read of 1,024 bytes.
 TEST(Md5, HashFileReadsTheWholeFile) {
-  const std::string path = ::testing::TempDir() + "deskaid_md5_test.bin";
-  std::remove(path.c_str());
+  ScratchDir dir;
+  const std::string path = dir.PathOf("pattern.bin");
   EXPECT_FALSE(HashFile(path.c_str()));
   EXPECT_FALSE(HashFile(nullptr));
   for (size_t n : {0u, 1024u, 3000u}) {
@@ -106,7 +108,6 @@ TEST(Md5, HashFileReadsTheWholeFile) {
     EXPECT_EQ(HashFile(path.c_str()), HashBuffer(data.data(), uint32_t(n))) << n;
   }
   EXPECT_EQ(HashFile(path.c_str()), kPattern3000);
-  std::remove(path.c_str());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "common/rc4.h"
+#include <deskaid/common/rc4.h>
 
 #include <gtest/gtest.h>
 

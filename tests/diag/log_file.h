@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "common/rc4.h"
+#include <deskaid/common/rc4.h>
 
 namespace logtest {
 

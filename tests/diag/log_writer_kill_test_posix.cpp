@@ -15,7 +15,7 @@
 #include <random>
 #include <string>
 
-#include "diag/log_writer.h"
+#include <deskaid/diag/log_writer.h>
 #include "log_file.h"
 
 namespace fs = std::filesystem;

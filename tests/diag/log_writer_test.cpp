@@ -1,4 +1,5 @@
-#include "diag/log_writer.h"
+#include <deskaid/common/internal/platform.h>
+#include <deskaid/diag/log_writer.h>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "log_file.h"
+#include "support/scratch_dir.h"
 #include "second_process.h"
 
 namespace fs = std::filesystem;
@@ -18,29 +20,16 @@ namespace {
 // A fresh directory per test, removed afterwards; the global writer is closed around each test.
 class LogWriterTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    static int counter = 0;
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("deskaid-log-" + std::to_string(CurrentProcessId()) + "-" + std::to_string(++counter) +
-            "-" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    g_LogWriter.Close();
-  }
-  void TearDown() override {
-    g_LogWriter.Close();
-    std::error_code ignored;
-    fs::remove_all(dir_, ignored);
-  }
-  std::string PathOf(const std::string& name) const { return (dir_ / name).string(); }
+  void SetUp() override { g_LogWriter.Close(); }
+  void TearDown() override { g_LogWriter.Close(); }
+  std::string PathOf(const std::string& name) const { return dir_.PathOf(name); }
   // A file in the test directory holding `content` as it stands.
   std::string FileWith(const std::string& name, const std::string& content) const {
     std::ofstream(PathOf(name), std::ios::binary) << content;
     return PathOf(name);
   }
 
-  fs::path dir_;
+  ScratchDir dir_;
 };
 
 std::vector<std::string> Texts(const logtest::ParsedLog& log) {
@@ -275,7 +264,7 @@ TEST_F(LogWriterTest, ArchivingMovesTheFullFileAsideUnderItsOpeningTime) {
   for (int i = 0; i < 3; ++i) writer.WriteFormat(2, 0, "line %d", i);  // 10 + 6 each
 
   std::vector<fs::path> archives;
-  for (const auto& entry : fs::directory_iterator(dir_)) {
+  for (const auto& entry : fs::directory_iterator(dir_.path())) {
     if (entry.path().filename() != "trace.log") archives.push_back(entry.path());
   }
   ASSERT_EQ(archives.size(), 1u);

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "diag/log_writer.h"
+#include <deskaid/diag/log_writer.h>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -40,8 +40,6 @@ bool RunAsSecondWriter(int argc, char** argv, int& exitCode) {
 
 #ifdef _WIN32
 
-unsigned long CurrentProcessId() { return GetCurrentProcessId(); }
-
 SecondWriterResult RunSecondWriter(const std::string& path) {
   char exe[MAX_PATH];
   GetModuleFileNameA(nullptr, exe, MAX_PATH);
@@ -62,8 +60,6 @@ SecondWriterResult RunSecondWriter(const std::string& path) {
 }
 
 #else
-
-unsigned long CurrentProcessId() { return static_cast<unsigned long>(getpid()); }
 
 SecondWriterResult RunSecondWriter(const std::string& path) {
   pid_t child = fork();

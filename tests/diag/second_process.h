@@ -9,8 +9,6 @@ enum class SecondWriterResult { kRefused, kWrote, kError };
 // "second writer".
 SecondWriterResult RunSecondWriter(const std::string& path);
 
-unsigned long CurrentProcessId();
-
 // Called first by the suite's main: true when this process is the second writer, which then
 // returns its exit code through `exitCode`.
 bool RunAsSecondWriter(int argc, char** argv, int& exitCode);

@@ -8,18 +8,18 @@
 #include <string>
 #include <vector>
 
-#include "deskaid.h"
+#include <deskaid/deskaid.h>
+
+#include "support/scratch_dir.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string TempPath(const char* name) {
-  return (fs::temp_directory_path() / (std::string("deskaid-readme-") + name)).string();
-}
 
 TEST(ReadmeExamples, LogAndTrace) {
-  const std::string logPath = TempPath("app.log");
+  ScratchDir dir;
+  const std::string logPath = dir.PathOf("app.log");
   fs::remove(logPath);
   uint32_t address = 0x0040121A;
   // README: log
@@ -35,7 +35,8 @@ TEST(ReadmeExamples, LogAndTrace) {
 }
 
 TEST(ReadmeExamples, Export) {
-  const std::string logPath = TempPath("export.log"), textPath = TempPath("export.txt");
+  ScratchDir dir;
+  const std::string logPath = dir.PathOf("export.log"), textPath = dir.PathOf("export.txt");
   fs::remove(logPath);
   CLogWriter writer;
   writer.Open(logPath.c_str(), 0xFFFFFFFF, 1, 20);
@@ -100,7 +101,8 @@ TEST(ReadmeExamples, BigIntegers) {
 }
 
 TEST(ReadmeExamples, Md5AndBase64) {
-  const std::string path = TempPath("hello.txt");
+  ScratchDir dir;
+  const std::string path = dir.PathOf("hello.txt");
   std::ofstream(path, std::ios::binary) << "hello";
   // README: codecs
   std::string digest = HashString("abc");            // "900150983cd24fb0d6963f7d28e17f72"

@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "deskaid.h"
+#include <deskaid/deskaid.h>
 
 namespace {
 

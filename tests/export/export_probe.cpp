@@ -1,6 +1,6 @@
 #include "export/export_probe.h"
 
-#include "common/platform.h"
+#include <deskaid/common/internal/platform.h>
 
 #if defined(__GNUC__)
 #define PROBE_NOINLINE __attribute__((noinline))
@@ -12,7 +12,7 @@ const int kProbeLine = __LINE__ + 1;
 extern "C" PROBE_NOINLINE int ExportProbeTarget(int value) { return value * 3 + 1; }
 
 std::string OwnExecutablePath() {
-  char path[deskaid::platform::kMaxPath];
+  char path[deskaid::kMaxPath];
   deskaid::platform::ExecutablePath(path, sizeof path);
   return path;
 }

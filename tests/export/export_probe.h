@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "diag/symbol_engine.h"
+#include <deskaid/diag/symbol_engine.h>
 
 extern "C" int ExportProbeTarget(int value);
 

@@ -1,4 +1,4 @@
-#include "diag/log_export.h"
+#include <deskaid/diag/log_export.h>
 
 #include <gtest/gtest.h>
 
@@ -10,10 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "common/rc4.h"
-#include "diag/log_format.h"
-#include "diag/log_writer.h"
+#include <deskaid/common/rc4.h>
+#include <deskaid/diag/log_format.h>
+#include <deskaid/diag/log_writer.h>
 #include "export/export_probe.h"
+#include "support/scratch_dir.h"
 
 namespace {
 
@@ -22,10 +23,6 @@ const std::string kEol = "\r\r\n";  // the explicit 13 10 through a text-mode st
 #else
 const std::string kEol = "\r\n";
 #endif
-
-std::string TempPath(const std::string& leaf) {
-  return ::testing::TempDir() + "deskaid_export_" + leaf;
-}
 
 std::string ReadAll(const std::string& path) {
   std::string data;
@@ -103,11 +100,6 @@ class LogBuilder {
 
 class LogExport : public ::testing::Test {
  protected:
-  void TearDown() override {
-    std::remove(m_log.c_str());
-    std::remove(m_text.c_str());
-  }
-
   // Converts `bytes` and returns the text, with the conversion's result in `converted`.
   std::string Convert(const std::string& bytes, const char* image, bool& converted) {
     WriteAll(m_log, bytes);
@@ -132,8 +124,9 @@ class LogExport : public ::testing::Test {
     return std::to_string(level) + " " + Stamp(time) + "\t" + message + kEol;
   }
 
-  std::string m_log = TempPath("in.log");
-  std::string m_text = TempPath("out.txt");
+  ScratchDir m_dir;
+  std::string m_log = m_dir.PathOf("in.log");
+  std::string m_text = m_dir.PathOf("out.txt");
   std::string m_image = OwnExecutablePath();
 };
 
@@ -221,7 +214,7 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailer) {
   std::remove(m_log.c_str());
   EXPECT_FALSE(ConvertLogToText(m_log.c_str(), m_text.c_str(), nullptr));
   WriteAll(m_log, LogBuilder().Add("x").Bytes());
-  EXPECT_FALSE(ConvertLogToText(m_log.c_str(), TempPath("no_such_dir/x/out.txt").c_str(), nullptr));
+  EXPECT_FALSE(ConvertLogToText(m_log.c_str(), m_dir.PathOf("no_such_dir/x/out.txt").c_str(), nullptr));
   EXPECT_FALSE(ConvertLogToText(nullptr, m_text.c_str(), nullptr));
 }
 

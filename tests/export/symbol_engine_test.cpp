@@ -1,4 +1,4 @@
-#include "diag/symbol_engine.h"
+#include <deskaid/diag/symbol_engine.h>
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "math/bigint.h"
+#include <deskaid/math/bigint.h>
 #include "math/gmp_oracle.h"
 
 namespace {

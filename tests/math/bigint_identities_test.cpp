@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "math/bigint.h"
-#include "math/modpower.h"
+#include <deskaid/math/bigint.h>
+#include <deskaid/math/modpower.h>
 
 namespace {
 

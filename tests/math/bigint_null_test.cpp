@@ -4,8 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "math/bigint.h"
-#include "math/bigint_alloc.h"
+#include <deskaid/math/bigint.h>
+#include <deskaid/math/internal/bigint_alloc.h>
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "math/bigint.h"
+#include <deskaid/math/bigint.h>
 
 namespace {
 

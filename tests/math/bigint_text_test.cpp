@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "math/bigint.h"
+#include <deskaid/math/bigint.h>
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <csignal>
 #include <cstdint>
 
-#include "math/bigint.h"
-#include "math/modpower.h"
+#include <deskaid/math/bigint.h>
+#include <deskaid/math/modpower.h>
 
 #ifdef _WIN32
 #include <windows.h>

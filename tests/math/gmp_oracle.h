@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "math/bigint.h"
+#include <deskaid/math/bigint.h>
 
 namespace mathtest {
 

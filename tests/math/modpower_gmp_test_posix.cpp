@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "math/gmp_oracle.h"
-#include "math/modpower.h"
+#include <deskaid/math/modpower.h>
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "math/modpower.h"
+#include <deskaid/math/modpower.h>
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "diag/debug_trace.h"
+#include <deskaid/diag/debug_trace.h>
 
 namespace msgbox_test {
 

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "msgbox/message_dialog.h"
+#include <deskaid/msgbox/message_dialog.h>
 #include "msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 
@@ -215,7 +215,9 @@ TEST(MessageDialogRuntime, HelpAndReportKeepTheDialogOpen) {
     }), IDOK);
     EXPECT_EQ(g_help.calls, 1);
     EXPECT_EQ(g_help.command, context ? HELP_CONTEXT : HELP_PARTIALKEY);
-    if (context) EXPECT_EQ(g_help.data, 42);
+    if (context) {
+      EXPECT_EQ(g_help.data, 42);
+    }
     EXPECT_STRCASEEQ(g_help.file.c_str(), expected.c_str());
   }
   EXPECT_EQ(reports, (std::vector<std::string>{"Message text", "Message text"}));

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "msgbox/xdialog_template.h"
+#include <deskaid/msgbox/internal/xdialog_template.h>
 #include "msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 

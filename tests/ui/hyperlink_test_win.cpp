@@ -1,5 +1,5 @@
 // The hyperlink control attached to static controls of a real dialog.
-#include "ui/hyperlink.h"
+#include <deskaid/ui/hyperlink.h>
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,8 @@ const int kId = 1001;
 
 std::string ToolText(HWND tooltip, UINT index) {
   char text[256] = {};
-  TOOLINFOA info = {TTTOOLINFOA_V2_SIZE};
+  TOOLINFOA info = {};
+  info.cbSize = TTTOOLINFOA_V2_SIZE;
   info.lpszText = text;
   bool found = ::SendMessageA(tooltip, TTM_ENUMTOOLSA, index, reinterpret_cast<LPARAM>(&info));
   return found ? text : "?";

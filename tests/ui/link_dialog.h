@@ -90,7 +90,11 @@ inline Picture Render(HWND control) {
   ::GetClientRect(control, &client);
   Picture picture{client.right, client.bottom, {}};
   BITMAPINFO info = {};
-  info.bmiHeader = {sizeof(info.bmiHeader), client.right, -client.bottom, 1, 32};  // top-down
+  info.bmiHeader.biSize = sizeof(info.bmiHeader);
+  info.bmiHeader.biWidth = client.right;
+  info.bmiHeader.biHeight = -client.bottom;  // top-down
+  info.bmiHeader.biPlanes = 1;
+  info.bmiHeader.biBitCount = 32;
   void* bits = nullptr;
   HDC dc = ::CreateCompatibleDC(nullptr);
   HBITMAP bitmap = ::CreateDIBSection(dc, &info, DIB_RGB_COLORS, &bits, nullptr, 0);

@@ -1,6 +1,6 @@
 // What the hyperlink control reads: browser colours from the registry, colour texts, and the
 // anchor mark-up of labels, including a few thousand random inputs.
-#include "ui/hyperlink.h"
+#include <deskaid/ui/hyperlink.h>
 
 #include <gtest/gtest.h>
 
@@ -141,7 +141,9 @@ TEST(RandomInputs, ParsersStayInRange) {
         ASSERT_LE(p.pszLink + p.cchLink, end);
         ASSERT_EQ(link.GetLabelText() + p.cchBefore + 3, p.pszLink);
       }
-      if (p.pszAfter != nullptr) ASSERT_EQ(end, p.pszAfter + p.cchAfter);
+      if (p.pszAfter != nullptr) {
+        ASSERT_EQ(end, p.pszAfter + p.cchAfter);
+      }
     }
     ASSERT_EQ(ReferenceSplit(text), Split(text.c_str())) << text;
   }

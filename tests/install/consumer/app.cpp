@@ -1,6 +1,6 @@
 // Uses one facility of each group through the installed headers and library, and checks the
 // results it can know for certain.
-#include <deskaid.h>
+#include <deskaid/deskaid.h>
 
 #include <cstdio>
 #include <cstring>

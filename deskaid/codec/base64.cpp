@@ -1,0 +1,452 @@
+#include "deskaid/codec/base64.h"
+
+#include "deskaid/codec/internal/base64_vector.h"
+
+#include <array>
+#include <cstring>
+#include <functional>
+#include <typeinfo>
+
+namespace {
+
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Decode table values outside the alphabet.
+constexpr unsigned char kForeign = 254;  // any character that is not Base64
+constexpr unsigned char kPad = 255;      // "="
+
+#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && \
+    __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr bool kLittleEndian = false;
+#else
+constexpr bool kLittleEndian = true;
+#endif
+
+// The process-wide decode table: the six-bit value of every alphabet character, the same value
+// for that character with the high bit set, 255 for "=" (with or without the high bit) and 254
+// for everything else. It is a constant, so there is nothing to build and no race to lose.
+constexpr std::array<unsigned char, 256> MakeDecodeTable() {
+  std::array<unsigned char, 256> table{};
+  for (auto& entry : table) entry = kForeign;
+  for (int i = 0; i < 64; ++i) {
+    const unsigned char c = static_cast<unsigned char>(kAlphabet[i]);
+    table[c] = static_cast<unsigned char>(i);
+    table[c | 0x80] = static_cast<unsigned char>(i);
+  }
+  table['='] = kPad;
+  table['=' | 0x80] = kPad;
+  return table;
+}
+constexpr std::array<unsigned char, 256> kDecodeTable = MakeDecodeTable();
+
+// ---------------------------------------------------------------------------------------------
+// Tables of the direct path. They yield exactly what the group steps compute, only with fewer
+// operations: a group's three bytes are the OR of one entry per character.
+
+// Two characters for every 12-bit value, in memory order.
+constexpr std::array<uint16_t, 4096> MakePairTable() {
+  std::array<uint16_t, 4096> table{};
+  for (int n = 0; n < 4096; ++n) {
+    const uint16_t first = static_cast<unsigned char>(kAlphabet[n >> 6]);
+    const uint16_t second = static_cast<unsigned char>(kAlphabet[n & 63]);
+    table[n] = kLittleEndian ? uint16_t(first | (second << 8)) : uint16_t((first << 8) | second);
+  }
+  return table;
+}
+constexpr std::array<uint16_t, 4096> kPairTable = MakePairTable();
+
+// Places the three bytes of a group in a word so that storing the word in memory order puts
+// byte 0 first.
+constexpr uint32_t PlaceBytes(uint32_t b0, uint32_t b1, uint32_t b2) {
+  return kLittleEndian ? (b0 | (b1 << 8) | (b2 << 16)) : ((b0 << 24) | (b1 << 16) | (b2 << 8));
+}
+
+// The contribution of the character at position k of a full group. Positions 0 and 1 take the
+// table value as it is, positions 2 and 3 read "=" as 0, as the full-group rule has it.
+struct GroupTables {
+  std::array<uint32_t, 256> position[4];
+};
+constexpr GroupTables MakeGroupTables() {
+  GroupTables t{};
+  for (int c = 0; c < 256; ++c) {
+    const uint32_t v = kDecodeTable[c];
+    const uint32_t w = v == kPad ? 0 : v;
+    t.position[0][c] = PlaceBytes((v << 2) & 0xFF, 0, 0);
+    t.position[1][c] = PlaceBytes((v >> 4) & 3, (v << 4) & 0xFF, 0);
+    t.position[2][c] = PlaceBytes(0, (w >> 2) & 15, (w << 6) & 0xFF);
+    t.position[3][c] = PlaceBytes(0, 0, w & 63);
+  }
+  return t;
+}
+constexpr GroupTables kGroupTables = MakeGroupTables();
+
+// 1 for the characters IsSkipped accepts.
+constexpr std::array<unsigned char, 256> MakeSkipTable() {
+  std::array<unsigned char, 256> table{};
+  for (int c = 7; c <= 13; ++c) table[c] = 1;
+  table[32] = 1;
+  return table;
+}
+constexpr std::array<unsigned char, 256> kSkipTable = MakeSkipTable();
+
+// Makes room for `size` bytes the way the Prepare steps do, without clearing: the callers write
+// the front of the buffer and clear the rest themselves.
+template <typename T>
+void Reserve(T*& buffer, uint32_t& capacity, uint32_t size) {
+  if (capacity >= size) return;
+  delete[] buffer;
+  buffer = nullptr;  // consistent even if the allocation below throws
+  capacity = 0;
+  const uint32_t grown = ((size >> 12) + 1) << 12;
+  buffer = new T[grown];
+  capacity = grown;
+}
+
+template <typename T>
+void Prepare(T*& buffer, uint32_t& capacity, uint32_t& length, uint32_t size) {
+  if (size > Base64Coder::kMaxInput * 2) size = Base64Coder::kMaxInput * 2;
+  Reserve(buffer, capacity, size);
+  if (buffer != nullptr) std::memset(buffer, 0, capacity);
+  length = 0;
+}
+
+// The group of the last one to three characters of a decode. Here any "=" counts as 0, in
+// whichever position it stands.
+Base64Group TailGroup(const char* chars, uint32_t count) {
+  Base64Group group = {};
+  for (uint32_t j = 0; j < count; ++j) {
+    const unsigned char v = kDecodeTable[static_cast<unsigned char>(chars[j])];
+    group.byValues[j] = v == kPad ? 0 : v;
+    ++group.byCount;
+  }
+  return group;
+}
+
+// Clears a buffer behind what is in use. Large stretches are cleared past the cache.
+template <typename T>
+void ClearFrom(T* buffer, uint32_t capacity, uint32_t used) {
+  if (buffer == nullptr || used >= capacity) return;
+  if (capacity - used >= (1u << 20)) {
+    deskaid::base64::StreamZero(buffer + used, capacity - used);
+    deskaid::base64::StreamFence();
+  } else {
+    std::memset(buffer + used, 0, capacity - used);
+  }
+}
+
+}  // namespace
+
+Base64Coder::Base64Coder()
+    : m_pData(nullptr),
+      m_pszText(nullptr),
+      m_nDataCapacity(0),
+      m_nTextCapacity(0),
+      m_nDataLength(0),
+      m_nTextLength(0) {}
+
+Base64Coder::~Base64Coder() {
+  delete[] m_pData;
+  delete[] m_pszText;
+}
+
+void Base64Coder::EncodeString(const char* text) {
+  if (text == nullptr) return;
+  const size_t length = std::strlen(text);
+  Encode(reinterpret_cast<const unsigned char*>(text),
+         length > kMaxInput ? kMaxInput : static_cast<uint32_t>(length));
+}
+
+void Base64Coder::DecodeString(const char* text) {
+  if (text == nullptr) return;
+  const size_t length = std::strlen(text);
+  Decode(text, length > kMaxInput ? kMaxInput : static_cast<uint32_t>(length));
+}
+
+unsigned char* Base64Coder::GetData() { return m_pData; }
+
+char* Base64Coder::GetText() { return m_pszText; }
+
+void Base64Coder::PrepareText(uint32_t size) {
+  Prepare(m_pszText, m_nTextCapacity, m_nTextLength, size);
+}
+
+void Base64Coder::PrepareData(uint32_t size) {
+  Prepare(m_pData, m_nDataCapacity, m_nDataLength, size);
+}
+
+void Base64Coder::FilterText(const char* text, uint32_t length) {
+  PrepareText(length);
+  for (uint32_t i = 0; i < length; ++i) {
+    if (!IsSkipped(text[i])) m_pszText[m_nTextLength++] = text[i];
+  }
+}
+
+void Base64Coder::SetData(const unsigned char* data, uint32_t length) {
+  PrepareData(length);
+  // The input may be the data buffer itself (as Encode(GetData(), GetDataLength()) has it), which
+  // the preparation has just cleared.
+  if (length != 0) std::memmove(m_pData, data, length);
+  m_nDataLength = length;
+}
+
+void Base64Coder::EncodeGroup(const Base64Group& group, char* out) {
+  unsigned char values[4];
+  SplitGroup(values, group);
+  for (int k = 0; k < 4; ++k) out[k] = kAlphabet[values[k] & 63];
+  if (group.byCount == 1) out[2] = out[3] = '=';
+  if (group.byCount == 2) out[3] = '=';
+}
+
+int32_t Base64Coder::DecodeGroup(const Base64Group& group, unsigned char* out) {
+  unsigned char bytes[3];
+  JoinGroup(bytes, group);
+  int32_t count = 0;
+  for (int k = 0; k < 3; ++k) {
+    out[k] = bytes[k];
+    if (bytes[k] != kPad) ++count;
+  }
+  return count;
+}
+
+void Base64Coder::SplitGroup(unsigned char* out, const Base64Group& group) {
+  const unsigned b0 = group.byValues[0], b1 = group.byValues[1], b2 = group.byValues[2];
+  out[0] = static_cast<unsigned char>(b0 >> 2);
+  out[1] = static_cast<unsigned char>(((b0 << 4) | (b1 >> 4)) & 63);
+  out[2] = static_cast<unsigned char>(((b1 << 2) | (b2 >> 6)) & 63);
+  out[3] = static_cast<unsigned char>(b2 & 63);
+}
+
+void Base64Coder::JoinGroup(unsigned char* out, const Base64Group& group) {
+  const unsigned s0 = group.byValues[0], s1 = group.byValues[1], s2 = group.byValues[2],
+                 s3 = group.byValues[3];
+  out[0] = static_cast<unsigned char>((s0 << 2) | ((s1 >> 4) & 3));
+  out[1] = static_cast<unsigned char>((s1 << 4) | ((s2 >> 2) & 15));
+  out[2] = static_cast<unsigned char>((s2 << 6) | (s3 & 63));
+}
+
+bool Base64Coder::IsSkipped(char c) {
+  const unsigned char u = static_cast<unsigned char>(c);
+  return (u >= 7 && u <= 13) || u == 32;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Encoding and decoding through the steps. A derived class may have replaced any of them, so
+// each is reached through the virtual table.
+
+void Base64Coder::Encode(const unsigned char* data, uint32_t length) {
+  if (data == nullptr) length = 0;
+  if (length > kMaxInput) length = kMaxInput;
+  // A plain coder replaces no step and takes the direct path, unless the input lies in one of
+  // its own buffers: the steps clear those before reading, and the direct path keeps to that.
+  if (typeid(*this) == typeid(Base64Coder) && !Overlaps(data, length)) {
+    EncodeDirect(data, length);
+    return;
+  }
+  SetData(data, length);
+  PrepareText(2 * length);  // at least 4096 and thus room for 4 characters per 3 bytes
+  for (uint32_t i = 0; i < length; i += 3) {
+    const uint32_t count = length - i < 3 ? length - i : 3;
+    Base64Group group = {};
+    std::memcpy(group.byValues, m_pData + i, count);
+    group.byCount = static_cast<unsigned char>(count);
+    EncodeGroup(group, m_pszText + m_nTextLength);
+    m_nTextLength += 4;
+  }
+}
+
+void Base64Coder::Decode(const char* text, uint32_t length) {
+  if (text == nullptr) length = 0;
+  if (length > kMaxInput) length = kMaxInput;
+  if (typeid(*this) == typeid(Base64Coder) && !Overlaps(text, length)) {
+    DecodeDirect(text, length);
+    return;
+  }
+  FilterText(text, length);
+  PrepareData(length);  // the unfiltered length: never less than the filtered one
+  uint32_t i = 0;
+  for (; i + 4 <= m_nTextLength; i += 4) {
+    Base64Group group = {};
+    for (int k = 0; k < 4; ++k) {
+      group.byValues[k] = kDecodeTable[static_cast<unsigned char>(m_pszText[i + k])];
+    }
+    // Only the last two positions may hold padding; the first two enter the arithmetic as they
+    // are.
+    if (group.byValues[2] == kPad) group.byValues[2] = 0;
+    if (group.byValues[3] == kPad) group.byValues[3] = 0;
+    group.byCount = 4;
+    DecodeGroup(group, m_pData + m_nDataLength);
+    m_nDataLength += 3;
+  }
+  if (i < m_nTextLength) {
+    DecodeGroup(TailGroup(m_pszText + i, m_nTextLength - i), m_pData + m_nDataLength);
+    // The tail counts its characters, not the bytes they make.
+    m_nDataLength += m_nTextLength - i;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// The direct path of a plain Base64Coder: the same results, buffers and lengths as the steps
+// above, reached with table look-ups over whole groups. Each buffer is written at the front and
+// cleared behind, rather than cleared whole and then written.
+
+bool Base64Coder::Overlaps(const void* p, uint32_t length) const {
+  if (p == nullptr || length == 0) return false;
+  const std::less<const void*> before;
+  auto inside = [&](const void* buffer, uint32_t capacity) {
+    if (buffer == nullptr) return false;
+    const char* begin = static_cast<const char*>(buffer);
+    const char* first = static_cast<const char*>(p);
+    return before(first, begin + capacity) && before(begin, first + length);
+  };
+  return inside(m_pData, m_nDataCapacity) || inside(m_pszText, m_nTextCapacity);
+}
+
+namespace {
+
+// Results from this size on are written with stores that bypass the cache; smaller ones are
+// likely to be read soon and stay in it.
+constexpr uint32_t kStreamFrom = 1u << 20;
+
+inline void Put(bool stream, void* to, const void* from, size_t size) {
+  if (stream) {
+    deskaid::base64::StreamCopy(to, from, size);
+  } else {
+    std::memcpy(to, from, size);
+  }
+}
+
+// One group of scalar encoding: three bytes to four characters.
+inline void EncodeGroupFast(const unsigned char* in, char* out) {
+  const uint32_t n = (uint32_t(in[0]) << 16) | (uint32_t(in[1]) << 8) | in[2];
+  const uint16_t pairs[2] = {kPairTable[n >> 12], kPairTable[n & 0xFFF]};
+  std::memcpy(out, pairs, 4);
+}
+
+// One full group of scalar decoding. It stores a fourth, zero byte, which the next group
+// overwrites or the final clearing covers; callers leave room for it.
+inline void DecodeGroupFast(const unsigned char* in, unsigned char* out) {
+  const uint32_t word = kGroupTables.position[0][in[0]] | kGroupTables.position[1][in[1]] |
+                        kGroupTables.position[2][in[2]] | kGroupTables.position[3][in[3]];
+  std::memcpy(out, &word, 4);
+}
+
+}  // namespace
+
+void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
+  Reserve(m_pData, m_nDataCapacity, length);
+  Reserve(m_pszText, m_nTextCapacity, 2 * length);
+  const bool vector = deskaid::base64::HaveVectorKernels();
+  const bool stream = length >= kStreamFrom;
+
+  // Whole groups, chunk by chunk: each chunk is encoded into a small buffer that stays in the
+  // cache and then put in place together with the copy of its input.
+  constexpr uint32_t kChunk = 3 * 1024;
+  char scratch[kChunk / 3 * 4];
+  const uint32_t whole = length / 3 * 3;
+  uint32_t textLength = 0;
+  for (uint32_t start = 0; start < whole;) {
+    const uint32_t size = whole - start < kChunk ? whole - start : kChunk;
+    const unsigned char* in = data + start;
+    // The vector kernel reads 16 bytes for 12, so it may look past the chunk but not the input;
+    // it never encodes past the chunk.
+    const uint32_t readable = length - start;
+    uint32_t i = vector ? deskaid::base64::EncodeBlocks(in, size + 4 <= readable ? size + 4 : size,
+                                                        scratch)
+                        : 0;
+    for (; i < size; i += 3) EncodeGroupFast(in + i, scratch + i / 3 * 4);
+    Put(stream, m_pData + start, in, size);
+    Put(stream, m_pszText + textLength, scratch, size / 3 * 4);
+    textLength += size / 3 * 4;
+    start += size;
+  }
+  if (whole < length) {
+    std::memcpy(m_pData + whole, data + whole, length - whole);
+    Base64Group group = {};
+    std::memcpy(group.byValues, data + whole, length - whole);
+    group.byCount = static_cast<unsigned char>(length - whole);
+    Base64Coder::EncodeGroup(group, m_pszText + textLength);
+    textLength += 4;
+  }
+  if (stream) deskaid::base64::StreamFence();
+  m_nDataLength = length;
+  m_nTextLength = textLength;
+  ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
+  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
+}
+
+void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
+  Reserve(m_pszText, m_nTextCapacity, length);
+  Reserve(m_pData, m_nDataCapacity, length);
+  const bool vector = deskaid::base64::HaveVectorKernels();
+  const bool stream = length >= kStreamFrom;
+
+  // The input goes chunk by chunk through the filter into a small buffer that stays in the
+  // cache; from there the filtered text is put in place and its whole groups are decoded. Up to
+  // three characters of an unfinished group wait at the front of the buffer for the next chunk.
+  constexpr uint32_t kChunk = 4096;
+  char filtered[3 + kChunk + 16];
+  unsigned char bytes[(3 + kChunk) / 4 * 3 + 16];
+  uint32_t waiting = 0;  // characters of an unfinished group at the front of `filtered`
+  uint32_t textLength = 0;
+  uint32_t dataLength = 0;
+  for (uint32_t i = 0; i < length;) {
+    const uint32_t end = length - i < kChunk ? length : i + kChunk;
+    char* out = filtered + waiting;
+    const unsigned char* in = reinterpret_cast<const unsigned char*>(filtered);
+    uint32_t k = 0;  // characters of `filtered` decoded so far, always whole groups
+    unsigned char* b = bytes;
+    while (i < end) {
+      if (vector) {
+        // While no character waits for its group, blocks of plain text are copied and decoded
+        // in one go; then blocks without skipped characters are copied.
+        if (in + k == reinterpret_cast<const unsigned char*>(out)) {
+          const uint32_t n = deskaid::base64::CopyAndDecodeBlocks(text + i, end - i, out, b);
+          i += n;
+          out += n;
+          k += n;
+          b += n / 4 * 3;
+        }
+        const uint32_t n = deskaid::base64::CopyUnskipped(text + i, end - i, out);
+        i += n;
+        out += n;
+      }
+      // The block the kernels refused, or what is left, character by character.
+      const uint32_t until = vector && end - i > 16 ? i + 16 : end;
+      for (; i < until; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        *out = static_cast<char>(c);
+        out += 1 - kSkipTable[c];
+      }
+      // The whole groups filtered so far.
+      const uint32_t groups = static_cast<uint32_t>(out - filtered) / 4 * 4;
+      while (k < groups) {
+        if (vector) {
+          const uint32_t n = deskaid::base64::DecodeBlocks(in + k, groups - k, b);
+          k += n;
+          b += n / 4 * 3;
+        }
+        // The block the kernel refused, or the groups behind the last block, one by one.
+        const uint32_t last = vector && groups - k > 16 ? k + 16 : groups;
+        for (; k < last; k += 4, b += 3) DecodeGroupFast(in + k, b);
+      }
+    }
+    const uint32_t count = static_cast<uint32_t>(out - filtered);
+    Put(stream, m_pszText + textLength, filtered + waiting, count - waiting);
+    textLength += count - waiting;
+    Put(stream, m_pData + dataLength, bytes, k / 4 * 3);
+    dataLength += k / 4 * 3;
+    waiting = count - k;
+    std::memmove(filtered, filtered + k, waiting);
+  }
+  if (stream) deskaid::base64::StreamFence();
+  m_nTextLength = textLength;
+  m_nDataLength = dataLength;
+  if (waiting != 0) {
+    // The group writes three bytes but counts as many as its characters; the uncounted ones
+    // are zero. The data buffer, larger than the unfiltered input, has room for all three.
+    Base64Coder::DecodeGroup(TailGroup(filtered, waiting), m_pData + m_nDataLength);
+    m_nDataLength += waiting;
+  }
+  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
+  ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
+}

@@ -1,0 +1,117 @@
+#include "deskaid/common/internal/platform.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace deskaid {
+namespace platform {
+
+bool ExecutablePath(char* buffer, size_t size) {
+  if (size == 0) return false;
+  char full[4096];
+  ssize_t n = readlink("/proc/self/exe", full, sizeof full - 1);
+  if (n <= 0) {
+    buffer[0] = '\0';
+    return false;
+  }
+  full[n] = '\0';
+  size_t length = static_cast<size_t>(n) < size - 1 ? static_cast<size_t>(n) : size - 1;
+  std::memcpy(buffer, full, length);
+  buffer[length] = '\0';
+  return true;
+}
+
+bool ExecutableStamp(uint8_t& month, uint8_t& day) {
+  month = day = 0;
+  char path[kMaxPath];
+  struct stat st;
+  if (!ExecutablePath(path, sizeof path) || stat(path, &st) != 0) return false;
+  std::tm local{};
+  std::time_t written = st.st_mtime;
+  if (localtime_r(&written, &local) != nullptr) {
+    month = static_cast<uint8_t>(local.tm_mon + 1);
+    day = static_cast<uint8_t>(local.tm_mday);
+  }
+  return true;
+}
+
+uint32_t TickCount() {
+  // GetTickCount advances in steps of a timer interrupt; the coarse clock is its equivalent and
+  // costs a fraction of the precise one.
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+  return static_cast<uint32_t>(static_cast<uint64_t>(ts.tv_sec) * 1000u +
+                               static_cast<uint64_t>(ts.tv_nsec) / 1000000u);
+}
+
+uint32_t Time32() { return static_cast<uint32_t>(std::time(nullptr)); }
+
+std::tm LocalTime(uint32_t seconds) {
+  std::time_t t = static_cast<std::time_t>(seconds);
+  std::tm result{};
+  localtime_r(&t, &result);
+  return result;
+}
+
+void DebuggerOutput(const char* text) {
+  std::fputs(text, stderr);
+  std::fflush(stderr);
+}
+
+// Deny-write is an exclusive advisory lock on the open file description. It is taken before the
+// file is truncated, so a second writer that is refused leaves the live file exactly as it was.
+std::FILE* OpenDenyWrite(const char* path, bool truncate) {
+  int fd = open(path, truncate ? (O_RDWR | O_CREAT | O_CLOEXEC) : (O_RDWR | O_CLOEXEC), 0666);
+  if (fd < 0) return nullptr;
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0 || (truncate && ftruncate(fd, 0) != 0)) {
+    int saved = errno;
+    close(fd);
+    errno = saved;
+    return nullptr;
+  }
+  std::FILE* stream = fdopen(fd, truncate ? "w+b" : "r+b");
+  if (stream == nullptr) close(fd);
+  return stream;
+}
+
+size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length) {
+  // One system call at the right offset: the stream's own buffer is bypassed.
+  int fd = fileno(stream);
+  const char* p = static_cast<const char*>(data);
+  size_t done = 0;
+  while (done < length) {
+    ssize_t n = pwrite(fd, p + done, length - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return done;
+}
+
+const char* NextChar(const char* text) { return *text != '\0' ? text + 1 : text; }
+
+bool EqualIgnoringCase(const char* a, const char* b, int length) {
+  for (int i = 0; i < length; ++i) {
+    unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+    if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x - 'A' + 'a');
+    if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y - 'A' + 'a');
+    if (x != y) return false;
+  }
+  return true;
+}
+
+bool DeleteFilePath(const char* path) { return unlink(path) == 0; }
+
+bool MoveFilePath(const char* from, const char* to) {
+  struct stat st;
+  if (lstat(to, &st) == 0) return false;  // MoveFileA never replaces an existing file.
+  return std::rename(from, to) == 0;
+}
+
+}  // namespace platform
+}  // namespace deskaid

@@ -1,0 +1,74 @@
+#include "deskaid/common/internal/platform.h"
+
+#include <windows.h>
+
+#include <share.h>
+
+namespace deskaid {
+namespace platform {
+
+bool ExecutablePath(char* buffer, size_t size) {
+  if (size == 0) return false;
+  DWORD n = GetModuleFileNameA(nullptr, buffer, static_cast<DWORD>(size));
+  if (n == 0) {
+    buffer[0] = '\0';
+    return false;
+  }
+  buffer[size - 1] = '\0';  // XP-era systems leave a cut path unterminated.
+  return true;
+}
+
+bool ExecutableStamp(uint8_t& month, uint8_t& day) {
+  month = day = 0;
+  char path[kMaxPath];
+  if (!ExecutablePath(path, sizeof path)) return false;
+  HANDLE file = CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  FILETIME written, local;
+  SYSTEMTIME st;
+  if (GetFileTime(file, nullptr, nullptr, &written) && FileTimeToLocalFileTime(&written, &local) &&
+      FileTimeToSystemTime(&local, &st)) {
+    month = static_cast<uint8_t>(st.wMonth);
+    day = static_cast<uint8_t>(st.wDay);
+  }
+  CloseHandle(file);
+  return true;
+}
+
+uint32_t TickCount() { return GetTickCount(); }
+
+uint32_t Time32() { return static_cast<uint32_t>(std::time(nullptr)); }
+
+std::tm LocalTime(uint32_t seconds) {
+  std::time_t t = static_cast<std::time_t>(seconds);
+  std::tm result{};
+  if (const std::tm* p = std::localtime(&t)) result = *p;
+  return result;
+}
+
+void DebuggerOutput(const char* text) { OutputDebugStringA(text); }
+
+std::FILE* OpenDenyWrite(const char* path, bool truncate) {
+  return _fsopen(path, truncate ? "w+b" : "r+b", _SH_DENYWR);
+}
+
+size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length) {
+  if (_fseeki64(stream, static_cast<__int64>(offset), SEEK_SET) != 0) return 0;
+  size_t written = std::fwrite(data, 1, length, stream);
+  std::fflush(stream);
+  return written;
+}
+
+const char* NextChar(const char* text) { return CharNextA(text); }
+
+bool EqualIgnoringCase(const char* a, const char* b, int length) {
+  return CompareStringA(LOCALE_USER_DEFAULT, NORM_IGNORECASE, a, length, b, length) == CSTR_EQUAL;
+}
+
+bool DeleteFilePath(const char* path) { return DeleteFileA(path) != 0; }
+
+bool MoveFilePath(const char* from, const char* to) { return MoveFileA(from, to) != 0; }
+
+}  // namespace platform
+}  // namespace deskaid

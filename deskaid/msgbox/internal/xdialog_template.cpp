@@ -1,0 +1,425 @@
+#include "deskaid/msgbox/internal/xdialog_template.h"
+
+#include <mbstring.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "deskaid/diag/debug_trace.h"
+#include "deskaid/msgbox/internal/button_model.h"
+#include "deskaid/msgbox/internal/dialog_units.h"
+#include "deskaid/msgbox/internal/template_bytes.h"
+
+namespace {
+
+using deskaid::PutU16;
+using deskaid::PutU32;
+using deskaid::PutWideText;
+
+// DrawTextA formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
+// check box caption (one line).
+constexpr UINT kMeasureMessage = DT_CALCRECT | DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX;
+constexpr UINT kMeasureCheckBox = DT_CALCRECT | DT_NOPREFIX | DT_SINGLELINE;
+
+// WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | DS_CENTER | DS_MODALFRAME.
+constexpr DWORD kDialogStyle = 0x90C80880;
+
+// The size NONCLIENTMETRICSA has had since the padded border width was added.
+constexpr UINT kNonClientMetricsSize = 344;
+
+constexpr size_t kTitleLimit = 1023;
+
+char (ButtonCaptionSet::*const kUserCaptionFields[kButtonCaptionCount])[260] = {
+    &ButtonCaptionSet::szAbort,        &ButtonCaptionSet::szCancel,
+    &ButtonCaptionSet::szContinue,     &ButtonCaptionSet::szDontAskAgain,
+    &ButtonCaptionSet::szDontTellAgain, &ButtonCaptionSet::szDontShowAgain,
+    &ButtonCaptionSet::szHelp,         &ButtonCaptionSet::szIgnore,
+    &ButtonCaptionSet::szIgnoreAll,    &ButtonCaptionSet::szNo,
+    &ButtonCaptionSet::szNoToAll,      &ButtonCaptionSet::szOK,
+    &ButtonCaptionSet::szReport,       &ButtonCaptionSet::szRetry,
+    &ButtonCaptionSet::szSkip,         &ButtonCaptionSet::szSkipAll,
+    &ButtonCaptionSet::szTryAgain,     &ButtonCaptionSet::szYes,
+    &ButtonCaptionSet::szYesToAll,
+};
+
+// Copies at most `limit` bytes of `source` (stopping at its end) and terminates the copy, so
+// `dest` needs limit + 1 bytes; a source without a terminator within `limit` is never overread.
+void CopyBounded(char* dest, const char* source, size_t limit) {
+  size_t n = 0;
+  while (n < limit && source[n] != '\0') {
+    dest[n] = source[n];
+    ++n;
+  }
+  dest[n] = '\0';
+}
+
+bool IsResourceId(const char* text) {
+  return reinterpret_cast<std::uintptr_t>(text) < 0x10000;
+}
+
+}  // namespace
+
+CXDialogTemplate::CXDialogTemplate(HWND owner, const char* text, const char* caption,
+                                   unsigned style, const MessageDialogParams* params) {
+  // The request is copied whole; the heap keeps the 6 KiB record off a caller's small stack.
+  std::unique_ptr<MessageDialogParams> copy(new (std::nothrow) MessageDialogParams());
+  if (!copy) return;
+  if (params != nullptr) *copy = *params;
+  const MessageDialogParams& p = *copy;
+
+  m_hOwner = owner;
+  m_nStyle = style;
+  m_pfnReport = p.pfnReport;
+  m_pReportData = p.pReportData;
+  m_nTimeoutSeconds = p.nTimeoutSeconds;
+  m_nDisabledSeconds = p.nDisabledSeconds;
+  m_nX = p.nX;
+  m_nY = p.nY;
+  m_nHelpContextId = p.nHelpContextId;
+  m_bRightJustify = (p.dwOptions & MDO_RIGHTJUSTIFY) != 0;
+  m_dwReserved1 = p.dwReserved1;
+  m_dwReserved2 = p.dwReserved2;
+  std::memcpy(m_szReserved, p.szReserved, sizeof m_szReserved);
+  m_szReserved[sizeof m_szReserved - 1] = '\0';
+  m_hStringModule = p.hStringModule != nullptr ? p.hStringModule : GetModuleHandleA(nullptr);
+  m_hIconModule = p.hIconModule != nullptr ? p.hIconModule : GetModuleHandleA(nullptr);
+
+  m_pszMessageText.reset(new (std::nothrow) char[kTextBufferSize]());
+  m_pszCaption.reset(new (std::nothrow) char[kTextBufferSize]());
+  if (!m_pszMessageText || !m_pszCaption) {
+    // Without its buffers the object cannot make a template; Display reports it.
+    m_pszMessageText.reset();
+    m_pszCaption.reset();
+    return;
+  }
+  LoadText(text, m_pszMessageText.get());
+  LoadText(caption, m_pszCaption.get());
+
+  // The Report caption comes first, so the caption sources below leave a given one alone.
+  SettleReportCaption(p);
+  if (p.bUserCaptions)
+    LoadUserDefinedButtonStrings(&p.UserCaptions);
+  else if (!(style & MDS_NORESOURCE))
+    LoadButtonStringsFromResources(m_hStringModule);
+  else
+    LoadButtonStrings();
+
+  char customNames[4][260];
+  const int customCount = LoadCustomButtons(p, customNames);
+  m_dwCloseFlags = deskaid::CheckBoxKind(style);
+  Layout(p, customCount, customNames);
+}
+
+CXDialogTemplate::~CXDialogTemplate() {
+  if (m_hIcon != nullptr) DestroyIcon(m_hIcon);
+  if (m_hFont != nullptr) DeleteObject(m_hFont);
+}
+
+void CXDialogTemplate::LoadText(const char* source, char* buffer) {
+  buffer[0] = '\0';
+  if (source == nullptr) {
+    // Nothing to show.
+  } else if (IsResourceId(source)) {
+    const UINT id = static_cast<UINT>(reinterpret_cast<std::uintptr_t>(source));
+    if (LoadStringA(m_hStringModule, id, buffer, static_cast<int>(kTextBufferSize - 1)) <= 0)
+      buffer[0] = '\0';
+  } else {
+    _mbsnbcpy(reinterpret_cast<unsigned char*>(buffer),
+              reinterpret_cast<const unsigned char*>(source), kTextBufferSize - 1);
+  }
+  buffer[kTextBufferSize - 1] = '\0';
+}
+
+void CXDialogTemplate::SettleReportCaption(const MessageDialogParams& p) {
+  char* slot = m_szCaptions[CAPTION_REPORT];
+  if (p.nReportCaptionId != 0)
+    LoadStringA(m_hStringModule, p.nReportCaptionId, slot, deskaid::kCaptionSlotSize - 1);
+  if (slot[0] == '\0' && p.szReportCaption[0] != '\0')
+    CopyBounded(slot, p.szReportCaption, deskaid::kCaptionSlotSize - 1);
+  slot[deskaid::kCaptionSlotSize - 1] = '\0';
+}
+
+int CXDialogTemplate::LoadCustomButtons(const MessageDialogParams& p, char (*names)[260]) {
+  char* list = m_szCustomButtons;
+  std::memset(list, 0, sizeof m_szCustomButtons);
+  if (p.nCustomButtonsId != 0) LoadStringA(m_hStringModule, p.nCustomButtonsId, list, 259);
+  if (list[0] == '\0' && p.szCustomButtons[0] != '\0') CopyBounded(list, p.szCustomButtons, 259);
+  list[259] = '\0';
+
+  // The tokeniser skips empty entries between two newlines; only the first four count.
+  unsigned char work[260];
+  std::memcpy(work, list, sizeof work);
+  const unsigned char separators[] = "\n";
+  int count = 0;
+  for (unsigned char* token = _mbstok(work, separators); token != nullptr && count < 4;
+       token = _mbstok(nullptr, separators)) {
+    std::strcpy(names[count++], reinterpret_cast<const char*>(token));
+  }
+  return count;
+}
+
+HICON CXDialogTemplate::LoadRequestedIcon(const MessageDialogParams& p, bool& makesRoom) const {
+  makesRoom = false;
+  if (p.nIconId != 0) {
+    makesRoom = true;
+    return LoadIconA(m_hIconModule, MAKEINTRESOURCEA(p.nIconId & 0xFFFF));
+  }
+  if (p.szIconName[0] != '\0') {
+    // Loaded and released, but given neither a control nor room: a named icon is never shown.
+    char name[260];
+    std::memcpy(name, p.szIconName, sizeof name);
+    name[259] = '\0';
+    return LoadIconA(m_hIconModule, name);
+  }
+  const unsigned icon = m_nStyle & 0xF0;
+  if (icon == 0) return nullptr;
+  makesRoom = true;
+  switch (icon) {
+    case MB_ICONHAND: return LoadIconA(nullptr, IDI_HAND);
+    case MB_ICONQUESTION: return LoadIconA(nullptr, IDI_QUESTION);
+    case MB_ICONASTERISK: return LoadIconA(nullptr, IDI_ASTERISK);
+    default: return LoadIconA(nullptr, IDI_EXCLAMATION);
+  }
+}
+
+void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
+                              char (*customNames)[260]) {
+  HDC dc = CreateDCA("DISPLAY", nullptr, nullptr, nullptr);
+  NONCLIENTMETRICSA metrics;
+  static_assert(sizeof metrics >= kNonClientMetricsSize, "NONCLIENTMETRICSA too small");
+  std::memset(&metrics, 0, sizeof metrics);
+  metrics.cbSize = kNonClientMetricsSize;
+  SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, kNonClientMetricsSize, &metrics, 0);
+  m_hFont = CreateFontIndirectA(&metrics.lfMessageFont);
+  HGDIOBJ previousFont = dc != nullptr ? SelectObject(dc, m_hFont) : nullptr;
+
+  // 1-3: the message, wrapped to at most half the screen plus 80 pixels (less the icon's room
+  // whenever the style asks for a system icon).
+  const int screenWidth = GetSystemMetrics(SM_CXSCREEN);
+  int maxWidth = screenWidth / 2 + 80;
+  if (m_nStyle & 0xF0) maxWidth -= 16 + GetSystemMetrics(SM_CXICON);
+  RECT textRect = {0, 0, maxWidth, maxWidth};
+  DrawTextA(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
+  const int textWidth = textRect.right - textRect.left;
+  const int textHeight = textRect.bottom - textRect.top;
+  SetRect(&textRect, 16, 16, textWidth + 28, textHeight + 21);
+  // The dialog's height is settled by the button row below; there is no minimum.
+  RECT dialogRect = {0, 0, textWidth + 28, textHeight + 21};
+
+  // 4: the header.
+  m_dwDialogStyle = kDialogStyle | ((m_nStyle & MB_SYSTEMMODAL) ? DS_SYSMODAL : 0);
+  m_dwDialogExtendedStyle = 0;
+  m_nItemCount = 0;
+  m_x = m_y = 0;
+
+  // 5: the icon, left of the message.
+  RECT iconRect = {0, 0, 0, 0};
+  bool iconMakesRoom = false;
+  m_hIcon = LoadRequestedIcon(p, iconMakesRoom);
+  if (iconMakesRoom) {
+    const int cx = GetSystemMetrics(SM_CXICON);
+    const int cy = GetSystemMetrics(SM_CYICON);
+    textRect.left += cx + 8;
+    textRect.right += cx + 8;
+    dialogRect.right = textRect.right + 8;
+    SetRect(&iconRect, 8, 8, cx + 10, cy + 10);
+    AddItem(kItemKindStatic, ID_ICON, &iconRect, "");
+  }
+
+  // 6: the message.
+  AddItem(kItemKindStatic, m_nNextTextId++, &textRect, m_pszMessageText.get());
+
+  // 7-8: the button row, centred or right-justified; a countdown widens every button to make
+  // room for its " = N" suffix.
+  const deskaid::ButtonModel model = deskaid::ResolveButtons(
+      m_nStyle, customCount, (m_nStyle & MB_HELP) != 0, m_pfnReport != nullptr);
+  m_dwCloseFlags |= model.closeFlags;
+  const int n = model.layoutCount;
+  const int extra = m_nTimeoutSeconds != 0 ? 22 : 0;
+  const int buttonWidth = 78 + extra;
+  const int pitch = 84 + extra;
+  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + 10;
+  RECT rowRect = {0, rowTop, n * pitch - 6, rowTop + 23};
+  const int rowWidth = rowRect.right - rowRect.left;
+  dialogRect.bottom = rowRect.bottom + 12;
+  if (dialogRect.right <= rowWidth + 32) dialogRect.right = rowWidth + 32;
+  int x = (dialogRect.right - dialogRect.left - rowWidth) / 2;
+  if (m_bRightJustify) x = dialogRect.right - n * pitch - 6;
+
+  m_nDefaultPosition = deskaid::DefaultButtonPosition(m_nStyle, n);
+  // Help and Report make poor defaults, but the caller's choice stands; only a trace tells.
+  if (model.helpPosition != 0 && m_nDefaultPosition == model.helpPosition)
+    DebugTrace("ERROR:  Help button cannot be default button\n");
+  if (model.reportPosition != 0 && m_nDefaultPosition == model.reportPosition)
+    DebugTrace("ERROR:  Report button cannot be default button\n");
+
+  // 9-10: the buttons, then Help and Report.
+  for (int k = 0; k < model.count; ++k) {
+    const deskaid::ButtonSpec& button = model.buttons[k];
+    RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + 23};
+    const bool custom = button.id >= IDCUSTOM1 && button.id <= IDCUSTOM4;
+    const char* text = custom ? customNames[button.id - IDCUSTOM1]
+                              : m_szCaptions[button.captionSlot];
+    AddItem(kItemKindButton, static_cast<unsigned>(button.id), &rect, text);
+  }
+
+  // 11: the check box under the row.
+  const int checkSlot = deskaid::CheckBoxCaptionSlot(m_dwCloseFlags);
+  if (checkSlot >= 0) {
+    int boxX = 0, boxY = 0;
+    RECT itemRect, measureRect;
+    AddCheckBox(dc, boxX, boxY, itemRect, dialogRect, rowRect, measureRect,
+                m_szCaptions[checkSlot]);
+  }
+
+  // 12: keep room around the row.
+  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + 16;
+  if (dialogRect.right < rowRect.right + 16) dialogRect.right = rowRect.right + 16;
+
+  // 13: the dialog's size in dialog units; DS_CENTER or the dialog procedure places it.
+  const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
+  m_cx = static_cast<short>((dialogRect.right - dialogRect.left) * 4 / units.x);
+  m_cy = static_cast<short>((dialogRect.bottom - dialogRect.top) * 8 / units.y);
+  m_x = m_y = 0;
+
+  if (dc != nullptr) {
+    SelectObject(dc, previousFont);
+    DeleteDC(dc);
+  }
+}
+
+void CXDialogTemplate::AddItem(int kind, unsigned id, const RECT* rect, const char* caption) {
+  if (m_nItemCount >= kMaxItems) return;  // the message box adds at most ten
+  std::unique_ptr<CXDialogItem> item(new (std::nothrow) CXDialogItem());
+  if (!item) return;
+  item->Initialize(kind, id, rect, caption);
+  if (kind == kItemKindButton && ++m_nButtonCount == m_nDefaultPosition) {
+    item->MakeDefault();
+    m_nDefaultButtonId = static_cast<int>(id);
+  }
+  m_pItems[m_nItemCount++] = std::move(item);
+}
+
+void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT& dialogRect,
+                                   RECT& buttonRect, RECT& measureRect, const char* caption) {
+  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, 16);
+  x = 17;
+  y = buttonRect.top + 35;
+  DrawTextA(dc, caption, -1, &measureRect, kMeasureCheckBox);
+  const int textWidth = measureRect.right - measureRect.left;
+  // The box and its gap take about a third of the text's width again.
+  const int width = textWidth + textWidth / 3;
+  SetRect(&itemRect, x, y, x + width, y + 16);
+  AddItem(kItemKindCheckBox, ID_CHECKBOX, &itemRect, caption);
+  buttonRect.bottom = y + 16;
+  dialogRect.bottom = y + 24;
+  if (dialogRect.right - dialogRect.left < x + width) dialogRect.right = dialogRect.left + x + width;
+}
+
+void CXDialogTemplate::LoadButtonStrings() {
+  DebugTrace("in CXDialogTemplate::LoadButtonStrings\n");
+  for (int slot = 0; slot < kButtonCaptionCount; ++slot) {
+    if (slot == CAPTION_REPORT && m_szCaptions[slot][0] != '\0') continue;
+    std::strcpy(m_szCaptions[slot], deskaid::EnglishButtonCaption(slot));
+  }
+}
+
+void CXDialogTemplate::LoadButtonStringsFromResources(HINSTANCE module) {
+  DebugTrace("in CXDialogTemplate::LoadButtonStringsFromResources\n");
+  LoadButtonStrings();
+  for (int slot = 0; slot < kButtonCaptionCount; ++slot) {
+    // The English table has filled the Report slot already, so its resource is not consulted.
+    if (slot == CAPTION_REPORT && m_szCaptions[slot][0] != '\0') continue;
+    if (LoadStringA(module, deskaid::ButtonCaptionResourceId(slot), m_szCaptions[slot],
+                    deskaid::kCaptionSlotSize) == 0)
+      std::strcpy(m_szCaptions[slot], deskaid::EnglishButtonCaption(slot));
+    m_szCaptions[slot][deskaid::kCaptionSlotSize - 1] = '\0';
+  }
+}
+
+void CXDialogTemplate::LoadUserDefinedButtonStrings(const ButtonCaptionSet* captions) {
+  DebugTrace("in CXDialogTemplate::LoadUserDefinedButtonStrings\n");
+  if (captions == nullptr) return;
+  for (int slot = 0; slot < kButtonCaptionCount; ++slot) {
+    if (slot == CAPTION_REPORT && m_szCaptions[slot][0] != '\0') continue;
+    // Entries go in as they stand, empty ones included; a longer one is cut to the slot.
+    CopyBounded(m_szCaptions[slot], captions->*kUserCaptionFields[slot],
+                deskaid::kCaptionSlotSize - 1);
+  }
+}
+
+const char* CXDialogTemplate::ButtonCaption(int slot) const {
+  return slot >= 0 && slot < kButtonCaptionCount ? m_szCaptions[slot] : nullptr;
+}
+
+const CXDialogItem* CXDialogTemplate::Item(int index) const {
+  return index >= 0 && index < m_nItemCount ? m_pItems[index].get() : nullptr;
+}
+
+size_t CXDialogTemplate::TemplateSize() const {
+  if (!m_pszCaption) return 0;
+  // The title's room is reckoned from its byte length, which its UTF-16 form never exceeds.
+  const size_t titleBytes = strnlen(m_pszCaption.get(), kTitleLimit);
+  size_t size = (2 * titleBytes + 27) & ~static_cast<size_t>(3);
+  for (int i = 0; i < m_nItemCount; ++i) {
+    const size_t n = static_cast<size_t>(m_pItems[i]->WideCaptionLength());
+    // Every item but the last is padded to the next item's 4-byte boundary.
+    size += i + 1 < m_nItemCount ? (2 * n + 27) & ~static_cast<size_t>(3) : 2 * n + 24;
+  }
+  return size;
+}
+
+bool CXDialogTemplate::WriteTemplate(unsigned char* dest) const {
+  if (!m_pszCaption) return false;
+  PutU32(dest + 0, m_dwDialogStyle);
+  PutU32(dest + 4, m_dwDialogExtendedStyle);
+  PutU16(dest + 8, m_nItemCount);
+  PutU16(dest + 10, static_cast<unsigned short>(m_x));
+  PutU16(dest + 12, static_cast<unsigned short>(m_y));
+  PutU16(dest + 14, static_cast<unsigned short>(m_cx));
+  PutU16(dest + 16, static_cast<unsigned short>(m_cy));
+  PutU16(dest + 18, 0);  // no menu
+  PutU16(dest + 20, 0);  // the predefined dialog class
+
+  const std::string title(m_pszCaption.get(), strnlen(m_pszCaption.get(), kTitleLimit));
+  int written = PutWideText(dest + 22, title.c_str());
+  if (written < 0) return false;
+  if (written == 0) {
+    PutU16(dest + 22, 0);
+    written = 2;
+  }
+  size_t offset = 22 + static_cast<size_t>(written);
+  for (int i = 0; i < m_nItemCount; ++i) {
+    offset = (offset + 3) & ~static_cast<size_t>(3);
+    offset += m_pItems[i]->Write(dest + offset);
+  }
+  return true;
+}
+
+std::vector<unsigned char> CXDialogTemplate::TemplateBytes() const {
+  std::vector<unsigned char> bytes(TemplateSize(), 0);
+  if (bytes.empty() || !WriteTemplate(bytes.data())) bytes.clear();
+  return bytes;
+}
+
+int CXDialogTemplate::Display() {
+  const size_t size = TemplateSize();
+  if (size == 0) return 2;
+  HLOCAL memory = LocalAlloc(LHND, size);
+  if (memory == nullptr) return 2;
+  void* block = LocalLock(memory);
+  if (block == nullptr || !WriteTemplate(static_cast<unsigned char*>(block))) {
+    if (block != nullptr) LocalUnlock(memory);
+    LocalFree(memory);
+    return 2;
+  }
+  const INT_PTR result = DialogBoxIndirectParamA(
+      GetModuleHandleA(nullptr), static_cast<LPCDLGTEMPLATEA>(block), m_hOwner,
+      MessageDialogProc, reinterpret_cast<LPARAM>(this));
+  LocalUnlock(memory);
+  LocalFree(memory);
+  return static_cast<int>(result);
+}

@@ -1,0 +1,53 @@
+// A directory of one test's own: named after the running process and the current test, created
+// empty and removed with the object. Every test that touches files works in one, so that CTest
+// can run the tests of every suite in parallel without two of them sharing a file.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#ifdef _WIN32
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
+class ScratchDir {
+ public:
+  ScratchDir() {
+    static int counter = 0;
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = "deskaid-" + std::to_string(ProcessId()) + "-" + std::to_string(++counter);
+    if (info != nullptr) name += std::string("-") + info->test_suite_name() + "-" + info->name();
+    for (char& c : name) {
+      if (c == '/' || c == '\\') c = '_';  // parameterised names carry a slash
+    }
+    path_ = std::filesystem::temp_directory_path() / name;
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::create_directories(path_);
+  }
+  ~ScratchDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  std::string PathOf(const std::string& leaf) const { return (path_ / leaf).string(); }
+
+ private:
+  static long ProcessId() {
+#ifdef _WIN32
+    return _getpid();
+#else
+    return static_cast<long>(getpid());
+#endif
+  }
+
+  std::filesystem::path path_;
+};
