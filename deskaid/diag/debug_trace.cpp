@@ -11,11 +11,11 @@ void* g_sinkContext = nullptr;
 }  // namespace
 
 void DebugTrace(const char* format, ...) {
-  char line[512];
+  if (format == nullptr) return;
+  char line[512];  // a longer text is cut at 511 characters
   va_list args;
   va_start(args, format);
-  // vsnprintf always terminates: a longer text is cut at 511 characters.
-  if (std::vsnprintf(line, sizeof line, format, args) < 0) line[0] = '\0';
+  deskaid::platform::FormatText(line, sizeof line, format, args);
   va_end(args);
   deskaid::platform::DebuggerOutput(line);
   if (g_sink != nullptr) g_sink(line, g_sinkContext);

@@ -22,20 +22,11 @@ constexpr uint32_t kExportSymbolOptions = kSymOptDebug | kSymOptOmapFindNearest 
 // Length of the text inside an address marker: eight hexadecimal digits.
 constexpr size_t kMarkerDigits = 8;
 
-int64_t FileLength(std::FILE* file) {
-#ifdef _WIN32
-  if (_fseeki64(file, 0, SEEK_END) != 0) return -1;
-  return _ftelli64(file);
-#else
-  if (fseeko(file, 0, SEEK_END) != 0) return -1;
-  return ftello(file);
-#endif
-}
-
-// Reads the trailer at the end of `file`; false when the file is too short or the magic is wrong.
-bool ReadTrailer(std::FILE* file, int64_t length, LogTrailer& trailer) {
-  if (length < static_cast<int64_t>(sizeof trailer)) return false;
-  if (std::fseek(file, -static_cast<long>(sizeof trailer), SEEK_END) != 0) return false;
+// Reads the trailer at the end of `file`, `length` bytes long; false when the file is too short
+// or the magic is wrong.
+bool ReadTrailer(std::FILE* file, uint64_t length, LogTrailer& trailer) {
+  if (length < sizeof trailer) return false;
+  if (!deskaid::platform::SeekStream(file, length - sizeof trailer)) return false;
   if (std::fread(&trailer, sizeof trailer, 1, file) != 1) return false;
   return trailer.magic == kLogTrailerMagic;
 }
@@ -281,7 +272,7 @@ bool ReadLogStamp(const char* path, uint32_t& month, uint32_t& day) {
   std::FILE* file = std::fopen(path, "rb");
   if (file == nullptr) return false;
   LogTrailer trailer;
-  bool valid = ReadTrailer(file, FileLength(file), trailer);
+  bool valid = ReadTrailer(file, deskaid::platform::StreamLength(file), trailer);
   std::fclose(file);
   if (!valid) return false;
   month = trailer.stampMonth;
@@ -291,7 +282,9 @@ bool ReadLogStamp(const char* path, uint32_t& month, uint32_t& day) {
 
 bool ConvertLogToText(const char* logPath, const char* textPath, const char* imagePath) {
   AddressResolver resolver(imagePath);
-  if (logPath == nullptr || textPath == nullptr) return false;
+  if (logPath == nullptr || textPath == nullptr || logPath[0] == '\0' || textPath[0] == '\0') {
+    return false;
+  }
   std::FILE* log = std::fopen(logPath, "rb");
   std::FILE* text = std::fopen(textPath, "w");
   if (log == nullptr || text == nullptr) {
@@ -300,9 +293,9 @@ bool ConvertLogToText(const char* logPath, const char* textPath, const char* ima
     return false;
   }
 
-  int64_t length = FileLength(log);
+  const uint64_t length = deskaid::platform::StreamLength(log);
   LogTrailer trailer;
-  if (!ReadTrailer(log, length, trailer) || std::fseek(log, 0, SEEK_SET) != 0) {
+  if (!ReadTrailer(log, length, trailer) || !deskaid::platform::SeekStream(log, 0)) {
     std::fclose(log);
     std::fclose(text);
     return false;
@@ -311,7 +304,7 @@ bool ConvertLogToText(const char* logPath, const char* textPath, const char* ima
   bool complete = true;
   {
     Converter converter(trailer, resolver, text);
-    RecordReader reader(log, static_cast<uint64_t>(length) - sizeof(LogTrailer));
+    RecordReader reader(log, length - sizeof(LogTrailer));
     // Room for the longest body and the two NULs behind it.
     std::vector<char> body(0x10000 + 2);
     for (uint32_t i = 0; i < trailer.recordCount; ++i) {

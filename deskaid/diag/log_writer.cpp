@@ -16,12 +16,6 @@ constexpr uint32_t kTrailerSize = sizeof(LogTrailer);
 constexpr uint32_t kHeaderSize = sizeof(LogRecordHeader);
 constexpr uint8_t kArchiveMode = 255;
 
-uint32_t StreamLength(std::FILE* stream) {
-  if (std::fseek(stream, 0, SEEK_END) != 0) return 0;
-  long length = std::ftell(stream);
-  return length < 0 ? 0 : static_cast<uint32_t>(length);
-}
-
 // Reads the log sequentially in large blocks and hands out exact byte counts, so that compaction
 // walks record headers without a system call per record. Once copying has begun, every byte read
 // also goes to the output, in one write per block rather than one per record.
@@ -87,6 +81,28 @@ class BlockReader {
 
 }  // namespace
 
+// Holds the writer's lock for one operation, noting the owning thread on the outermost entry.
+class CLogWriter::Guard {
+ public:
+  explicit Guard(const CLogWriter& writer) : m_writer(writer) {
+    m_writer.m_lock.lock();
+    if (m_writer.m_nLockDepth++ == 0) {
+      m_writer.m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
+  }
+  ~Guard() {
+    if (--m_writer.m_nLockDepth == 0) {
+      m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
+    }
+    m_writer.m_lock.unlock();
+  }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+ private:
+  const CLogWriter& m_writer;
+};
+
 CLogWriter g_LogWriter;
 
 namespace {
@@ -110,7 +126,9 @@ CLogWriter::CLogWriter()
 CLogWriter::~CLogWriter() { Close(); }
 
 bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint8_t dropPercent) {
-  Close();
+  Guard guard(*this);
+  CloseLocked();
+  if (name == nullptr || name[0] == '\0') return false;
   if (std::strchr(name, deskaid::platform::kPathSeparator) == nullptr) {
     char exe[deskaid::kMaxPath];
     deskaid::platform::ExecutablePath(exe, sizeof exe);
@@ -123,10 +141,15 @@ bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint
   m_nMaxSize = maxSize;  // not clamped: 0 makes every write rotate the file
   m_bEncipher = encipher;
   m_nDropPercent = dropPercent;
-  return OpenFile();
+  return OpenFileLocked();
 }
 
 bool CLogWriter::OpenFile() {
+  Guard guard(*this);
+  return OpenFileLocked();
+}
+
+bool CLogWriter::OpenFileLocked() {
   if (m_pStream != nullptr) return true;
   // A damaged file is deleted and opened again, which creates it afresh. If it cannot be deleted
   // (another process holds it open), it is truncated instead: the outcome is the same empty log.
@@ -137,23 +160,24 @@ bool CLogWriter::OpenFile() {
     if (m_pStream == nullptr) return false;
 
     m_tOpenedAt = deskaid::platform::Time32();
-    m_nSize = StreamLength(m_pStream);
-    std::fseek(m_pStream, 0, SEEK_SET);
-    m_nFileLength = m_nSize;
+    m_nFileLength = deskaid::platform::StreamLength(m_pStream);
+    m_nSize = static_cast<uint32_t>(m_nFileLength);  // the count is 32 bits wide
+    deskaid::platform::SeekStream(m_pStream, 0);
 
-    if (m_nSize == 0) {
+    if (m_nFileLength == 0) {
       InitTrailer();  // reaches the file together with the first record
       return true;
     }
-    if (m_nSize < kTrailerSize) return true;  // kept as it is, and not checked
+    if (m_nFileLength < kTrailerSize) return true;  // kept as it is, and not checked
 
     LogTrailer read{};
-    std::fseek(m_pStream, static_cast<long>(m_nSize - kTrailerSize), SEEK_SET);
-    bool complete = std::fread(&read, 1, kTrailerSize, m_pStream) == kTrailerSize;
+    const uint64_t trailerAt = m_nFileLength - kTrailerSize;
+    bool complete = deskaid::platform::SeekStream(m_pStream, trailerAt) &&
+                    std::fread(&read, 1, kTrailerSize, m_pStream) == kTrailerSize;
     if (complete && read.magic == kLogTrailerMagic) {
       m_trailer = read;
       m_keySchedules.clear();
-      std::fseek(m_pStream, static_cast<long>(m_nSize - kTrailerSize), SEEK_SET);
+      deskaid::platform::SeekStream(m_pStream, trailerAt);
       return true;
     }
     std::fclose(m_pStream);
@@ -163,6 +187,11 @@ bool CLogWriter::OpenFile() {
 }
 
 bool CLogWriter::Close() {
+  Guard guard(*this);
+  return CloseLocked();
+}
+
+bool CLogWriter::CloseLocked() {
   if (m_pStream == nullptr) return true;
   int result = std::fclose(m_pStream);
   m_pStream = nullptr;
@@ -172,12 +201,14 @@ bool CLogWriter::Close() {
 }
 
 bool CLogWriter::SetPath(const char* path) {
-  if (m_pStream != nullptr) return false;
+  Guard guard(*this);
+  if (m_pStream != nullptr || path == nullptr) return false;
   std::snprintf(m_szPath, sizeof m_szPath, "%s", path);
   return true;
 }
 
 void CLogWriter::SetMaxSize(uint32_t bytes) {
+  Guard guard(*this);
   if (bytes == 0) {
     m_nMaxSize = 0xFFFFFFFFu;
   } else if (bytes < 0x10000u) {
@@ -185,6 +216,21 @@ void CLogWriter::SetMaxSize(uint32_t bytes) {
   } else {
     m_nMaxSize = bytes;
   }
+}
+
+uint32_t CLogWriter::GetMaxSize() const {
+  Guard guard(*this);
+  return m_nMaxSize;
+}
+
+uint32_t CLogWriter::GetSize() const {
+  Guard guard(*this);
+  return m_nSize;
+}
+
+bool CLogWriter::IsOpen() const {
+  Guard guard(*this);
+  return m_pStream != nullptr;
 }
 
 void CLogWriter::InitTrailer() {
@@ -206,11 +252,16 @@ void CLogWriter::InitTrailer() {
 }
 
 bool CLogWriter::Write(uint8_t level, const void* data, uint32_t length, uint8_t kind) {
+  Guard guard(*this);
+  return WriteLocked(level, data, length, kind);
+}
+
+bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, uint8_t kind) {
   if (m_pStream == nullptr) return false;
 
   // The record goes over the old trailer, which is written again behind it. In a file shorter
   // than a trailer there is nothing to overwrite and the record starts at the beginning.
-  const uint32_t offset = m_nFileLength >= kTrailerSize ? m_nFileLength - kTrailerSize : 0;
+  const uint64_t offset = m_nFileLength >= kTrailerSize ? m_nFileLength - kTrailerSize : 0;
 
   LogRecordHeader header;
   header.level = level;
@@ -246,7 +297,7 @@ bool CLogWriter::Write(uint8_t level, const void* data, uint32_t length, uint8_t
   // thus equals the file's length, for one that began empty it stays a trailer below it.
   size_t recordBytes = kHeaderSize + static_cast<size_t>(length);
   m_nSize += static_cast<uint32_t>(written < recordBytes ? written : recordBytes);
-  uint32_t end = offset + static_cast<uint32_t>(written);
+  const uint64_t end = offset + written;
   if (end > m_nFileLength) m_nFileLength = end;
 
   if (m_nSize >= m_nMaxSize) {
@@ -260,18 +311,19 @@ bool CLogWriter::Write(uint8_t level, const void* data, uint32_t length, uint8_t
 }
 
 bool CLogWriter::WriteFormat(uint8_t level, uint32_t /*reserved*/, const char* format, ...) {
-  if (m_pStream == nullptr) return false;
-  char text[1024];
+  Guard guard(*this);
+  if (m_pStream == nullptr || format == nullptr) return false;
+  char text[1024];  // a longer text is cut at 1,023 characters
   va_list args;
   va_start(args, format);
-  if (std::vsnprintf(text, sizeof text, format, args) < 0) text[0] = '\0';
+  deskaid::platform::FormatText(text, sizeof text, format, args);
   va_end(args);
-  return Write(level, text, static_cast<uint32_t>(std::strlen(text)), kLogRecordKind);
+  return WriteLocked(level, text, static_cast<uint32_t>(std::strlen(text)), kLogRecordKind);
 }
 
 void CLogWriter::Archive() {
   const uint32_t openedAt = m_tOpenedAt;
-  Close();
+  CloseLocked();
 
   char stamp[40];
   std::tm local = deskaid::platform::LocalTime(openedAt);
@@ -282,14 +334,16 @@ void CLogWriter::Archive() {
   std::snprintf(name, sizeof name, "%s - %s", parts.name.c_str(), stamp);
   std::string archived = deskaid::MakePath(parts.drive, parts.directory, name, parts.extension);
 
-  if (std::rename(m_szPath, archived.c_str()) != 0) {
-    std::remove(m_szPath);  // logging goes on, at the price of the old file
+  // The move never replaces an older archive of the same second: it fails, and logging goes on
+  // at the price of the current file.
+  if (!deskaid::platform::MoveFilePath(m_szPath, archived.c_str())) {
+    deskaid::platform::DeleteFilePath(m_szPath);
   }
-  OpenFile();
+  OpenFileLocked();
 }
 
 void CLogWriter::Compact() {
-  Close();
+  CloseLocked();
 
   char tempPath[deskaid::kMaxPath + 4];
   std::snprintf(tempPath, sizeof tempPath, "%s.n_", m_szPath);
@@ -299,7 +353,7 @@ void CLogWriter::Compact() {
   if (log == nullptr || temp == nullptr) {
     // Nothing was changed: go on with the old file.
     if (log != nullptr) std::fclose(log);
-    OpenFile();
+    OpenFileLocked();
     return;
   }
 
@@ -327,14 +381,15 @@ void CLogWriter::Compact() {
   std::fclose(temp);
   deskaid::platform::DeleteFilePath(m_szPath);
   deskaid::platform::MoveFilePath(tempPath, m_szPath);
-  OpenFile();
+  OpenFileLocked();
 }
 
 uint32_t LogPrintf(uint8_t levelMask, const char* format, ...) {
-  char message[1024];
+  if (format == nullptr) return 0;
+  char message[1024];  // a longer text is cut at 1,023 characters
   va_list args;
   va_start(args, format);
-  if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
+  deskaid::platform::FormatText(message, sizeof message, format, args);
   va_end(args);
   const uint32_t length = static_cast<uint32_t>(std::strlen(message));
 

@@ -4,12 +4,19 @@
 // behind the last record. When the file reaches its size limit the writer either drops the oldest
 // share of the records (compaction) or renames the whole file aside under a time-stamped name and
 // starts a new one (archiving). It fails silently: writes on a closed writer are refused, and a
-// file whose trailer is damaged is deleted and started afresh. Calls on one writer must not
-// overlap; the file is opened deny-write, so a second process cannot write the same log.
+// file whose trailer is damaged is deleted and started afresh. The file is opened deny-write, so
+// a second process cannot write the same log.
+//
+// Every operation may be called from any thread: an internal lock keeps each record, rotation and
+// close whole, and a thread that already holds it (a nested call from a trace hook) may call in
+// again. A single thread sees exactly the bytes and results it would see without the lock.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
+#include <atomic>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "deskaid/common/max_path.h"
@@ -26,7 +33,8 @@ class CLogWriter {
 
   // Closes any open file, then opens `name`: a name without a path separator is placed in the
   // directory of the host executable, any other name is used as the path. `maxSize` is stored as
-  // given (0 makes every write rotate the file); `dropPercent` 255 selects archiving.
+  // given (0 makes every write rotate the file); `dropPercent` 255 selects archiving. A null or
+  // empty name fails, leaving the writer closed.
   bool Open(const char* name, uint32_t maxSize, uint8_t encipher, uint8_t dropPercent);
 
   // Opens the file at the current path (creating it when missing) and checks its trailer; a file
@@ -37,30 +45,37 @@ class CLogWriter {
   // True when closed, or when closing the stream succeeded.
   bool Close();
 
-  // Sets the path while closed (false, and no change, while open). The path must fit 260 chars.
+  // Sets the path while closed (false, and no change, while open, or for a null path). The path
+  // must fit 260 chars.
   bool SetPath(const char* path);
+  // The path buffer. Its text changes only through Open and SetPath.
   const char* GetPath() const { return m_szPath; }
 
   // 0 means never rotate (stored as 0xFFFFFFFF); 1 to 65,535 is raised to 65,536.
   void SetMaxSize(uint32_t bytes);
-  uint32_t GetMaxSize() const { return m_nMaxSize; }
-  // The file's length as the writer counts it: the length at open plus every header and body.
-  uint32_t GetSize() const { return m_nSize; }
-  bool IsOpen() const { return m_pStream != nullptr; }
+  uint32_t GetMaxSize() const;
+  // The file's length as the writer counts it: the length at open plus every header and body, in
+  // 32 bits (a log that never rotates may grow past 4 GiB; records still go to its true end).
+  uint32_t GetSize() const;
+  bool IsOpen() const;
 
   // Appends one record with the given level byte and kind. False only when closed: I/O errors
   // are not reported. Rotates the file afterwards when it has reached the size limit.
   bool Write(uint8_t level, const void* data, uint32_t length, uint8_t kind);
 
   // Formats into 1,024 bytes (cut at 1,023 characters) and writes it as a record of kind 2.
-  // `reserved` is accepted and ignored.
+  // `reserved` is accepted and ignored. A null format writes nothing and returns false.
   bool WriteFormat(uint8_t level, uint32_t reserved, const char* format, ...)
-#if defined(__GNUC__)
-      __attribute__((format(printf, 4, 5)))
-#endif
-      ;
+      DESKAID_PRINTF_FORMAT(4, 5);
 
  private:
+  friend class LogWriterTryLock;
+  class Guard;
+
+  // The bodies of the operations of the same names, run with the lock held. of the operations of the same names.
+  bool OpenFileLocked();
+  bool CloseLocked();
+  bool WriteLocked(uint8_t level, const void* data, uint32_t length, uint8_t kind);
   void InitTrailer();
   void Archive();
   void Compact();
@@ -74,13 +89,19 @@ class CLogWriter {
   uint8_t m_bEncipher;
   LogTrailer m_trailer;
   // The file's real length, which the size above does not always match (a file that began empty
-  // stays a trailer longer): it tells where the next record goes.
-  uint32_t m_nFileLength = 0;
+  // stays a trailer longer, and one past 4 GiB outgrows the 32-bit count): where the next record
+  // goes.
+  uint64_t m_nFileLength = 0;
   // The cipher of each trailer key right after its key schedule, made when first needed and
   // dropped whenever the trailer (and so the keys) changes.
   std::vector<Rc4Cipher> m_keySchedules;
   // Header, body and trailer of the record being written, kept to spare an allocation per record.
   std::vector<uint8_t> m_record;
+  // Held by every operation. The owner is kept so that a path that must not nest (a crash
+  // handler) can tell that its own thread is inside an operation; the depth counts nested calls.
+  mutable std::recursive_timed_mutex m_lock;
+  mutable std::atomic<std::thread::id> m_owner{};
+  mutable int m_nLockDepth = 0;
 };
 
 // The process-wide writer. It starts closed; nothing is logged until a caller opens it.
@@ -89,8 +110,6 @@ extern CLogWriter g_LogWriter;
 // Formats the message into 1,024 bytes and writes it to g_LogWriter as one record, with the level
 // of the first of the bits LOG_LEVEL_1, _2, _4, _8 that is set. With LOG_TO_DEBUG_TRACE the
 // message also goes to DebugTrace as "LOG: %s\n". Returns non-zero when a record was written.
-uint32_t LogPrintf(uint8_t levelMask, const char* format, ...)
-#if defined(__GNUC__)
-    __attribute__((format(printf, 2, 3)))
-#endif
-    ;
+// Windows formats with the runtime's _vsnprintf, other systems with vsnprintf. A null format
+// writes and traces nothing and returns 0.
+uint32_t LogPrintf(uint8_t levelMask, const char* format, ...) DESKAID_PRINTF_FORMAT(2, 3);

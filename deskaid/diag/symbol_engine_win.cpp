@@ -75,13 +75,19 @@ bool CSymbolEngine::UnloadModule(uint64_t base) {
   return true;
 }
 
+// The module record as dbghelp has long known it. Newer headers append two fields (1,680 bytes);
+// the leading 1,672 bytes keep their layout, and this size is the one every dbghelp accepts. The
+// caller's bytes beyond it are left as they are.
+constexpr DWORD kModuleInfoSize = 1672;
+static_assert(sizeof(SymModuleInfo) >= kModuleInfoSize, "the module record holds the known size");
+
 bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
   if (m_hProcess == nullptr) {
     m_dwLastError = kNotInitialized;
     return false;
   }
-  std::memset(&info, 0, sizeof info);
-  info.SizeOfStruct = sizeof info;
+  std::memset(&info, 0, kModuleInfoSize);
+  info.SizeOfStruct = kModuleInfoSize;
   if (!SymGetModuleInfo64(m_hProcess, base, &info)) {
     m_dwLastError = ::GetLastError();
     return false;

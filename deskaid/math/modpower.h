@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "deskaid/math/bigint.h"
 
@@ -19,8 +20,14 @@ class CModPower {
   // dividend's sign). An exponent that is not above 0 gives 1 % n. A zero or null modulus
   // raises the divide fault.
   CBigInt PowMod(CBigInt& base);
+  // The second entry of PowMod, with the same behaviour, write-back included.
+  CBigInt Raise(CBigInt& base) { return PowMod(base); }
   // Stores the exponent, then the modulus, then computes PowMod(base).
   CBigInt Transform(CBigInt& base, CBigInt exponent, CBigInt modulus);
+  // The second entry of Transform, with the same behaviour.
+  CBigInt TransformBlock(CBigInt& base, CBigInt exponent, CBigInt modulus) {
+    return Transform(base, std::move(exponent), std::move(modulus));
+  }
   // Transform, then the decimal text of the result.
   std::string TransformText(CBigInt& base, CBigInt exponent, CBigInt modulus);
   // The decimal text of (value ^ m_Exponent) % m_Modulus.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -77,10 +78,20 @@ TEST(SymbolEngine, LoadsAnImageAndResolvesItsFunctionsAndLines) {
   ASSERT_EQ(base, 0x400000u) << "lastError " << engine.GetLastError();
 
   SymModuleInfo info;
+  std::memset(&info, 0xA5, sizeof info);
   ASSERT_TRUE(engine.GetModuleInfo(base, info));
   EXPECT_EQ(info.BaseOfImage, base);
   EXPECT_GT(info.ImageSize, 0u);
+  EXPECT_NE(info.ModuleName[0], '\0');
+#ifdef _WIN32
+  // The record dbghelp has always accepted: 1,672 bytes, zeroed and filled; newer headers' two
+  // extra fields behind it are the caller's.
+  EXPECT_EQ(info.SizeOfStruct, 1672u);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&info);
+  for (size_t i = 1672; i < sizeof info; ++i) EXPECT_EQ(bytes[i], 0xA5) << i;
+#else
   EXPECT_EQ(info.SizeOfStruct, sizeof info);
+#endif
 
   std::string name;
   uint64_t displacement = 99;

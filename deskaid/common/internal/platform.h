@@ -3,6 +3,7 @@
 // equivalents, with '/' taking the backslash's role in paths.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -38,6 +39,18 @@ uint32_t Time32();
 // Broken-down local time of a 32-bit time stamp.
 std::tm LocalTime(uint32_t seconds);
 
+// Formats with the platform's own runtime formatter: _vsnprintf of the Windows runtime (which
+// differs from C99 in %e exponents, %p case, rounding and length modifiers), vsnprintf elsewhere.
+// The result is always terminated: a text that does not fit is cut at `size` - 1 characters.
+// A null format gives the empty text.
+void FormatText(char* buffer, size_t size, const char* format, va_list args);
+
+// The length of an open file and positioning in it, with 64-bit offsets on every platform (the
+// runtime's long-based fseek and ftell stop at 2 GiB on Windows). StreamLength leaves the stream
+// at the end and gives 0 when the length cannot be told.
+uint64_t StreamLength(std::FILE* stream);
+bool SeekStream(std::FILE* stream, uint64_t offset);
+
 // Hands a text to the system debugger output (OutputDebugStringA; standard error elsewhere).
 void DebuggerOutput(const char* text);
 
@@ -60,8 +73,8 @@ const char* NextChar(const char* text);
 // (CompareStringA with NORM_IGNORECASE; ASCII case folding elsewhere).
 bool EqualIgnoringCase(const char* a, const char* b, int length);
 
-// DeleteFileA / MoveFileA. The move fails when the destination exists on Windows; callers delete
-// the destination first.
+// DeleteFileA / MoveFileA. The move never replaces an existing destination, on any platform;
+// callers that mean to replace one delete it first.
 bool DeleteFilePath(const char* path);
 bool MoveFilePath(const char* from, const char* to);
 

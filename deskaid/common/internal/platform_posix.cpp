@@ -58,6 +58,22 @@ std::tm LocalTime(uint32_t seconds) {
   return result;
 }
 
+void FormatText(char* buffer, size_t size, const char* format, va_list args) {
+  if (size == 0) return;
+  // vsnprintf always terminates: a longer text is cut at size - 1 characters.
+  if (format == nullptr || std::vsnprintf(buffer, size, format, args) < 0) buffer[0] = '\0';
+}
+
+uint64_t StreamLength(std::FILE* stream) {
+  if (fseeko(stream, 0, SEEK_END) != 0) return 0;
+  off_t length = ftello(stream);
+  return length < 0 ? 0 : static_cast<uint64_t>(length);
+}
+
+bool SeekStream(std::FILE* stream, uint64_t offset) {
+  return fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+}
+
 void DebuggerOutput(const char* text) {
   std::fputs(text, stderr);
   std::fflush(stderr);
@@ -108,8 +124,14 @@ bool EqualIgnoringCase(const char* a, const char* b, int length) {
 bool DeleteFilePath(const char* path) { return unlink(path) == 0; }
 
 bool MoveFilePath(const char* from, const char* to) {
+  // MoveFileA never replaces an existing file. Where the kernel and file system can refuse the
+  // replacement themselves the move is atomic; elsewhere the check comes just before the rename.
+#ifdef RENAME_NOREPLACE
+  if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return false;
+#endif
   struct stat st;
-  if (lstat(to, &st) == 0) return false;  // MoveFileA never replaces an existing file.
+  if (lstat(to, &st) == 0) return false;
   return std::rename(from, to) == 0;
 }
 

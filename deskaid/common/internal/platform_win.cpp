@@ -47,6 +47,28 @@ std::tm LocalTime(uint32_t seconds) {
   return result;
 }
 
+void FormatText(char* buffer, size_t size, const char* format, va_list args) {
+  if (size == 0) return;
+  if (format == nullptr) {
+    buffer[0] = '\0';
+    return;
+  }
+  // The runtime's _vsnprintf leaves a text that fills the buffer unterminated and returns -1 for
+  // one that does not fit: both are cut at the last byte.
+  int n = _vsnprintf(buffer, size, format, args);
+  if (n < 0 || static_cast<size_t>(n) >= size) buffer[size - 1] = '\0';
+}
+
+uint64_t StreamLength(std::FILE* stream) {
+  if (_fseeki64(stream, 0, SEEK_END) != 0) return 0;
+  __int64 length = _ftelli64(stream);
+  return length < 0 ? 0 : static_cast<uint64_t>(length);
+}
+
+bool SeekStream(std::FILE* stream, uint64_t offset) {
+  return _fseeki64(stream, static_cast<__int64>(offset), SEEK_SET) == 0;
+}
+
 void DebuggerOutput(const char* text) { OutputDebugStringA(text); }
 
 std::FILE* OpenDenyWrite(const char* path, bool truncate) {
@@ -54,7 +76,7 @@ std::FILE* OpenDenyWrite(const char* path, bool truncate) {
 }
 
 size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t length) {
-  if (_fseeki64(stream, static_cast<__int64>(offset), SEEK_SET) != 0) return 0;
+  if (!SeekStream(stream, offset)) return 0;
   size_t written = std::fwrite(data, 1, length, stream);
   std::fflush(stream);
   return written;
