@@ -1,6 +1,7 @@
 // A gallery of message boxes: shows representative boxes one after another, photographs each
 // from a second thread once it is on screen, saves the picture as a BMP file and dismisses the
-// box. Usage: msgbox_gallery_win [output directory]   (default: the current directory)
+// box; last, the crash box of a host that failed (crash_demo.exe).
+// Usage: msgbox_gallery_win [output directory]   (default: the current directory)
 #include <windows.h>
 
 #include <cstdio>
@@ -79,17 +80,26 @@ bool SaveWindowPicture(HWND window, const std::string& path) {
 // Under Wine on a display without a window manager (Xvfb), the title bars of managed windows are
 // left to a manager that is not there. The gallery asks Wine to draw its windows itself, which it
 // reads at process start: so the setting is made once and the program runs itself again.
-bool RelaunchedUnmanagedUnderWine(int& exitCode) {
+bool UnderWine() {
   HMODULE ntdll = GetModuleHandleA("ntdll.dll");
-  if (ntdll == nullptr || GetProcAddress(ntdll, "wine_get_version") == nullptr) return false;
-  if (GetEnvironmentVariableA("MSGBOX_GALLERY_CHILD", nullptr, 0) != 0) return false;
-  const char* key = "Software\\Wine\\AppDefaults\\msgbox_gallery_win.exe\\X11 Driver";
+  return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+// Asks Wine to draw the windows of the program `exe` itself (read when that program starts).
+bool DrawWindowsUnmanaged(const char* exe) {
+  const std::string key = std::string("Software\\Wine\\AppDefaults\\") + exe + "\\X11 Driver";
   HKEY handle;
-  if (RegCreateKeyExA(HKEY_CURRENT_USER, key, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &handle,
-                      nullptr) != ERROR_SUCCESS)
+  if (RegCreateKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr,
+                      &handle, nullptr) != ERROR_SUCCESS)
     return false;
   RegSetValueExA(handle, "Managed", 0, REG_SZ, reinterpret_cast<const BYTE*>("N"), 2);
   RegCloseKey(handle);
+  return true;
+}
+
+bool RelaunchedUnmanagedUnderWine(int& exitCode) {
+  if (!UnderWine() || GetEnvironmentVariableA("MSGBOX_GALLERY_CHILD", nullptr, 0) != 0) return false;
+  if (!DrawWindowsUnmanaged("msgbox_gallery_win.exe")) return false;
   SetEnvironmentVariableA("MSGBOX_GALLERY_CHILD", "1");
   STARTUPINFOA startup{};
   startup.cb = sizeof startup;
@@ -104,6 +114,38 @@ bool RelaunchedUnmanagedUnderWine(int& exitCode) {
   CloseHandle(process.hProcess);
   exitCode = static_cast<int>(code);
   return true;
+}
+
+// The crash box of a host that failed: crash_demo.exe, beside this program, crashes with the box
+// asked for; the box is photographed and closed, which ends that process.
+bool PhotographCrashBox(const std::string& directory) {
+  char self[MAX_PATH];
+  GetModuleFileNameA(nullptr, self, MAX_PATH);
+  std::string demo(self);
+  demo.erase(demo.find_last_of('\\') + 1) += "crash_demo.exe";
+  if (UnderWine()) DrawWindowsUnmanaged("crash_demo.exe");
+  std::string line = "\"" + demo + "\" \"" + directory + "crash-box\" box";
+  CreateDirectoryA((directory + "crash-box").c_str(), nullptr);
+  STARTUPINFOA startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process{};
+  if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                      &process))
+    return false;
+  bool saved = false;
+  if (HWND box = WaitForDialog("crash_demo.exe")) {
+    Sleep(600);
+    saved = SaveWindowPicture(box, directory + "msgbox_crash.bmp");
+    SendMessageA(GetDlgItem(box, IDCUSTOM1), BM_CLICK, 0, 0);
+  }
+  WaitForSingleObject(process.hProcess, 30000);
+  DWORD code = 0;
+  GetExitCodeProcess(process.hProcess, &code);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  std::printf("%-28s exit 0x%08lX  %s\n", "msgbox_crash", static_cast<unsigned long>(code),
+              saved ? (directory + "msgbox_crash.bmp").c_str() : "(no picture)");
+  return saved;
 }
 
 void ReportProblem(const char* text, void*) {
@@ -174,6 +216,7 @@ int main(int argc, char** argv) {
                 saved ? path.c_str() : "(no picture)");
     if (!saved) ++failures;
   }
+  if (!PhotographCrashBox(directory)) ++failures;
   if (icon.params.hIconModule != nullptr) FreeLibrary(icon.params.hIconModule);
   return failures == 0 ? 0 : 1;
 }

@@ -9,6 +9,7 @@
 #include "deskaid/common/internal/path.h"
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/common/rc4.h"
+#include "deskaid/diag/internal/file_stamp.h"
 
 namespace {
 
@@ -325,13 +326,10 @@ void CLogWriter::Archive() {
   const uint32_t openedAt = m_tOpenedAt;
   CloseLocked();
 
-  char stamp[40];
-  std::tm local = deskaid::platform::LocalTime(openedAt);
-  std::strftime(stamp, sizeof stamp, "%Y.%m.%d %H.%M.%S", &local);
-
+  const std::string stamp = deskaid::FileStamp(openedAt);
   deskaid::SplitPath parts(m_szPath);
   char name[deskaid::kMaxPath];
-  std::snprintf(name, sizeof name, "%s - %s", parts.name.c_str(), stamp);
+  std::snprintf(name, sizeof name, "%s - %s", parts.name.c_str(), stamp.c_str());
   std::string archived = deskaid::MakePath(parts.drive, parts.directory, name, parts.extension);
 
   // The move never replaces an older archive of the same second: it fails, and logging goes on

@@ -82,6 +82,23 @@ TEST(ReadmeExamples, Symbols) {
   EXPECT_TRUE(sawTest) << "the walk passes through this test's own body";
 }
 
+void UploadReport(const char* dumpPath, const char* logPath, void*) {
+  std::printf("would upload %s and %s\n", dumpPath, logPath);
+}
+
+TEST(ReadmeExamples, CrashCapture) {
+  // README: crash
+  CrashHandlerOptions options;  // all zero: a minidump beside the log, no box
+  options.dwOptions = CRASH_SHOW_MESSAGE_BOX;  // Windows: ask the user, offering Report
+  options.pfnReport = UploadReport;            // called with the dump's and the log's paths
+  bool installed = InstallCrashHandler(&options);
+  // ... the host's work; a crash is logged with its stack, dumped and reported ...
+  RemoveCrashHandler();
+  // README: end
+  EXPECT_TRUE(installed);
+  EXPECT_FALSE(RemoveCrashHandler()) << "removed once";
+}
+
 TEST(ReadmeExamples, BigIntegers) {
   // README: bigint
   CBigInt a("123456789012345678901234567890");

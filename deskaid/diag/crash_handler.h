@@ -1,0 +1,60 @@
+// Crash capture: when the host fails, the log, the symbol engine and the message box work together
+// so that the failure can be read back later.
+//
+// On Windows the handler catches unhandled structured exceptions (access violations, divide by
+// zero, illegal instructions, stack overflows), abort, std::terminate (which a pure virtual call
+// also reaches in GCC builds; MSVC builds catch it on its own) and the runtime's invalid-parameter
+// reports. It then, in this order:
+//   1. writes to the global log, when it is open, one record naming the failure, its code and the
+//      faulting address as "[XXXXXXXX]", and one record per stack frame (up to 64) with the
+//      frame's return address as "[XXXXXXXX]", so that ConvertLogToText (or `logexport --image`)
+//      turns the whole crash into function names;
+//   2. writes a minidump, "<executable name> - YYYY.MM.DD HH.MM.SS.dmp", into the chosen folder
+//      (by default the log's folder, or the executable's when no log is open);
+//   3. when asked, shows a message box of the module's own engine with an error icon, a sentence,
+//      the dump's path and the buttons Close and Report; Report calls the host's callback and
+//      leaves the box open;
+//   4. ends the process with the failure's code as its exit status: the exception code, or
+//      0x40000015 (STATUS_FATAL_APP_EXIT) for abort and std::terminate, or 0xC0000417
+//      (STATUS_INVALID_CRUNTIME_PARAMETER) for an invalid parameter.
+// The work runs on a thread started when the crash happens (a stack overflow leaves the failing
+// thread no stack to work on). A second failure while the handler works ends the process at once.
+//
+// On POSIX systems the handler catches SIGSEGV, SIGFPE, SIGILL, SIGBUS and SIGABRT on an
+// alternate signal stack of the installing thread, writes the same log records, writes no
+// minidump and shows no box, and raises the signal again with its default action, so the exit
+// status and any core dump stay as the system gives them.
+//
+// The log records are written only if the log's lock can be had within a second and the failing
+// thread was not itself inside a log operation; otherwise they are dropped rather than waited for.
+// Frames are followed through frame pointers: code built without them may show fewer frames.
+#pragma once
+
+#include <cstdint>
+
+#include "deskaid/common/max_path.h"
+
+// Bits of CrashHandlerOptions::dwOptions.
+constexpr uint32_t CRASH_NO_DUMP = 0x1;           // write no minidump
+constexpr uint32_t CRASH_SHOW_MESSAGE_BOX = 0x2;  // show the crash box before the process ends
+
+// Called when the user presses Report in the crash box, on the handler's thread, with the dump's
+// path and the log's path (each empty when there is none) and the caller's context.
+using CrashReportCallback = void (*)(const char* dumpPath, const char* logPath, void* context);
+
+// The handler's settings. A zero record (and a null pointer) means: write a minidump into the
+// log's folder, or the executable's when no log is open, and show no box.
+struct CrashHandlerOptions {
+  uint32_t dwOptions = 0;                  // CRASH_* bits
+  char szDumpFolder[deskaid::kMaxPath] = {};  // folder for the minidump; empty: see above
+  CrashReportCallback pfnReport = nullptr;   // called by the box's Report button
+  void* pReportContext = nullptr;            // handed to pfnReport
+};
+
+// Installs the handler for the whole process, remembering what was installed before. The options
+// are copied. Returns false when a handler of this module is already installed (remove it first)
+// or the platform refused a part of it, in which case nothing stays installed.
+bool InstallCrashHandler(const CrashHandlerOptions* options);
+
+// Restores what was installed before InstallCrashHandler. Returns false when none is installed.
+bool RemoveCrashHandler();

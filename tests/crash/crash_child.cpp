@@ -1,0 +1,120 @@
+// A host that fails on purpose, with the crash handler installed:
+//   crash_child KIND DIR [box] [nolog] [second]
+// KIND names the failure. DIR receives the log (crash.log, unless "nolog") and, when the crash
+// box's Report button is pressed, report.txt with "<dump path>|<log path>". "second" plants a
+// failure inside the handler: a trace hook that faults.
+#include <deskaid/deskaid.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
+// The failures are meant to reach the processor: the undefined-behaviour checks of a sanitized
+// build would otherwise stop them first.
+#if defined(__GNUC__)
+#define CHILD_NOINLINE __attribute__((noinline, no_sanitize_undefined))
+#else
+#define CHILD_NOINLINE __declspec(noinline)
+#endif
+
+namespace {
+
+std::string g_dir;
+volatile int g_zero = 0;
+volatile int* volatile g_null = nullptr;
+volatile int g_sink = 0;
+
+void WriteReport(const char* dumpPath, const char* logPath, void*) {
+  std::FILE* f = std::fopen((g_dir + "/report.txt").c_str(), "wb");
+  if (f == nullptr) return;
+  std::fprintf(f, "%s|%s", dumpPath, logPath);
+  std::fclose(f);
+}
+
+}  // namespace
+
+// Where a call of a pure virtual function lands: the runtime's pure-call entry. The call itself is
+// undefined behaviour that an optimiser may turn into anything, so the child calls the entry.
+#if defined(_MSC_VER)
+extern "C" int __cdecl _purecall();
+#define PURE_CALL_ENTRY() _purecall()
+#else
+extern "C" void __cxa_pure_virtual();
+#define PURE_CALL_ENTRY() __cxa_pure_virtual()
+#endif
+
+CHILD_NOINLINE void FaultingTraceHook(const char*, void*) { *g_null = 1; }
+
+extern "C" CHILD_NOINLINE int Recurse(int depth) {
+  volatile char pad[512];
+  pad[0] = static_cast<char>(depth);
+  if (g_zero > 1) return pad[0];  // never: the recursion goes on until the stack is gone
+  return Recurse(depth + 1) + pad[0];
+}
+
+extern "C" CHILD_NOINLINE void CrashingFunction(const char* kind) {
+  if (std::strcmp(kind, "access") == 0) *g_null = 42;
+  if (std::strcmp(kind, "divide") == 0) g_sink = 7 / g_zero;
+  // An undefined instruction in line: a trap the compiler emits may move out of the function.
+  if (std::strcmp(kind, "illegal") == 0) __asm__ volatile("ud2");
+  if (std::strcmp(kind, "stack") == 0) g_sink = Recurse(0);
+  if (std::strcmp(kind, "abort") == 0) std::abort();
+  if (std::strcmp(kind, "terminate") == 0) std::terminate();
+  if (std::strcmp(kind, "purecall") == 0) PURE_CALL_ENTRY();
+#ifdef _WIN32
+  if (std::strcmp(kind, "parameter") == 0) {
+    // A runtime that checks its arguments reports this one to its invalid-parameter handler.
+    // Wine's msvcrt.dll keeps that handler out of reach and only prints the report, so the
+    // child then reports as the runtime does, through the handler the host's runtime holds.
+    char* target = nullptr;
+    g_sink = strcpy_s(target, 0, "x");
+    if (_invalid_parameter_handler handler = _get_invalid_parameter_handler()) {
+      handler(nullptr, nullptr, nullptr, 0, 0);
+    }
+  }
+#else
+  if (std::strcmp(kind, "bus") == 0) {
+    // A mapping beyond the end of an empty file: touching it is a bus error.
+    std::string path = g_dir + "/empty";
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+    auto* page = static_cast<volatile char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0));
+    g_sink = page[0];
+  }
+#endif
+  g_sink = g_sink + 1;
+}
+
+extern "C" CHILD_NOINLINE void CallerOfCrash(const char* kind) {
+  CrashingFunction(kind);
+  g_sink = g_sink + 1;
+}
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  g_dir = argv[2];
+  bool box = false, log = true, second = false;
+  for (int i = 3; i < argc; ++i) {
+    box = box || std::strcmp(argv[i], "box") == 0;
+    log = log && std::strcmp(argv[i], "nolog") != 0;
+    second = second || std::strcmp(argv[i], "second") == 0;
+  }
+  if (log) g_LogWriter.Open((g_dir + "/crash.log").c_str(), 0xFFFFFFFF, 1, 20);
+  CrashHandlerOptions options;
+  if (box) options.dwOptions |= CRASH_SHOW_MESSAGE_BOX;
+  options.pfnReport = WriteReport;
+  if (!InstallCrashHandler(&options)) return 3;
+  if (second) SetDebugTraceSink(FaultingTraceHook, nullptr);
+  LogPrintf(LOG_LEVEL_2, "child ready");
+  CallerOfCrash(argv[1]);
+  return 0;
+}
