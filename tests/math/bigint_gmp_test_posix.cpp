@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <vector>
 
 #include <deskaid/math/bigint.h>
+#include <deskaid/math/internal/limb_kernels.h>
 #include "math/gmp_oracle.h"
 
 namespace {
@@ -11,6 +13,7 @@ namespace {
 using mathtest::Mpz;
 using mathtest::Operands;
 using mathtest::ToMpz;
+namespace limbs = deskaid::limbs;
 
 constexpr int kMaxBits = 4096;
 constexpr int kRounds = 1500;
@@ -140,6 +143,70 @@ TEST(BigIntVersusGmp, LongDecimalText) {
     mpz_set_str(m.v, text.c_str(), 10);
     EXPECT_SAME(a, m);
     EXPECT_EQ(a.GetString(), text);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Sizes around the point where division changes method.
+
+constexpr int kLimbWords = limbs::kWordsPerLimb;
+
+// A non-negative value of exactly `words` words below the sign word, its top bit at one of the
+// top eight places (so the divisor's normalising shift varies), with runs of 0 and 1 words.
+CBigInt ExactWords(Operands& gen, int words) {
+  std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
+  for (int i = 0; i < words; ++i) w[i] = gen.Word();
+  const int top = 31 - static_cast<int>(gen.Next() % 8);
+  w[words - 1] = (w[words - 1] & ((1u << top) - 1)) | (1u << top);
+  CBigInt r(w.data(), words + 1);
+  r.Normalize();
+  return r;
+}
+
+CBigInt FromMpz(const Mpz& m) {
+  CBigInt r;
+  r.Parse(m.Str(16).c_str(), 16);
+  r.Normalize();
+  return r;
+}
+
+void ExpectDivision(const CBigInt& a, const CBigInt& b) {
+  Mpz q, r;
+  mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
+  EXPECT_SAME(a / b, q);
+  EXPECT_SAME(a % b, r);
+  g_cases += 2;
+}
+
+TEST(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
+  Operands gen(8);
+  const int t = static_cast<int>(limbs::kDivideRecursionThreshold);
+  // Divisor and quotient lengths in limbs: one limb a step, the split, several splits, quotients
+  // shorter than, equal to and longer than the divisor (whole blocks and a partial one).
+  for (int dl : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 3 * t + 5}) {
+    for (int ql : {1, t / 2 - 1, t / 2, t - 1, dl - 1, dl, dl + 1, 2 * dl + t / 2 + 3}) {
+      for (int k = 0; k < 2; ++k) {
+        CBigInt b = ExactWords(gen, dl * kLimbWords - k);
+        CBigInt a = ExactWords(gen, (dl + ql) * kLimbWords - k);
+        ExpectDivision(gen.Next() % 2 ? -a : a, gen.Next() % 2 ? -b : b);
+        // Largest remainder and an exact multiple: every correction step at its limit.
+        Mpz m, q;
+        mpz_tdiv_q(q.v, ToMpz(a).v, ToMpz(b).v);
+        mpz_mul(m.v, q.v, ToMpz(b).v);
+        ExpectDivision(FromMpz(m), b);
+        mpz_add(m.v, m.v, ToMpz(b).v);
+        mpz_sub_ui(m.v, m.v, 1);
+        ExpectDivision(FromMpz(m), b);
+        // Dividends whose top words equal the divisor's, and b * 2^k - 1, whose partial
+        // remainders are all b - 1: estimates from the divisor's top words overflow.
+        Mpz top;
+        mpz_mul_2exp(top.v, ToMpz(b).v, 32 * ql * kLimbWords);
+        mpz_add(m.v, top.v, ToMpz(a).v);
+        ExpectDivision(FromMpz(m), b);
+        mpz_sub_ui(top.v, top.v, 1);
+        ExpectDivision(FromMpz(top), b);
+      }
+    }
   }
 }
 

@@ -11,9 +11,6 @@ namespace deskaid {
 namespace limbs {
 namespace {
 
-// Below this many limbs the schoolbook product beats Karatsuba's extra additions.
-constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 48 : 96;
-
 int LeadingZeros(Limb x) {
   int n = 0;
   for (int step = kLimbBits / 2; step > 0; step /= 2) {
@@ -31,6 +28,11 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     const Limb* t = a; a = b; b = t;
     size_t tn = na; na = nb; nb = tn;
   }
+#if DESKAID_LIMB_ASM
+  // Row by row: the assembly row beats the two-row loop in C.
+  r[na] = Mul1(r, a, na, b[0], 0);
+  for (size_t j = 1; j < nb; ++j) r[na + j] = AddMul1(r + j, a, na, b[j]);
+#else
   size_t j = 0;
   if (nb % 2) {
     r[na] = Mul1(r, a, na, b[0], 0);
@@ -44,6 +46,7 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     r[na + j] = hi[0];
     r[na + j + 1] = hi[1];
   }
+#endif
 }
 
 // r += a (a of n limbs) at r[0..rn), carrying upward.
@@ -170,6 +173,88 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
   return borrow;
 }
 
+#if DESKAID_LIMB_ASM
+// Two limbs a pass: load, multiply, add the carry and the limb of r, store. GCC keeps the
+// double-limb sums of the portable loop in memory; here everything stays in registers.
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  if (n & 1) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
+    r[0] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  if (n == 0) return carry;
+  Limb next;
+  __asm__(
+      "1:\n\t"
+      "movq (%[a]), %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[c], %%rax\n\t"
+      "movq 8(%[a]), %[c]\n\t"
+      "adcq $0, %%rdx\n\t"
+      "addq %%rax, (%[r])\n\t"
+      "movq %%rdx, %[t]\n\t"
+      "adcq $0, %[t]\n\t"
+      "movq %[c], %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[t], %%rax\n\t"
+      "adcq $0, %%rdx\n\t"
+      "addq %%rax, 8(%[r])\n\t"
+      "adcq $0, %%rdx\n\t"
+      "movq %%rdx, %[c]\n\t"
+      "leaq 16(%[a]), %[a]\n\t"
+      "leaq 16(%[r]), %[r]\n\t"
+      "decq %[n]\n\t"
+      "jnz 1b\n\t"
+      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(next)
+      : [m] "r"(m)
+      : "rax", "rdx", "cc", "memory");
+  return carry;
+}
+
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb borrow = 0;
+  if (n & 1) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
+    const Limb pl = static_cast<Limb>(p);
+    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
+    r[0] -= pl;
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  if (n == 0) return borrow;
+  Limb next;
+  __asm__(
+      "1:\n\t"
+      "movq (%[a]), %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[c], %%rax\n\t"
+      "movq 8(%[a]), %[c]\n\t"
+      "adcq $0, %%rdx\n\t"
+      "subq %%rax, (%[r])\n\t"
+      "movq %%rdx, %[t]\n\t"
+      "adcq $0, %[t]\n\t"
+      "movq %[c], %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[t], %%rax\n\t"
+      "adcq $0, %%rdx\n\t"
+      "subq %%rax, 8(%[r])\n\t"
+      "adcq $0, %%rdx\n\t"
+      "movq %%rdx, %[c]\n\t"
+      "leaq 16(%[a]), %[a]\n\t"
+      "leaq 16(%[r]), %[r]\n\t"
+      "decq %[n]\n\t"
+      "jnz 1b\n\t"
+      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(borrow), [t] "=&r"(next)
+      : [m] "r"(m)
+      : "rax", "rdx", "cc", "memory");
+  return borrow;
+}
+#else
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   for (size_t i = 0; i < n; ++i) {
@@ -179,6 +264,19 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   }
   return carry;
 }
+
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[i]) * m + carry;
+    const Limb pl = static_cast<Limb>(p);
+    const Limb ri = r[i];
+    carry = static_cast<Limb>(p >> kLimbBits) + (ri < pl);
+    r[i] = ri - pl;
+  }
+  return carry;
+}
+#endif
 
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
   // lo carries into the next position, high into the one after it.
@@ -236,6 +334,7 @@ void Square(Limb* r, const Limb* a, size_t n) {
   // the diagonal.
   std::memset(r, 0, 2 * n * sizeof(Limb));
   size_t i = 0;
+#if !DESKAID_LIMB_ASM
   for (; i + 2 < n; i += 2) {
     // a[i+1]*a[i] on its own, then a[j]*a[i] and a[j]*a[i+1] for j >= i+2 together.
     DoubleLimb p = static_cast<DoubleLimb>(a[i + 1]) * a[i];
@@ -246,6 +345,7 @@ void Square(Limb* r, const Limb* a, size_t n) {
     AddLimb(r + i + n, n - i, hi[0]);
     AddLimb(r + i + n + 1, n - i - 1, hi[1]);
   }
+#endif
   for (; i + 1 < n; ++i) {
     Limb c = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
     AddLimb(r + n + i, n - i, c);
@@ -278,6 +378,167 @@ Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
   return rem;
 }
 
+namespace {
+
+// Divisor of two or more limbs with its top bit set, and the reciprocal of its top two limbs:
+// floor((base^3 - 1) / (d1 * base + d0)) - base. With it each quotient limb costs two products
+// instead of a double-limb division.
+struct NormalDivisor {
+  const Limb* v;
+  size_t n;
+  Limb d1, d0, inverse;
+
+  NormalDivisor(const Limb* limbs, size_t count)
+      : v(limbs), n(count), d1(limbs[count - 1]), d0(limbs[count - 2]) {
+    const DoubleLimb num = (static_cast<DoubleLimb>(~d1) << kLimbBits) | ~static_cast<Limb>(0);
+    Limb inv = static_cast<Limb>(num / d1);
+    // From the reciprocal of d1 to that of (d1, d0).
+    Limb p = d1 * inv + d0;
+    if (p < d0) {
+      --inv;
+      if (p >= d1) {
+        --inv;
+        p -= d1;
+      }
+      p -= d1;
+    }
+    const DoubleLimb t = static_cast<DoubleLimb>(inv) * d0;
+    const Limb t1 = static_cast<Limb>(t >> kLimbBits), t0 = static_cast<Limb>(t);
+    p += t1;
+    if (p < t1) {
+      --inv;
+      if (p > d1 || (p == d1 && t0 >= d0)) --inv;
+    }
+    inverse = inv;
+  }
+
+  // The quotient limb of (u2, u1, u0) by (d1, d0); requires (u2, u1) < (d1, d0).
+  Limb QuotientOf(Limb u2, Limb u1, Limb u0) const {
+    DoubleLimb q = static_cast<DoubleLimb>(inverse) * u2;
+    q += (static_cast<DoubleLimb>(u2) << kLimbBits) | u1;
+    Limb q1 = static_cast<Limb>(q >> kLimbBits);
+    const Limb q0 = static_cast<Limb>(q);
+    Limb r1 = u1 - q1 * d1;
+    DoubleLimb r = (static_cast<DoubleLimb>(r1) << kLimbBits) | u0;
+    const DoubleLimb d = (static_cast<DoubleLimb>(d1) << kLimbBits) | d0;
+    r -= static_cast<DoubleLimb>(d0) * q1;
+    r -= d;
+    ++q1;
+    r1 = static_cast<Limb>(r >> kLimbBits);
+    if (r1 >= q0) {
+      --q1;
+      r += d;
+    }
+    if (r >= d) ++q1;
+    return q1;
+  }
+};
+
+// r[0..n) -= 1; returns the borrow.
+Limb Decrement(Limb* r, size_t n) {
+  for (size_t i = 0; i < n; ++i) {
+    if (r[i]-- != 0) return 0;
+  }
+  return 1;
+}
+
+// Long division of u[0 .. nq+n) by d, one quotient limb a step. Returns 1 when the top n limbs
+// of u were at least d (they are reduced first and the quotient has that extra top unit).
+// The remainder is left in u[0..n).
+Limb DivideBasecase(Limb* q, Limb* u, size_t nq, const NormalDivisor& d) {
+  const size_t n = d.n;
+  Limb qh = 0;
+  if (CompareN(u + nq, d.v, n) >= 0) {
+    SubN(u + nq, u + nq, d.v, n);
+    qh = 1;
+  }
+  for (size_t j = nq; j-- > 0;) {
+    Limb* w = u + j;  // window of n+1 limbs
+    const Limb u2 = w[n], u1 = w[n - 1], u0 = w[n - 2];
+    Limb qd;
+    if (u2 == d.d1 && u1 == d.d0) {
+      qd = ~static_cast<Limb>(0);
+    } else {
+      qd = d.QuotientOf(u2, u1, u0);
+    }
+    const Limb borrow = SubMul1(w, d.v, n, qd);
+    if (w[n] < borrow) {
+      // One too large: add the divisor back.
+      --qd;
+      w[n] += AddN(w, w, d.v, n) - borrow;
+    } else {
+      w[n] -= borrow;
+    }
+    q[j] = qd;
+  }
+  return qh;
+}
+
+// Below this divisor size the divide-and-conquer split costs more than it saves.
+constexpr size_t kDivideSplitLimbs = kDivideRecursionThreshold;
+
+// Divides u[0..2n) by the normalised n-limb divisor v, quotient into q[0..n) plus the returned
+// top unit, remainder into u[0..n). The high half of the quotient comes from the top halves of
+// u and v, and is corrected by the product with the low half of v; then the same again for the
+// low half. Each estimate is at most a few units too large.
+Limb DivideRecursive(Limb* q, Limb* u, const Limb* v, size_t n) {
+  if (n < kDivideSplitLimbs) return DivideBasecase(q, u, n, NormalDivisor(v, n));
+  const size_t lo = n / 2, hi = n - lo;
+  LimbVector t(n);
+  // High half: u[2lo .. 2n) by v[lo .. n), then subtract the quotient times v[0 .. lo).
+  Limb qh = DivideRecursive(q + lo, u + 2 * lo, v + lo, hi);
+  Multiply(t.data(), q + lo, hi, v, lo);
+  Limb borrow = SubN(u + lo, u + lo, t.data(), n);
+  if (qh) borrow += SubN(u + n, u + n, v, lo);
+  while (borrow) {
+    qh -= Decrement(q + lo, hi);
+    borrow -= AddN(u + lo, u + lo, v, n);
+  }
+  // Low half: the remainder u[lo .. lo+n) with u[0 .. lo) below it.
+  Limb ql = DivideRecursive(q, u + hi, v + hi, lo);
+  Multiply(t.data(), q, lo, v, hi);
+  borrow = SubN(u, u, t.data(), n);
+  if (ql) borrow += SubN(u + lo, u + lo, v, hi);
+  while (borrow) {
+    ql -= Decrement(q, lo);
+    borrow -= AddN(u, u, v, n);
+  }
+  return qh;
+}
+
+// nq quotient limbs of u[0 .. nq+n) by the normalised n-limb divisor v, whose top n limbs are
+// below v; remainder into u[0..n).
+void DivideNormalised(Limb* q, Limb* u, size_t nq, const Limb* v, size_t n) {
+  if (n < kDivideSplitLimbs || nq < kDivideSplitLimbs / 2) {
+    DivideBasecase(q, u, nq, NormalDivisor(v, n));
+    return;
+  }
+  if (nq >= n) {
+    // Blocks of n quotient limbs from the top; a shorter block first if nq is not a multiple.
+    size_t j = nq - nq % n;
+    if (j < nq) DivideNormalised(q + j, u + j, nq - j, v, n);
+    while (j > 0) {
+      j -= n;
+      DivideRecursive(q + j, u + j, v, n);
+    }
+    return;
+  }
+  // Fewer quotient limbs than divisor limbs: estimate from the top nq limbs of v, then correct
+  // with the product by the rest of v.
+  const size_t rest = n - nq;
+  Limb qh = DivideRecursive(q, u + rest, v + rest, nq);
+  LimbVector t(n);
+  Multiply(t.data(), q, nq, v, rest);
+  Limb borrow = SubN(u, u, t.data(), n);
+  if (qh) borrow += SubN(u + nq, u + nq, v, rest);
+  while (borrow) {
+    qh -= Decrement(q, nq);
+    borrow -= AddN(u, u, v, n);
+  }
+}
+
+}  // namespace
+
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv) {
   if (nv == 1) {
     LimbVector qq(nu);
@@ -286,6 +547,8 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
     if (r) r[0] = rem;
     return;
   }
+  // Shift both so that the divisor's top bit is set; the dividend gains a limb on top, which
+  // keeps its top nv limbs below the divisor.
   const int s = LeadingZeros(v[nv - 1]);
   LimbVector vn(nv), un(nu + 1);
   for (size_t i = nv; i-- > 0;)
@@ -293,38 +556,10 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
   un[nu] = s ? u[nu - 1] >> (kLimbBits - s) : 0;
   for (size_t i = nu; i-- > 0;) un[i] = (u[i] << s) | (s && i > 0 ? u[i - 1] >> (kLimbBits - s) : 0);
 
-  const Limb vTop = vn[nv - 1], vNext = vn[nv - 2];
-  const DoubleLimb base = static_cast<DoubleLimb>(1) << kLimbBits;
-  for (size_t j = nu - nv + 1; j-- > 0;) {
-    DoubleLimb num = (static_cast<DoubleLimb>(un[j + nv]) << kLimbBits) | un[j + nv - 1];
-    DoubleLimb qhat = num / vTop;
-    DoubleLimb rhat = num - qhat * vTop;
-    while (qhat >= base ||
-           qhat * vNext > ((rhat << kLimbBits) | un[j + nv - 2])) {
-      --qhat;
-      rhat += vTop;
-      if (rhat >= base) break;
-    }
-    // un[j .. j+nv] -= qhat * vn
-    Limb qd = static_cast<Limb>(qhat);
-    Limb borrow = 0;
-    for (size_t i = 0; i < nv; ++i) {
-      DoubleLimb p = static_cast<DoubleLimb>(qd) * vn[i] + borrow;
-      Limb pl = static_cast<Limb>(p);
-      Limb ui = un[i + j];
-      borrow = static_cast<Limb>(p >> kLimbBits) + (ui < pl);
-      un[i + j] = ui - pl;
-    }
-    Limb top = un[j + nv];
-    Limb finalBorrow = top < borrow;
-    un[j + nv] = top - borrow;
-    if (finalBorrow) {
-      --qd;
-      Limb c = AddN(un.data() + j, un.data() + j, vn.data(), nv);
-      un[j + nv] += c;
-    }
-    if (q) q[j] = qd;
-  }
+  const size_t nq = nu - nv + 1;
+  LimbVector qq(nq);
+  DivideNormalised(qq.data(), un.data(), nq, vn.data(), nv);
+  if (q) std::memcpy(q, qq.data(), nq * sizeof(Limb));
   if (r) {
     for (size_t i = 0; i < nv; ++i)
       r[i] = (un[i] >> s) | (s ? un[i + 1] << (kLimbBits - s) : 0);

@@ -24,6 +24,19 @@ constexpr int kWordsPerLimb = static_cast<int>(sizeof(Limb) / sizeof(uint32_t));
 
 using LimbVector = std::vector<Limb>;
 
+// x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly.
+#if defined(__GNUC__) && defined(__x86_64__) && defined(__SIZEOF_INT128__)
+#define DESKAID_LIMB_ASM 1
+#else
+#define DESKAID_LIMB_ASM 0
+#endif
+
+// Operand size (limbs) from which multiplication splits into three half-size products.
+constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 32 : 96;
+// Divisor size (limbs) from which division works in halves, with the quotient of each half
+// estimated from the top of the divisor and corrected by a product.
+constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 40 : 80;
+
 // Packs `count` 32-bit words into limbs; the result has no zero limbs at the top (may be empty).
 LimbVector PackWords(const uint32_t* words, size_t count);
 // Writes the magnitude into `count` 32-bit words, zero-filled above it (the magnitude must fit).
@@ -37,6 +50,8 @@ Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n);
 Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n);
 // r[0..n) += m * a[0..n); returns the carry limb.
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
+// r[0..n) -= m * a[0..n); returns the borrow limb.
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m);
 // r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
 // in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
@@ -52,8 +67,9 @@ void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
 // r[0 .. 2n) = a * a, using the symmetry of the cross products.
 void Square(Limb* r, const Limb* a, size_t n);
 
-// q[0 .. nu-nv+1) = u / v and r[0 .. nv) = u mod v, Knuth's algorithm D. Requires nu >= nv >= 1
-// and v[nv-1] != 0. Either output may be null when not wanted.
+// q[0 .. nu-nv+1) = u / v and r[0 .. nv) = u mod v. Requires nu >= nv >= 1 and v[nv-1] != 0.
+// Either output may be null when not wanted. Long division a limb at a time for short divisors,
+// divide and conquer from kDivideRecursionThreshold limbs.
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv);
 // q[0..n) = u / d in place allowed (q may equal u); returns u mod d. d != 0.
 Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d);

@@ -27,6 +27,7 @@ void MontgomeryField::Reduce(Limb* r) {
   Limb* t = m_t.data();
   t[2 * n] = 0;
   size_t i = 0;
+#if !DESKAID_LIMB_ASM
   // Two limbs a pass: m0 clears t[i]; m1 is chosen for what t[i+1] will be after m0's row.
   for (; i + 1 < n; i += 2) {
     const Limb m0 = t[i] * m_inverse;
@@ -39,6 +40,7 @@ void MontgomeryField::Reduce(Limb* r) {
     limbs::AddLimb(t + i + n, n + 1 - i, hi[0]);
     limbs::AddLimb(t + i + n + 1, n - i, hi[1]);
   }
+#endif
   for (; i < n; ++i) {
     const Limb m = t[i] * m_inverse;
     Limb c = limbs::AddMul1(t + i, m_n.data(), n, m);
