@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include <deskaid/math/bigint.h>
@@ -147,7 +148,7 @@ TEST(BigIntVersusGmp, LongDecimalText) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Sizes around the point where division changes method.
+// Sizes around the points where division and text conversion change method.
 
 constexpr int kLimbWords = limbs::kWordsPerLimb;
 
@@ -208,6 +209,60 @@ TEST(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
       }
     }
   }
+}
+
+// Digits of `radix` in one limb of the fast kernels.
+int DigitsPerLimb(int radix) {
+  const limbs::Limb max = ~static_cast<limbs::Limb>(0);
+  limbs::Limb big = static_cast<limbs::Limb>(radix);
+  int k = 1;
+  for (; big <= max / radix; ++k) big *= radix;
+  return k;
+}
+
+// Text of `count` digits in runs: zeros, the highest digit, or random digits, each run up to
+// `maxRun` long, so that chunk and split borders fall inside runs of zeros.
+std::string RunText(Operands& gen, int radix, int count, int maxRun) {
+  const char* digits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  std::string s;
+  while (static_cast<int>(s.size()) < count) {
+    const uint32_t kind = gen.Next() % 3;
+    const int run = 1 + static_cast<int>(gen.Next() % maxRun);
+    for (int i = 0; i < run && static_cast<int>(s.size()) < count; ++i)
+      s += kind == 0 ? '0' : kind == 1 ? digits[radix - 1] : digits[gen.Next() % radix];
+  }
+  s[0] = digits[1 + gen.Next() % (radix - 1)];
+  return s;
+}
+
+TEST(BigIntVersusGmp, TextAroundTheSplitThresholdInEveryRadix) {
+  Operands gen(9);
+  const int t = static_cast<int>(limbs::kTextSplitLimbs);
+  for (int radix = 2; radix <= 36; ++radix) {
+    const int d = DigitsPerLimb(radix) * t;
+    for (int count : {d - 1, d, d + 1, 2 * d - 1, 2 * d + 1, 4 * d + 3, 9 * d}) {
+      const std::string text = RunText(gen, radix, count, 2 * d);
+      CBigInt a;
+      a.Parse(("0" + text).c_str(), radix);  // a leading zero digit changes nothing
+      Mpz m;
+      mpz_set_str(m.v, text.c_str(), radix);
+      EXPECT_SAME(a, m);
+      EXPECT_EQ(a.GetString(radix), text) << "radix " << radix << ", " << count << " digits";
+      g_cases += 2;
+    }
+    for (int words : {t - 1, t, t + 1, 2 * t + 1, 4 * t + 1, 16 * t}) {
+      CBigInt a = ExactWords(gen, words * kLimbWords);
+      EXPECT_EQ(a.GetString(radix), ToMpz(a).Str(-radix)) << "radix " << radix;
+      ++g_cases;
+    }
+  }
+  // A negative value's decimal text has its sign; the other radixes print the words unsigned.
+  const CBigInt n = -ExactWords(gen, 16 * t * kLimbWords);
+  EXPECT_EQ(std::string(CBigInt(n).GetString(10)), ToMpz(n).Str(10));
+  Mpz u;
+  mpz_import(u.v, n.m_nLength, -1, 4, 0, 0, n.m_pData);
+  EXPECT_EQ(std::string(CBigInt(n).GetString(7)), u.Str(-7));
+  g_cases += 2;
 }
 
 }  // namespace

@@ -292,6 +292,11 @@ void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
   hi[1] = high;
 }
 
+Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n) {
+  Limb carry = AddN(r, r, a, n);
+  return AddLimb(r + n, rn - n, carry);
+}
+
 Limb AddLimb(Limb* r, size_t rn, Limb x) {
   for (size_t i = 0; i < rn && x; ++i) {
     r[i] += x;

@@ -36,6 +36,10 @@ constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 32 : 96;
 // Divisor size (limbs) from which division works in halves, with the quotient of each half
 // estimated from the top of the divisor and corrected by a product.
 constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 40 : 80;
+// Text longer than this many limbs' worth of digits is converted in halves, both ways: to a
+// number as high half times a power of the radix plus low half, and to text by division by a
+// power of the radix.
+constexpr size_t kTextSplitLimbs = 24;
 
 // Packs `count` 32-bit words into limbs; the result has no zero limbs at the top (may be empty).
 LimbVector PackWords(const uint32_t* words, size_t count);
@@ -55,6 +59,8 @@ Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m);
 // r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
 // in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
+// r[0..rn) += a[0..n), n <= rn, carrying upward; returns the carry out of r[rn-1].
+Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n);
 // r[0..rn) += x, carrying upward; returns the carry out of r[rn-1].
 Limb AddLimb(Limb* r, size_t rn, Limb x);
 // r[0..n) = m * a[0..n) + carryIn; returns the carry limb.
