@@ -16,6 +16,8 @@ using mathtest::Operands;
 using mathtest::ToMpz;
 namespace limbs = deskaid::limbs;
 
+DESKAID_ROWS_SUITE(BigIntVersusGmp);
+
 constexpr int kMaxBits = 4096;
 constexpr int kRounds = 1500;
 
@@ -32,7 +34,7 @@ struct Report {
   ~Report() { std::printf("differential cases run: %d\n", g_cases); }
 } g_report;
 
-TEST(BigIntVersusGmp, SumsAndDifferencesOfNonNegativeValues) {
+TEST_P(BigIntVersusGmp, SumsAndDifferencesOfNonNegativeValues) {
   Operands gen(1);
   for (int i = 0; i < kRounds; ++i, g_cases += 2) {
     CBigInt a = gen.NonNegative(kMaxBits), b = gen.NonNegative(kMaxBits);
@@ -44,7 +46,7 @@ TEST(BigIntVersusGmp, SumsAndDifferencesOfNonNegativeValues) {
   }
 }
 
-TEST(BigIntVersusGmp, ProductsOfAnySign) {
+TEST_P(BigIntVersusGmp, ProductsOfAnySign) {
   Operands gen(2);
   for (int i = 0; i < kRounds; ++i, g_cases += 3) {
     CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
@@ -59,7 +61,7 @@ TEST(BigIntVersusGmp, ProductsOfAnySign) {
   }
 }
 
-TEST(BigIntVersusGmp, TruncatingDivisionOfAnySign) {
+TEST_P(BigIntVersusGmp, TruncatingDivisionOfAnySign) {
   Operands gen(3);
   for (int i = 0; i < kRounds; ++i, g_cases += 4) {
     CBigInt a = gen.Signed(2 * kMaxBits), b = gen.Signed(kMaxBits);
@@ -76,7 +78,7 @@ TEST(BigIntVersusGmp, TruncatingDivisionOfAnySign) {
   }
 }
 
-TEST(BigIntVersusGmp, BitwiseOperationsAndShifts) {
+TEST_P(BigIntVersusGmp, BitwiseOperationsAndShifts) {
   Operands gen(4);
   for (int i = 0; i < kRounds; ++i, g_cases += 5) {
     CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
@@ -97,7 +99,7 @@ TEST(BigIntVersusGmp, BitwiseOperationsAndShifts) {
   }
 }
 
-TEST(BigIntVersusGmp, Comparisons) {
+TEST_P(BigIntVersusGmp, Comparisons) {
   Operands gen(5);
   for (int i = 0; i < kRounds; ++i, g_cases += 5) {
     CBigInt a = gen.Signed(kMaxBits / 8);
@@ -114,7 +116,7 @@ TEST(BigIntVersusGmp, Comparisons) {
   }
 }
 
-TEST(BigIntVersusGmp, TextInEveryRadixBothWays) {
+TEST_P(BigIntVersusGmp, TextInEveryRadixBothWays) {
   Operands gen(6);
   for (int i = 0; i < kRounds; ++i, g_cases += 2) {
     CBigInt a = gen.NonNegative(kMaxBits);
@@ -132,7 +134,7 @@ TEST(BigIntVersusGmp, TextInEveryRadixBothWays) {
   }
 }
 
-TEST(BigIntVersusGmp, LongDecimalText) {
+TEST_P(BigIntVersusGmp, LongDecimalText) {
   Operands gen(7);
   for (int digits : {1000, 20000, 100000}) {
     ++g_cases;
@@ -179,7 +181,7 @@ void ExpectDivision(const CBigInt& a, const CBigInt& b) {
   g_cases += 2;
 }
 
-TEST(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
+TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
   Operands gen(8);
   const int t = static_cast<int>(limbs::kDivideRecursionThreshold);
   // Divisor and quotient lengths in limbs: one limb a step, the split, several splits, quotients
@@ -235,7 +237,7 @@ std::string RunText(Operands& gen, int radix, int count, int maxRun) {
   return s;
 }
 
-TEST(BigIntVersusGmp, TextAroundTheSplitThresholdInEveryRadix) {
+TEST_P(BigIntVersusGmp, TextAroundTheSplitThresholdInEveryRadix) {
   Operands gen(9);
   const int t = static_cast<int>(limbs::kTextSplitLimbs);
   for (int radix = 2; radix <= 36; ++radix) {

@@ -11,6 +11,8 @@ using mathtest::Mpz;
 using mathtest::Operands;
 using mathtest::ToMpz;
 
+DESKAID_ROWS_SUITE(ModPowerVersusGmp);
+
 // Bit length of a positive value.
 size_t BitLength(const CBigInt& x) { return mpz_sizeinbase(ToMpz(x).v, 2); }
 
@@ -34,7 +36,7 @@ void CheckAgainstGmp(const CBigInt& base0, const CBigInt& e, const CBigInt& n) {
   }
 }
 
-TEST(ModPowerVersusGmp, NonNegativeBasesOddAndEvenModuli) {
+TEST_P(ModPowerVersusGmp, NonNegativeBasesOddAndEvenModuli) {
   Operands gen(11);
   int cases = 0;
   for (int i = 0; i < 300; ++i, ++cases) {
@@ -49,7 +51,7 @@ TEST(ModPowerVersusGmp, NonNegativeBasesOddAndEvenModuli) {
   std::printf("modular power differential cases: %d\n", cases);
 }
 
-TEST(ModPowerVersusGmp, MontgomeryRouteMatchesThePlainRoute) {
+TEST_P(ModPowerVersusGmp, MontgomeryRouteMatchesThePlainRoute) {
   // A negative modulus takes the plain route; with a non-negative base its remainders are those
   // of the modulus's magnitude, so both routes must agree, write-back included.
   Operands gen(12);

@@ -7,6 +7,10 @@
 
 #include <cstring>
 
+#if DESKAID_LIMB_ASM
+#include <cpuid.h>
+#endif
+
 namespace deskaid {
 namespace limbs {
 namespace {
@@ -174,9 +178,11 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
 }
 
 #if DESKAID_LIMB_ASM
-// Two limbs a pass: load, multiply, add the carry and the limb of r, store. GCC keeps the
-// double-limb sums of the portable loop in memory; here everything stays in registers.
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+namespace {
+
+// Two limbs a pass: load, multiply, add the carry and the limb of r, store, with one carry
+// chain through the flags.
+Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   if (n & 1) {
     const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
@@ -215,7 +221,7 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   return carry;
 }
 
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb borrow = 0;
   if (n & 1) {
     const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
@@ -254,6 +260,124 @@ Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
       : "rax", "rdx", "cc", "memory");
   return borrow;
 }
+// The same rows with BMI2 and ADX: mulx leaves the flags alone, so the carries of the products
+// (adcx, carry flag) and of the additions into r (adox, overflow flag) run as two chains side by
+// side. The loop counter moves by lea and is tested by jrcxz, which touch no flag.
+Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  if (n & 1) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
+    r[0] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  Limb lo, hi, lo2, hi2;
+  __asm__(
+      "xorl %k[lo], %k[lo]\n\t"
+      "1:\n\t"
+      "jrcxz 2f\n\t"
+      "mulx (%[a]), %[lo], %[hi]\n\t"
+      "mulx 8(%[a]), %[lo2], %[hi2]\n\t"
+      "adcx %[c], %[lo]\n\t"
+      "adox (%[r]), %[lo]\n\t"
+      "movq %[lo], (%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "adox 8(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 8(%[r])\n\t"
+      "movq %[hi2], %[c]\n\t"
+      "leaq 16(%[a]), %[a]\n\t"
+      "leaq 16(%[r]), %[r]\n\t"
+      "leaq -1(%%rcx), %%rcx\n\t"
+      "jmp 1b\n\t"
+      "2:\n\t"
+      "movl $0, %k[lo]\n\t"
+      "adcx %[lo], %[c]\n\t"
+      "adox %[lo], %[c]\n\t"
+      : [r] "+r"(r), [a] "+r"(a), "+c"(n), [c] "+r"(carry), [lo] "=&r"(lo), [hi] "=&r"(hi),
+        [lo2] "=&r"(lo2), [hi2] "=&r"(hi2)
+      : "d"(m)
+      : "cc", "memory");
+  return carry;
+}
+
+// r - p is r + ~p + 1 less one unit above the top: the additions run on the overflow flag, set
+// to 1 at the start, and a clear flag at the end is the borrow.
+Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb borrow = 0;
+  if (n & 1) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
+    const Limb pl = static_cast<Limb>(p);
+    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
+    r[0] -= pl;
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  Limb lo, hi, lo2, hi2;
+  __asm__(
+      "movabsq $0x7fffffffffffffff, %[lo]\n\t"
+      "addq $1, %[lo]\n\t"  // overflow flag 1, carry flag 0
+      "1:\n\t"
+      "jrcxz 2f\n\t"
+      "mulx (%[a]), %[lo], %[hi]\n\t"
+      "mulx 8(%[a]), %[lo2], %[hi2]\n\t"
+      "adcx %[c], %[lo]\n\t"
+      "notq %[lo]\n\t"
+      "adox (%[r]), %[lo]\n\t"
+      "movq %[lo], (%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "notq %[lo2]\n\t"
+      "adox 8(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 8(%[r])\n\t"
+      "movq %[hi2], %[c]\n\t"
+      "leaq 16(%[a]), %[a]\n\t"
+      "leaq 16(%[r]), %[r]\n\t"
+      "leaq -1(%%rcx), %%rcx\n\t"
+      "jmp 1b\n\t"
+      "2:\n\t"
+      "seto %b[lo]\n\t"
+      "movl $0, %k[hi]\n\t"
+      "adcx %[hi], %[c]\n\t"
+      "movzbl %b[lo], %k[lo]\n\t"
+      "subq %[lo], %[c]\n\t"
+      "addq $1, %[c]\n\t"
+      : [r] "+r"(r), [a] "+r"(a), "+c"(n), [c] "+r"(borrow), [lo] "=&r"(lo), [hi] "=&r"(hi),
+        [lo2] "=&r"(lo2), [hi2] "=&r"(hi2)
+      : "d"(m)
+      : "cc", "memory");
+  return borrow;
+}
+
+bool ProcessorHasWideMultiply() {
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid_max(0, nullptr) < 7) return false;
+  __cpuid_count(7, 0, eax, ebx, ecx, edx);
+  const unsigned bmi2 = 1u << 8, adx = 1u << 19;
+  return (ebx & bmi2) && (ebx & adx);
+}
+
+struct Rows {
+  Limb (*addMul1)(Limb*, const Limb*, size_t, Limb);
+  Limb (*subMul1)(Limb*, const Limb*, size_t, Limb);
+};
+
+const bool g_wideAvailable = ProcessorHasWideMultiply();
+Rows g_rows = g_wideAvailable ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
+
+}  // namespace
+
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return g_rows.addMul1(r, a, n, m); }
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return g_rows.subMul1(r, a, n, m); }
+
+bool WideRowsAvailable() { return g_wideAvailable; }
+
+bool UseWideRows(bool wanted) {
+  const bool wide = wanted && g_wideAvailable;
+  g_rows = wide ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
+  return wide;
+}
 #else
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
@@ -276,6 +400,8 @@ Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   }
   return carry;
 }
+bool WideRowsAvailable() { return false; }
+bool UseWideRows(bool) { return false; }
 #endif
 
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {

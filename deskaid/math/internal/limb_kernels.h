@@ -24,7 +24,7 @@ constexpr int kWordsPerLimb = static_cast<int>(sizeof(Limb) / sizeof(uint32_t));
 
 using LimbVector = std::vector<Limb>;
 
-// x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly.
+// x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly (see AddMul1).
 #if defined(__GNUC__) && defined(__x86_64__) && defined(__SIZEOF_INT128__)
 #define DESKAID_LIMB_ASM 1
 #else
@@ -56,6 +56,12 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n);
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
 // r[0..n) -= m * a[0..n); returns the borrow limb.
 Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m);
+// The rows above come in three forms: portable loops; on x86-64, assembly with one carry chain;
+// and on x86-64 processors with BMI2 and ADX, assembly with two carry chains, chosen at start-up.
+bool WideRowsAvailable();
+// Chooses between the two assembly forms (tests run both); returns whether the wide rows are now
+// in use. Not for use while another thread computes.
+bool UseWideRows(bool wanted);
 // r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
 // in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
