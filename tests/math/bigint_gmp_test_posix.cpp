@@ -213,6 +213,26 @@ TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
   }
 }
 
+TEST_P(BigIntVersusGmp, ProductsAndSquaresAroundTheSplitThresholds) {
+  Operands gen(10);
+  for (int t : {static_cast<int>(limbs::kKaratsubaThreshold),
+                static_cast<int>(limbs::kKaratsubaSquareThreshold)}) {
+    for (int n : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 4 * t + 3}) {
+      CBigInt a = ExactWords(gen, n * kLimbWords), b = ExactWords(gen, n * kLimbWords - 1);
+      CBigInt c = ExactWords(gen, (3 * n + 1) * kLimbWords);  // unbalanced
+      Mpz sq, ab, ac;
+      mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
+      mpz_mul(ab.v, ToMpz(a).v, ToMpz(b).v);
+      mpz_mul(ac.v, ToMpz(a).v, ToMpz(c).v);
+      EXPECT_SAME(a * a, sq);
+      EXPECT_SAME(a * b, ab);
+      mpz_neg(ac.v, ac.v);
+      EXPECT_SAME(-a * c, ac);
+      g_cases += 3;
+    }
+  }
+}
+
 // Digits of `radix` in one limb of the fast kernels.
 int DigitsPerLimb(int radix) {
   const limbs::Limb max = ~static_cast<limbs::Limb>(0);

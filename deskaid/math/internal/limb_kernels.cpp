@@ -96,7 +96,7 @@ void MultiplyAny(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
 }
 
 void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square) {
-  if (n < kKaratsubaThreshold) {
+  if (n < (square ? kKaratsubaSquareThreshold : kKaratsubaThreshold)) {
     if (square) {
       Square(r, a, n);
     } else {
@@ -457,15 +457,23 @@ void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
 
 void Square(Limb* r, const Limb* a, size_t n) {
   if (n == 0) return;
-  if (n >= kKaratsubaThreshold) {
+  if (n >= kKaratsubaSquareThreshold) {
     KaratsubaEqual(r, a, a, n, true);
     return;
   }
-  // Cross products a[i]*a[j], i < j, once (two rows a pass); then doubled; then the squares on
-  // the diagonal.
+  // Cross products a[i]*a[j], i < j, once; then doubled; then the squares on the diagonal.
+#if DESKAID_LIMB_ASM
+  // Row i covers r[2i+1 .. n+i) and its carry is the first write of r[n+i].
+  r[0] = 0;
+  r[2 * n - 1] = 0;
+  if (n > 1) {
+    r[n] = Mul1(r + 1, a + 1, n - 1, a[0], 0);
+    for (size_t i = 1; i + 1 < n; ++i) r[n + i] = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
+  }
+#else
+  // Two rows a pass.
   std::memset(r, 0, 2 * n * sizeof(Limb));
   size_t i = 0;
-#if !DESKAID_LIMB_ASM
   for (; i + 2 < n; i += 2) {
     // a[i+1]*a[i] on its own, then a[j]*a[i] and a[j]*a[i+1] for j >= i+2 together.
     DoubleLimb p = static_cast<DoubleLimb>(a[i + 1]) * a[i];
@@ -476,11 +484,11 @@ void Square(Limb* r, const Limb* a, size_t n) {
     AddLimb(r + i + n, n - i, hi[0]);
     AddLimb(r + i + n + 1, n - i - 1, hi[1]);
   }
-#endif
   for (; i + 1 < n; ++i) {
     Limb c = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
     AddLimb(r + n + i, n - i, c);
   }
+#endif
   Limb top = 0;
   for (size_t i = 0; i < 2 * n; ++i) {
     Limb next = r[i] >> (kLimbBits - 1);

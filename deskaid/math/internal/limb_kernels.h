@@ -33,6 +33,8 @@ using LimbVector = std::vector<Limb>;
 
 // Operand size (limbs) from which multiplication splits into three half-size products.
 constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 32 : 96;
+// The same for squares, whose plain form does half the products.
+constexpr size_t kKaratsubaSquareThreshold = kLimbBits == 64 ? 64 : 96;
 // Divisor size (limbs) from which division works in halves, with the quotient of each half
 // estimated from the top of the divisor and corrected by a product.
 constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 40 : 80;
