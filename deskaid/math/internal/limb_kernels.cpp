@@ -135,17 +135,23 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
 
 LimbVector PackWords(const uint32_t* words, size_t count) {
   LimbVector a((count + kWordsPerLimb - 1) / kWordsPerLimb, 0);
-  for (size_t i = 0; i < count; ++i)
-    a[i / kWordsPerLimb] |= static_cast<Limb>(words[i]) << (32 * (i % kWordsPerLimb));
+  if constexpr (kWordsPerLimb == 2) {
+    const size_t pairs = count / 2;
+    for (size_t i = 0; i < pairs; ++i)
+      a[i] = words[2 * i] | (static_cast<Limb>(words[2 * i + 1]) << (kLimbBits / 2));
+    if (count % 2) a[pairs] = words[count - 1];
+  } else {
+    for (size_t i = 0; i < count; ++i) a[i] = static_cast<Limb>(words[i]);
+  }
   Trim(a);
   return a;
 }
 
 void UnpackWords(const Limb* a, size_t n, uint32_t* words, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    size_t li = i / kWordsPerLimb;
-    words[i] = li < n ? static_cast<uint32_t>(a[li] >> (32 * (i % kWordsPerLimb))) : 0;
-  }
+  size_t i = 0;
+  for (; i < count && i / kWordsPerLimb < n; ++i)
+    words[i] = static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb)));
+  for (; i < count; ++i) words[i] = 0;
 }
 
 void Trim(LimbVector& a) {

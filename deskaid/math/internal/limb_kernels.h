@@ -32,12 +32,12 @@ using LimbVector = std::vector<Limb>;
 #endif
 
 // Operand size (limbs) from which multiplication splits into three half-size products.
-constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 32 : 96;
+constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 44 : 96;
 // The same for squares, whose plain form does half the products.
 constexpr size_t kKaratsubaSquareThreshold = kLimbBits == 64 ? 64 : 96;
 // Divisor size (limbs) from which division works in halves, with the quotient of each half
 // estimated from the top of the divisor and corrected by a product.
-constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 40 : 80;
+constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 70 : 80;
 // Text longer than this many limbs' worth of digits is converted in halves, both ways: to a
 // number as high half times a power of the radix plus low half, and to text by division by a
 // power of the radix.
