@@ -271,14 +271,12 @@ Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
 // side. The loop counter moves by lea and is tested by jrcxz, which touch no flag.
 Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
-  if (n & 1) {
-    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
+  for (; n % 4; --n, ++r, ++a) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0] + carry;
     r[0] = static_cast<Limb>(t);
     carry = static_cast<Limb>(t >> kLimbBits);
-    ++r;
-    ++a;
   }
-  n /= 2;
+  n /= 4;
   Limb lo, hi, lo2, hi2;
   __asm__(
       "xorl %k[lo], %k[lo]\n\t"
@@ -292,9 +290,16 @@ Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
       "adcx %[hi], %[lo2]\n\t"
       "adox 8(%[r]), %[lo2]\n\t"
       "movq %[lo2], 8(%[r])\n\t"
-      "movq %[hi2], %[c]\n\t"
-      "leaq 16(%[a]), %[a]\n\t"
-      "leaq 16(%[r]), %[r]\n\t"
+      "mulx 16(%[a]), %[lo], %[hi]\n\t"
+      "mulx 24(%[a]), %[lo2], %[c]\n\t"
+      "adcx %[hi2], %[lo]\n\t"
+      "adox 16(%[r]), %[lo]\n\t"
+      "movq %[lo], 16(%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "adox 24(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 24(%[r])\n\t"
+      "leaq 32(%[a]), %[a]\n\t"
+      "leaq 32(%[r]), %[r]\n\t"
       "leaq -1(%%rcx), %%rcx\n\t"
       "jmp 1b\n\t"
       "2:\n\t"
@@ -312,15 +317,13 @@ Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
 // to 1 at the start, and a clear flag at the end is the borrow.
 Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb borrow = 0;
-  if (n & 1) {
-    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
+  for (; n % 4; --n, ++r, ++a) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m + borrow;
     const Limb pl = static_cast<Limb>(p);
     borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
     r[0] -= pl;
-    ++r;
-    ++a;
   }
-  n /= 2;
+  n /= 4;
   Limb lo, hi, lo2, hi2;
   __asm__(
       "movabsq $0x7fffffffffffffff, %[lo]\n\t"
@@ -337,9 +340,18 @@ Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
       "notq %[lo2]\n\t"
       "adox 8(%[r]), %[lo2]\n\t"
       "movq %[lo2], 8(%[r])\n\t"
-      "movq %[hi2], %[c]\n\t"
-      "leaq 16(%[a]), %[a]\n\t"
-      "leaq 16(%[r]), %[r]\n\t"
+      "mulx 16(%[a]), %[lo], %[hi]\n\t"
+      "mulx 24(%[a]), %[lo2], %[c]\n\t"
+      "adcx %[hi2], %[lo]\n\t"
+      "notq %[lo]\n\t"
+      "adox 16(%[r]), %[lo]\n\t"
+      "movq %[lo], 16(%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "notq %[lo2]\n\t"
+      "adox 24(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 24(%[r])\n\t"
+      "leaq 32(%[a]), %[a]\n\t"
+      "leaq 32(%[r]), %[r]\n\t"
       "leaq -1(%%rcx), %%rcx\n\t"
       "jmp 1b\n\t"
       "2:\n\t"
