@@ -5,6 +5,7 @@
 #pragma GCC optimize("unroll-loops")
 #endif
 
+#include <algorithm>
 #include <cstring>
 
 #if DESKAID_LIMB_ASM
@@ -110,10 +111,10 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
   KaratsubaEqual(r + 2 * lo, a + lo, b + lo, hi, square);
   // sa = a0 + a1, sb = b0 + b1 (hi+1 limbs each)
   LimbVector sa(hi + 1, 0), sb(hi + 1, 0), mid(2 * hi + 2, 0);
-  std::memcpy(sa.data(), a + lo, hi * sizeof(Limb));
+  std::copy(a + lo, a + n, sa.begin());
   AddInto(sa.data(), hi + 1, a, lo);
   if (!square) {
-    std::memcpy(sb.data(), b + lo, hi * sizeof(Limb));
+    std::copy(b + lo, b + n, sb.begin());
     AddInto(sb.data(), hi + 1, b, lo);
   }
   size_t sn = hi + 1;
@@ -158,6 +159,64 @@ void Trim(LimbVector& a) {
   while (!a.empty() && a.back() == 0) a.pop_back();
 }
 
+#if DESKAID_LIMB_ASM
+namespace {
+
+// The carry (or borrow) chain of four limbs a pass in the carry flag; lea and dec leave it alone.
+#define DESKAID_ADD_SUB_LOOP(op)                                                        \
+  __asm__(                                                                              \
+      "addq $-1, %[c]\n\t" /* carry flag = c */                                         \
+      "1:\n\t"                                                                          \
+      "movq (%[a]), %[t]\n\t" op " (%[b]), %[t]\n\t" "movq %[t], (%[r])\n\t"           \
+      "movq 8(%[a]), %[t]\n\t" op " 8(%[b]), %[t]\n\t" "movq %[t], 8(%[r])\n\t"        \
+      "movq 16(%[a]), %[t]\n\t" op " 16(%[b]), %[t]\n\t" "movq %[t], 16(%[r])\n\t"     \
+      "movq 24(%[a]), %[t]\n\t" op " 24(%[b]), %[t]\n\t" "movq %[t], 24(%[r])\n\t"     \
+      "leaq 32(%[a]), %[a]\n\t"                                                         \
+      "leaq 32(%[b]), %[b]\n\t"                                                         \
+      "leaq 32(%[r]), %[r]\n\t"                                                         \
+      "decq %[n]\n\t"                                                                   \
+      "jnz 1b\n\t"                                                                      \
+      "movl $0, %k[c]\n\t"                                                              \
+      "setc %b[c]\n\t"                                                                  \
+      : [r] "+r"(r), [a] "+r"(a), [b] "+r"(b), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(t) \
+      :                                                                                 \
+      : "cc", "memory")
+
+}  // namespace
+
+Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n) {
+  Limb carry = 0;
+  for (; n % 4; --n, ++r, ++a, ++b) {
+    const Limb s = a[0] + carry;
+    const Limb c1 = s < carry;
+    const Limb t = s + b[0];
+    carry = c1 + (t < s);
+    r[0] = t;
+  }
+  if (n == 0) return carry;
+  n /= 4;
+  Limb t;
+  DESKAID_ADD_SUB_LOOP("adcq");
+  return carry;
+}
+
+Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
+  Limb carry = 0;
+  for (; n % 4; --n, ++r, ++a, ++b) {
+    const Limb ai = a[0], bi = b[0];
+    const Limb t = ai - bi;
+    const Limb b1 = ai < bi;
+    r[0] = t - carry;
+    carry = b1 + (t < carry);
+  }
+  if (n == 0) return carry;
+  n /= 4;
+  Limb t;
+  DESKAID_ADD_SUB_LOOP("sbbq");
+  return carry;
+}
+#undef DESKAID_ADD_SUB_LOOP
+#else
 Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n) {
   Limb carry = 0;
   for (size_t i = 0; i < n; ++i) {
@@ -182,6 +241,8 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
   }
   return borrow;
 }
+
+#endif
 
 #if DESKAID_LIMB_ASM
 namespace {
