@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -181,17 +182,28 @@ class DigitWriter {
  private:
   void WriteDirect(LimbVector v, size_t width, std::string& out) {
     const size_t start = out.size();
+    // Radix 10, the common case, with a constant divisor the compiler turns into a product.
+    if (m_radix == 10) {
+      WriteChunks(v, std::integral_constant<Limb, 10>(), out);
+    } else {
+      WriteChunks(v, static_cast<Limb>(m_radix), out);
+    }
+    const size_t written = out.size() - start;
+    if (written < width) out.append(width - written, '0');
+  }
+
+  template <typename Radix>
+  void WriteChunks(LimbVector& v, Radix radix, std::string& out) {
     const Limb big = m_powers.Chunk();
     while (!v.empty()) {
       Limb rem = limbs::DivideSingle(v.data(), v.data(), v.size(), big);
       limbs::Trim(v);
       for (int i = 0; i < m_chunkDigits; ++i) {
         if (v.empty() && rem == 0) break;
-        out.push_back(DigitChar(rem % m_radix));
-        rem /= m_radix;
+        out.push_back(DigitChar(rem % radix));
+        rem /= radix;
       }
     }
-    if (out.size() - start < width) out.append(width - (out.size() - start), '0');
   }
 
   uint32_t m_radix;
