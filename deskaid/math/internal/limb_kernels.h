@@ -12,7 +12,9 @@
 namespace deskaid {
 namespace limbs {
 
-#if defined(__SIZEOF_INT128__)
+// DESKAID_NARROW_LIMBS asks for 32-bit limbs everywhere, so that the limb arithmetic of the 32-bit
+// build can be tried natively.
+#if defined(__SIZEOF_INT128__) && !defined(DESKAID_NARROW_LIMBS)
 using Limb = uint64_t;
 using DoubleLimb = unsigned __int128;
 #else
@@ -24,8 +26,10 @@ constexpr int kWordsPerLimb = static_cast<int>(sizeof(Limb) / sizeof(uint32_t));
 
 using LimbVector = std::vector<Limb>;
 
-// x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly (see AddMul1).
-#if defined(__GNUC__) && defined(__x86_64__) && defined(__SIZEOF_INT128__)
+// x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly (see AddMul1);
+// DESKAID_PORTABLE_LIMBS keeps the portable loops there too.
+#if defined(__GNUC__) && defined(__x86_64__) && defined(__SIZEOF_INT128__) && \
+    !defined(DESKAID_NARROW_LIMBS) && !defined(DESKAID_PORTABLE_LIMBS)
 #define DESKAID_LIMB_ASM 1
 #else
 #define DESKAID_LIMB_ASM 0
