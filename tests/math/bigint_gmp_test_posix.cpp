@@ -215,8 +215,9 @@ TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
 
 TEST_P(BigIntVersusGmp, ProductsAndSquaresAroundTheSplitThresholds) {
   Operands gen(10);
-  for (int t : {static_cast<int>(limbs::kKaratsubaThreshold),
-                static_cast<int>(limbs::kKaratsubaSquareThreshold)}) {
+  for (size_t threshold : {limbs::kKaratsubaThreshold, limbs::kKaratsubaSquareThreshold,
+                           limbs::kToom3Threshold, limbs::kToom3SquareThreshold}) {
+    const int t = static_cast<int>(threshold);
     for (int n : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 4 * t + 3}) {
       CBigInt a = ExactWords(gen, n * kLimbWords), b = ExactWords(gen, n * kLimbWords - 1);
       CBigInt c = ExactWords(gen, (3 * n + 1) * kLimbWords);  // unbalanced

@@ -96,7 +96,124 @@ void MultiplyAny(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   }
 }
 
+// x[0..w) = x / 3 for an exact multiple of 3 in w-limb two's complement: each quotient limb is
+// the limb times the inverse of 3 modulo the limb base, and what 3 * q spills above the limb is
+// borrowed from the next one.
+void DivideExactlyBy3(Limb* x, size_t w) {
+  const Limb inverse = (~static_cast<Limb>(0) / 3) * 2 + 1;
+  Limb borrow = 0;
+  for (size_t i = 0; i < w; ++i) {
+    const Limb u = x[i];
+    const Limb q = (u - borrow) * inverse;
+    x[i] = q;
+    borrow = static_cast<Limb>((static_cast<DoubleLimb>(q) * 3) >> kLimbBits) + (u < borrow);
+  }
+}
+
+// x[0..w) = x / 2 for an even number in w-limb two's complement.
+void HalveSigned(Limb* x, size_t w) {
+  for (size_t i = 0; i + 1 < w; ++i) x[i] = (x[i] >> 1) | (x[i + 1] << (kLimbBits - 1));
+  x[w - 1] = (x[w - 1] >> 1) | (x[w - 1] & (static_cast<Limb>(1) << (kLimbBits - 1)));
+}
+
+// x[0..w) = -x in two's complement.
+void NegateSigned(Limb* x, size_t w) {
+  for (size_t i = 0; i < w; ++i) x[i] = ~x[i];
+  AddLimb(x, w, 1);
+}
+
+// The values of x0 + x1 t + x2 t^2 (x of n limbs, pieces of k, k and n - 2k limbs) at t = 1, -1
+// and -2, each as k+1 limbs of magnitude, with the signs of the last two.
+void EvaluateToom3(const Limb* x, size_t n, size_t k, Limb* at1, Limb* atMinus1, bool* minus1Negative,
+                   Limb* atMinus2, bool* minus2Negative) {
+  const size_t p = k + 1;
+  LimbVector even(p, 0), odd(p, 0), high(p, 0);
+  std::copy(x, x + k, even.begin());
+  AddLimbs(even.data(), p, x + 2 * k, n - 2 * k);  // x0 + x2
+  std::copy(x + k, x + 2 * k, odd.begin());        // x1
+  AddN(at1, even.data(), odd.data(), p);
+  *minus1Negative = CompareN(even.data(), odd.data(), p) < 0;
+  if (*minus1Negative) {
+    SubN(atMinus1, odd.data(), even.data(), p);
+  } else {
+    SubN(atMinus1, even.data(), odd.data(), p);
+  }
+  // x0 + 4 x2 against 2 x1.
+  std::copy(x + 2 * k, x + n, high.begin());
+  AddN(high.data(), high.data(), high.data(), p);
+  AddN(high.data(), high.data(), high.data(), p);
+  AddLimbs(high.data(), p, x, k);
+  AddN(odd.data(), odd.data(), odd.data(), p);
+  *minus2Negative = CompareN(high.data(), odd.data(), p) < 0;
+  if (*minus2Negative) {
+    SubN(atMinus2, odd.data(), high.data(), p);
+  } else {
+    SubN(atMinus2, high.data(), odd.data(), p);
+  }
+}
+
+// Toom-3: both operands in three pieces, the product polynomial from its values at 0, 1, -1, -2
+// and infinity (five products of a third of the size), then interpolated in two's complement.
+void Toom3(Limb* r, const Limb* a, const Limb* b, size_t n, bool square) {
+  const size_t k = (n + 2) / 3, s = n - 2 * k, p = k + 1, w = 2 * k + 3;
+  LimbVector pa(3 * p), pb(3 * p);
+  bool aNeg1 = false, aNeg2 = false, bNeg1 = false, bNeg2 = false;
+  EvaluateToom3(a, n, k, pa.data(), pa.data() + p, &aNeg1, pa.data() + 2 * p, &aNeg2);
+  if (!square) EvaluateToom3(b, n, k, pb.data(), pb.data() + p, &bNeg1, pb.data() + 2 * p, &bNeg2);
+  const Limb* qb = square ? pa.data() : pb.data();
+  if (square) {
+    bNeg1 = aNeg1;
+    bNeg2 = aNeg2;
+  }
+  // v1, vm1, vm2 in w limbs each, signed.
+  LimbVector v(3 * w, 0);
+  Limb* v1 = v.data();
+  Limb* vm1 = v1 + w;
+  Limb* vm2 = vm1 + w;
+  KaratsubaEqual(v1, pa.data(), qb, p, square);
+  KaratsubaEqual(vm1, pa.data() + p, qb + p, p, square);
+  if (aNeg1 != bNeg1) NegateSigned(vm1, w);
+  KaratsubaEqual(vm2, pa.data() + 2 * p, qb + 2 * p, p, square);
+  if (aNeg2 != bNeg2) NegateSigned(vm2, w);
+  // v0 = a0 b0 into r[0..2k), vinf = a2 b2 into r[4k..2n).
+  KaratsubaEqual(r, a, square ? a : b, k, square);
+  KaratsubaEqual(r + 4 * k, a + 2 * k, square ? a + 2 * k : b + 2 * k, s, square);
+  LimbVector v0(w, 0), vinf(w, 0);
+  std::copy(r, r + 2 * k, v0.begin());
+  std::copy(r + 4 * k, r + 2 * n, vinf.begin());
+  std::fill(r + 2 * k, r + 4 * k, 0);
+  // c3 = (vm2 - v1) / 3, c1 = (v1 - vm1) / 2, c2 = vm1 - v0, c3 = (c2 - c3) / 2 + 2 vinf,
+  // c2 = c2 + c1 - vinf, c1 = c1 - c3.
+  Limb* c3 = vm2;
+  SubN(c3, vm2, v1, w);
+  DivideExactlyBy3(c3, w);
+  Limb* c1 = v1;
+  SubN(c1, v1, vm1, w);
+  HalveSigned(c1, w);
+  Limb* c2 = vm1;
+  SubN(c2, vm1, v0.data(), w);
+  SubN(c3, c2, c3, w);
+  HalveSigned(c3, w);
+  AddN(c3, c3, vinf.data(), w);
+  AddN(c3, c3, vinf.data(), w);
+  AddN(c2, c2, c1, w);
+  SubN(c2, c2, vinf.data(), w);
+  SubN(c1, c1, c3, w);
+  // r = v0 + c1 B^k + c2 B^2k + c3 B^3k + vinf B^4k; v0 and vinf are in place.
+  const Limb* coefficients[3] = {c1, c2, c3};
+  for (size_t i = 0; i < 3; ++i) {
+    const size_t offset = (i + 1) * k;
+    size_t len = w;
+    while (len > 0 && coefficients[i][len - 1] == 0) --len;
+    AddLimbs(r + offset, 2 * n - offset, coefficients[i], len);
+  }
+}
+
 void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square) {
+  if (n >= (square ? kToom3SquareThreshold : kToom3Threshold)) {
+    Toom3(r, a, b, n, square);
+    return;
+  }
   if (n < (square ? kKaratsubaSquareThreshold : kKaratsubaThreshold)) {
     if (square) {
       Square(r, a, n);

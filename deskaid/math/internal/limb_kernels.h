@@ -39,6 +39,9 @@ using LimbVector = std::vector<Limb>;
 constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 44 : 96;
 // The same for squares, whose plain form does half the products.
 constexpr size_t kKaratsubaSquareThreshold = kLimbBits == 64 ? 64 : 96;
+// Operand size (limbs) from which products and squares split into three pieces (Toom-3).
+constexpr size_t kToom3Threshold = kLimbBits == 64 ? 160 : 256;
+constexpr size_t kToom3SquareThreshold = kLimbBits == 64 ? 500 : 400;
 // Divisor size (limbs) from which division works in halves, with the quotient of each half
 // estimated from the top of the divisor and corrected by a product.
 constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 70 : 80;
