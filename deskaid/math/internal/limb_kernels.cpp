@@ -267,6 +267,14 @@ LimbVector PackWords(const uint32_t* words, size_t count) {
 
 void UnpackWords(const Limb* a, size_t n, uint32_t* words, size_t count) {
   size_t i = 0;
+  if constexpr (kWordsPerLimb == 2) {
+    const size_t whole = n < count / 2 ? n : count / 2;
+    for (size_t j = 0; j < whole; ++j) {
+      words[2 * j] = static_cast<uint32_t>(a[j]);
+      words[2 * j + 1] = static_cast<uint32_t>(a[j] >> (kLimbBits / 2));
+    }
+    i = 2 * whole;
+  }
   for (; i < count && i / kWordsPerLimb < n; ++i)
     words[i] = static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb)));
   for (; i < count; ++i) words[i] = 0;
@@ -703,14 +711,47 @@ void Square(Limb* r, const Limb* a, size_t n) {
   }
 }
 
-Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
-  Limb rem = 0;
-  for (size_t i = n; i-- > 0;) {
-    DoubleLimb num = (static_cast<DoubleLimb>(rem) << kLimbBits) | u[i];
-    q[i] = static_cast<Limb>(num / d);
-    rem = static_cast<Limb>(num % d);
+namespace {
+
+// The quotient limb of (u1, u0) by a divisor with its top bit set, given its reciprocal
+// floor((base^2 - 1) / d) - base; requires u1 < d. Two products instead of a double-limb division.
+inline Limb DivideTwoByOne(Limb u1, Limb u0, Limb d, Limb inverse, Limb* rem) {
+  const DoubleLimb t = static_cast<DoubleLimb>(inverse) * u1 +
+                       ((static_cast<DoubleLimb>(u1) << kLimbBits) | u0);
+  Limb q = static_cast<Limb>(t >> kLimbBits) + 1;
+  Limb r = u0 - q * d;
+  if (r > static_cast<Limb>(t)) {
+    --q;
+    r += d;
   }
-  return rem;
+  if (r >= d) {
+    ++q;
+    r -= d;
+  }
+  *rem = r;
+  return q;
+}
+
+}  // namespace
+
+Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
+  if (n == 0) return 0;
+  const int s = LeadingZeros(d);
+  const Limb dn = d << s;
+  const Limb inverse = static_cast<Limb>(
+      ((static_cast<DoubleLimb>(~dn) << kLimbBits) | ~static_cast<Limb>(0)) / dn);
+  Limb rem = 0;
+  if (s == 0) {
+    for (size_t i = n; i-- > 0;) q[i] = DivideTwoByOne(rem, u[i], dn, inverse, &rem);
+    return rem;
+  }
+  // The dividend shifted with the divisor, limb by limb; u[i-1] is read before q[i-1] is written.
+  rem = u[n - 1] >> (kLimbBits - s);
+  for (size_t i = n; i-- > 0;) {
+    const Limb limb = (u[i] << s) | (i > 0 ? u[i - 1] >> (kLimbBits - s) : 0);
+    q[i] = DivideTwoByOne(rem, limb, dn, inverse, &rem);
+  }
+  return rem >> s;
 }
 
 namespace {
@@ -872,6 +913,18 @@ void DivideNormalised(Limb* q, Limb* u, size_t nq, const Limb* v, size_t n) {
   }
 }
 
+// r[0..n) = a << s (0 <= s < kLimbBits); returns the bits shifted out.
+Limb ShiftLeft(Limb* r, const Limb* a, size_t n, int s) {
+  if (s == 0) {
+    std::memcpy(r, a, n * sizeof(Limb));
+    return 0;
+  }
+  const Limb out = a[n - 1] >> (kLimbBits - s);
+  for (size_t i = n - 1; i > 0; --i) r[i] = (a[i] << s) | (a[i - 1] >> (kLimbBits - s));
+  r[0] = a[0] << s;
+  return out;
+}
+
 }  // namespace
 
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv) {
@@ -886,18 +939,18 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
   // keeps its top nv limbs below the divisor.
   const int s = LeadingZeros(v[nv - 1]);
   LimbVector vn(nv), un(nu + 1);
-  for (size_t i = nv; i-- > 0;)
-    vn[i] = (v[i] << s) | (s && i > 0 ? v[i - 1] >> (kLimbBits - s) : 0);
-  un[nu] = s ? u[nu - 1] >> (kLimbBits - s) : 0;
-  for (size_t i = nu; i-- > 0;) un[i] = (u[i] << s) | (s && i > 0 ? u[i - 1] >> (kLimbBits - s) : 0);
+  ShiftLeft(vn.data(), v, nv, s);
+  un[nu] = ShiftLeft(un.data(), u, nu, s);
 
   const size_t nq = nu - nv + 1;
-  LimbVector qq(nq);
-  DivideNormalised(qq.data(), un.data(), nq, vn.data(), nv);
-  if (q) std::memcpy(q, qq.data(), nq * sizeof(Limb));
+  LimbVector qq(q ? 0 : nq);
+  DivideNormalised(q ? q : qq.data(), un.data(), nq, vn.data(), nv);
   if (r) {
-    for (size_t i = 0; i < nv; ++i)
-      r[i] = (un[i] >> s) | (s ? un[i + 1] << (kLimbBits - s) : 0);
+    if (s == 0) {
+      std::memcpy(r, un.data(), nv * sizeof(Limb));
+    } else {
+      for (size_t i = 0; i < nv; ++i) r[i] = (un[i] >> s) | (un[i + 1] << (kLimbBits - s));
+    }
   }
 }
 
