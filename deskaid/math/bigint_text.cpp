@@ -160,10 +160,11 @@ class DigitWriter {
       WriteDirect(v, width, out);
       return;
     }
-    // Largest power with at most about half the limbs of v. Its zero limbs pass straight into
+    // Largest power with at most about half the limbs of v (the next power has about twice the
+    // limbs of this one; it is only made when it is taken). Its zero limbs pass straight into
     // the remainder.
     size_t i = 0;
-    while (m_powers.Limbs(i + 1) * 2 <= v.size() + 1) ++i;
+    while (m_powers.Limbs(i) * 4 <= v.size() + 1) ++i;
     const size_t zeros = m_powers.ZeroLimbs(i);
     LimbVector q, r;
     if (zeros == 0) {
