@@ -567,19 +567,27 @@ struct Rows {
   Limb (*subMul1)(Limb*, const Limb*, size_t, Limb);
 };
 
-const bool g_wideAvailable = ProcessorHasWideMultiply();
-Rows g_rows = g_wideAvailable ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
+// Chosen on first use rather than by a static initialiser, so that big integers built during
+// other static initialisation already find their rows.
+Rows& ActiveRows() {
+  static Rows rows = WideRowsAvailable() ? Rows{AddMul1Wide, SubMul1Wide}
+                                         : Rows{AddMul1Plain, SubMul1Plain};
+  return rows;
+}
 
 }  // namespace
 
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return g_rows.addMul1(r, a, n, m); }
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return g_rows.subMul1(r, a, n, m); }
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().addMul1(r, a, n, m); }
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().subMul1(r, a, n, m); }
 
-bool WideRowsAvailable() { return g_wideAvailable; }
+bool WideRowsAvailable() {
+  static const bool available = ProcessorHasWideMultiply();
+  return available;
+}
 
 bool UseWideRows(bool wanted) {
-  const bool wide = wanted && g_wideAvailable;
-  g_rows = wide ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
+  const bool wide = wanted && WideRowsAvailable();
+  ActiveRows() = wide ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
   return wide;
 }
 #else

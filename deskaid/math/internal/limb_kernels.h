@@ -66,7 +66,8 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
 // r[0..n) -= m * a[0..n); returns the borrow limb.
 Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m);
 // The rows above come in three forms: portable loops; on x86-64, assembly with one carry chain;
-// and on x86-64 processors with BMI2 and ADX, assembly with two carry chains, chosen at start-up.
+// and on x86-64 processors with BMI2 and ADX, assembly with two carry chains, chosen by cpuid on
+// first use.
 bool WideRowsAvailable();
 // Chooses between the two assembly forms (tests run both); returns whether the wide rows are now
 // in use. Not for use while another thread computes.
