@@ -120,6 +120,23 @@ void TextGmp(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(mpz_get_str(&buffer[0], 10, a.v));
 }
 
+void ParseDeskaid(benchmark::State& state) {
+  const std::string text = RandomDecimal(100000);
+  for (auto _ : state) {
+    CBigInt a(text.c_str());
+    benchmark::DoNotOptimize(a.m_pData);
+  }
+}
+
+void ParseGmp(benchmark::State& state) {
+  const std::string text = RandomDecimal(100000);
+  Mpz a;
+  for (auto _ : state) {
+    mpz_set_str(a.v, text.c_str(), 10);
+    benchmark::DoNotOptimize(a.v);
+  }
+}
+
 const bool registered = [] {
   for (int bits : {1024, 2048, 4096}) {
     const std::string name = "powmod_" + std::to_string(bits);
@@ -137,6 +154,9 @@ const bool registered = [] {
   benchmark::RegisterBenchmark("text_100000digits/deskaid", TextDeskaid)
       ->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark("text_100000digits/gmp", TextGmp)->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("parse_100000digits/deskaid", ParseDeskaid)
+      ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("parse_100000digits/gmp", ParseGmp)->Unit(benchmark::kMillisecond);
   return true;
 }();
 

@@ -1,6 +1,9 @@
 // CBigInt's text forms: the parsers for radix 2 to 36 and the chunked conversion to text.
+#include <cstddef>
 #include <cstring>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "deskaid/math/bigint.h"
@@ -37,15 +40,63 @@ void MulAddSmall(LimbVector& acc, Limb m, Limb c) {
   if (carry) acc.push_back(carry);
 }
 
-// Accumulates the digits [p, end) of `radix` into `acc`, several digits per step.
-void AccumulateDigits(LimbVector& acc, const char* p, const char* end, unsigned radix) {
-  // The largest power of the radix that fits in a limb.
+// The largest power of the radix that fits in a limb, and its exponent.
+Limb ChunkPower(unsigned radix, int* digits) {
   Limb big = radix;
-  int perChunk = 1;
+  int k = 1;
   while (big <= static_cast<Limb>(~static_cast<Limb>(0)) / radix) {
     big *= radix;
-    ++perChunk;
+    ++k;
   }
+  *digits = k;
+  return big;
+}
+
+// Powers big^(2^k) of the chunk power `big`, made on demand by squaring, with their digit counts.
+// A power of an even radix ends in whole zero limbs; they are kept as a count instead, so that
+// products and divisions by the power work on the shorter remaining part.
+class RadixPowers {
+ public:
+  explicit RadixPowers(unsigned radix) {
+    int digits = 0;
+    const Limb big = ChunkPower(radix, &digits);
+    m_powers.push_back(Power{LimbVector{big}, 0});
+    m_digits = static_cast<size_t>(digits);
+  }
+  // Power k is Significant(k) * base^ZeroLimbs(k).
+  const LimbVector& Significant(size_t k) { return Make(k).significant; }
+  size_t ZeroLimbs(size_t k) { return Make(k).zeroLimbs; }
+  size_t Limbs(size_t k) { return Make(k).significant.size() + Make(k).zeroLimbs; }
+  // Digits of power k.
+  size_t Digits(size_t k) const { return m_digits << k; }
+  Limb Chunk() const { return m_powers[0].significant[0]; }
+
+ private:
+  struct Power {
+    LimbVector significant;
+    size_t zeroLimbs;
+  };
+  const Power& Make(size_t k) {
+    while (m_powers.size() <= k) {
+      const Power& last = m_powers.back();
+      LimbVector sq = limbs::Product(last.significant, last.significant);
+      size_t zeros = 0;
+      while (sq[zeros] == 0) ++zeros;
+      sq.erase(sq.begin(), sq.begin() + static_cast<std::ptrdiff_t>(zeros));
+      m_powers.push_back(Power{std::move(sq), 2 * last.zeroLimbs + zeros});
+    }
+    return m_powers[k];
+  }
+
+  std::vector<Power> m_powers;
+  size_t m_digits;
+};
+
+// The value of the digits [p, end) of `radix`, a limb's worth of digits a step.
+LimbVector AccumulateDigits(const char* p, const char* end, unsigned radix) {
+  int perChunk = 0;
+  ChunkPower(radix, &perChunk);
+  LimbVector acc;
   while (p < end) {
     Limb m = 1, c = 0;
     for (int i = 0; i < perChunk && p < end; ++i, ++p) {
@@ -58,6 +109,32 @@ void AccumulateDigits(LimbVector& acc, const char* p, const char* end, unsigned 
       MulAddSmall(acc, m, c);
     }
   }
+  return acc;
+}
+
+// The value of the digits [p, end): long text as (high digits) * radix^(low digit count) + (low
+// digits), the low part a power-of-two number of chunks so that its power comes from the table.
+LimbVector ReadDigits(const char* p, const char* end, unsigned radix, RadixPowers& powers) {
+  const size_t count = static_cast<size_t>(end - p);
+  if (count <= powers.Digits(0) * limbs::kTextSplitLimbs) return AccumulateDigits(p, end, radix);
+  size_t k = 0;
+  while (powers.Digits(k + 1) < count) ++k;
+  const char* split = end - powers.Digits(k);
+  LimbVector high = ReadDigits(p, split, radix, powers);
+  LimbVector low = ReadDigits(split, end, radix, powers);
+  if (high.empty()) return low;
+  const LimbVector& power = powers.Significant(k);
+  const size_t zeros = powers.ZeroLimbs(k);
+  LimbVector r(zeros + high.size() + power.size() + 1, 0);
+  limbs::Multiply(r.data() + zeros, high.data(), high.size(), power.data(), power.size());
+  if (!low.empty()) limbs::AddLimbs(r.data(), r.size(), low.data(), low.size());
+  limbs::Trim(r);
+  return r;
+}
+
+LimbVector ValueOfDigits(const char* p, const char* end, unsigned radix) {
+  RadixPowers powers(radix);
+  return ReadDigits(p, end, radix, powers);
 }
 
 char DigitChar(Limb d) {
@@ -68,15 +145,8 @@ char DigitChar(Limb d) {
 // of the radix, so the work is a few long divisions instead of one short division per chunk.
 class DigitWriter {
  public:
-  explicit DigitWriter(uint32_t radix) : m_radix(radix) {
-    Limb big = radix;
-    m_chunkDigits = 1;
-    while (big <= static_cast<Limb>(~static_cast<Limb>(0)) / radix) {
-      big *= radix;
-      ++m_chunkDigits;
-    }
-    m_powers.push_back(LimbVector{big});
-    m_powerDigits.push_back(m_chunkDigits);
+  explicit DigitWriter(uint32_t radix) : m_radix(radix), m_powers(radix) {
+    m_chunkDigits = static_cast<int>(m_powers.Digits(0));
   }
 
   // Appends the digits of `v`, least significant first, padded with zeros to `width` digits
@@ -86,50 +156,60 @@ class DigitWriter {
       out.append(width, '0');
       return;
     }
-    if (v.size() <= kDirectLimbs) {
+    if (v.size() <= limbs::kTextSplitLimbs) {
       WriteDirect(v, width, out);
       return;
     }
-    // Largest power with at most half the limbs of v.
+    // Largest power with at most about half the limbs of v (the next power has about twice the
+    // limbs of this one; it is only made when it is taken). Its zero limbs pass straight into
+    // the remainder.
     size_t i = 0;
-    while (true) {
-      if (i + 1 == m_powers.size()) {
-        if (m_powers[i].size() * 2 > v.size()) break;
-        m_powers.push_back(limbs::Product(m_powers[i], m_powers[i]));
-        m_powerDigits.push_back(m_powerDigits[i] * 2);
-      }
-      if (m_powers[i + 1].size() * 2 > v.size() + 1) break;
-      ++i;
-    }
+    while (m_powers.Limbs(i) * 4 <= v.size() + 1) ++i;
+    const size_t zeros = m_powers.ZeroLimbs(i);
     LimbVector q, r;
-    limbs::DivMod(v, m_powers[i], &q, &r);
-    const size_t low = m_powerDigits[i];
+    if (zeros == 0) {
+      limbs::DivMod(v, m_powers.Significant(i), &q, &r);
+    } else {
+      const LimbVector top(v.begin() + static_cast<std::ptrdiff_t>(zeros), v.end());
+      limbs::DivMod(top, m_powers.Significant(i), &q, &r);
+      r.insert(r.begin(), v.begin(), v.begin() + static_cast<std::ptrdiff_t>(zeros));
+      limbs::Trim(r);
+    }
+    const size_t low = m_powers.Digits(i);
     Write(r, low, out);
     Write(q, width > low ? width - low : 0, out);
   }
 
  private:
-  static constexpr size_t kDirectLimbs = 24;
-
   void WriteDirect(LimbVector v, size_t width, std::string& out) {
     const size_t start = out.size();
-    const Limb big = m_powers[0][0];
+    // Radix 10, the common case, with a constant divisor the compiler turns into a product.
+    if (m_radix == 10) {
+      WriteChunks(v, std::integral_constant<Limb, 10>(), out);
+    } else {
+      WriteChunks(v, static_cast<Limb>(m_radix), out);
+    }
+    const size_t written = out.size() - start;
+    if (written < width) out.append(width - written, '0');
+  }
+
+  template <typename Radix>
+  void WriteChunks(LimbVector& v, Radix radix, std::string& out) {
+    const Limb big = m_powers.Chunk();
     while (!v.empty()) {
       Limb rem = limbs::DivideSingle(v.data(), v.data(), v.size(), big);
       limbs::Trim(v);
       for (int i = 0; i < m_chunkDigits; ++i) {
         if (v.empty() && rem == 0) break;
-        out.push_back(DigitChar(rem % m_radix));
-        rem /= m_radix;
+        out.push_back(DigitChar(rem % radix));
+        rem /= radix;
       }
     }
-    if (out.size() - start < width) out.append(width - (out.size() - start), '0');
   }
 
   uint32_t m_radix;
   int m_chunkDigits;
-  std::vector<LimbVector> m_powers;
-  std::vector<size_t> m_powerDigits;
+  RadixPowers m_powers;
 };
 
 // Digits of a power-of-two radix straight from the bits.
@@ -249,7 +329,8 @@ void CBigInt::ParseBits(const char* text, int bitsPerDigit, char maxDigit) {
 }
 
 void CBigInt::ParseDecimal(const char* text) {
-  const char* p = SkipBlanks(text);
+  const char* const start = SkipBlanks(text);
+  const char* p = start;
   // Straight into the first word while it cannot overflow.
   uint32_t first = 0;
   while (*p >= '0' && *p <= '9' && first <= 429496728u) first = first * 10 + (*p++ - '0');
@@ -262,10 +343,8 @@ void CBigInt::ParseDecimal(const char* text) {
     if (*p != '-' && (first & 0x80000000u)) AppendWord(0);
     return;
   }
-  LimbVector acc;
-  if (first) acc.push_back(first);
-  AccumulateDigits(acc, p, end, 10);
-  *this = deskaid::FromMagnitude(acc);
+  // The digits already in `first` are the leading digits of the same number.
+  *this = deskaid::FromMagnitude(ValueOfDigits(start, end, 10));
 }
 
 void CBigInt::Parse(const char* text, int radix) {
@@ -285,7 +364,7 @@ void CBigInt::Parse(const char* text, int radix) {
   const char* end = p;
   while (radix > 0 && DigitValue(*end) < static_cast<unsigned>(radix)) ++end;
   LimbVector acc;
-  if (radix >= 2) AccumulateDigits(acc, p, end, static_cast<unsigned>(radix));
+  if (radix >= 2) acc = ValueOfDigits(p, end, static_cast<unsigned>(radix));
   *this = deskaid::FromMagnitude(acc);
 }
 

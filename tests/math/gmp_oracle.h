@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gmp.h>
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <random>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include <deskaid/math/bigint.h>
+#include <deskaid/math/internal/limb_kernels.h>
 
 namespace mathtest {
 
@@ -69,4 +71,23 @@ class Operands {
   std::mt19937_64 m_rng;
 };
 
+// Differential tests run once with each form of the multiply rows the processor offers: the
+// parameter asks for the wide (BMI2/ADX) rows.
+class RowsTest : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (GetParam() && !deskaid::limbs::WideRowsAvailable()) GTEST_SKIP() << "no BMI2 and ADX";
+    deskaid::limbs::UseWideRows(GetParam());
+  }
+  void TearDown() override { deskaid::limbs::UseWideRows(true); }
+};
+
+inline std::string RowsName(const ::testing::TestParamInfo<bool>& info) {
+  return info.param ? "WideRows" : "PlainRows";
+}
+
 }  // namespace mathtest
+
+#define DESKAID_ROWS_SUITE(suite)                 \
+  class suite : public mathtest::RowsTest {};     \
+  INSTANTIATE_TEST_SUITE_P(, suite, ::testing::Bool(), mathtest::RowsName)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "math/gmp_oracle.h"
+#include <deskaid/math/internal/limb_kernels.h>
 #include <deskaid/math/modpower.h>
 
 namespace {
@@ -10,6 +11,8 @@ namespace {
 using mathtest::Mpz;
 using mathtest::Operands;
 using mathtest::ToMpz;
+
+DESKAID_ROWS_SUITE(ModPowerVersusGmp);
 
 // Bit length of a positive value.
 size_t BitLength(const CBigInt& x) { return mpz_sizeinbase(ToMpz(x).v, 2); }
@@ -44,7 +47,7 @@ void CheckAgainstGmp(const CBigInt& base0, const CBigInt& e, const CBigInt& n, i
   }
 }
 
-TEST(ModPowerVersusGmp, NonNegativeBasesOddAndEvenModuli) {
+TEST_P(ModPowerVersusGmp, NonNegativeBasesOddAndEvenModuli) {
   Operands gen(11);
   int cases = 0;
   for (int i = 0; i < 300; ++i, ++cases) {
@@ -59,7 +62,7 @@ TEST(ModPowerVersusGmp, NonNegativeBasesOddAndEvenModuli) {
   std::printf("modular power differential cases: %d\n", cases);
 }
 
-TEST(ModPowerVersusGmp, MontgomeryRouteMatchesThePlainRoute) {
+TEST_P(ModPowerVersusGmp, MontgomeryRouteMatchesThePlainRoute) {
   // A negative modulus takes the plain route; with a non-negative base its remainders are those
   // of the modulus's magnitude, so both routes must agree, write-back included.
   Operands gen(12);
@@ -75,6 +78,35 @@ TEST(ModPowerVersusGmp, MontgomeryRouteMatchesThePlainRoute) {
     EXPECT_EQ(r1.m_nLength, r2.m_nLength);
     EXPECT_EQ(b1.m_nLength, b2.m_nLength);
   }
+}
+
+TEST_P(ModPowerVersusGmp, ModulusLengthsAroundTheProductSplitsAndEveryWindowWidth) {
+  // Odd moduli one limb either side of where products and squares split, so that the Montgomery
+  // steps take both forms; exponent lengths either side of each change of window width.
+  namespace limbs = deskaid::limbs;
+  Operands gen(13);
+  const int limbBits = limbs::kLimbBits;
+  int i = 0;
+  for (size_t t : {limbs::kKaratsubaThreshold, limbs::kKaratsubaSquareThreshold}) {
+    for (int n : {static_cast<int>(t) - 1, static_cast<int>(t), static_cast<int>(t) + 1}) {
+      for (int eBits : {24, 25, 96, 97, 384, 385}) {
+        CBigInt modulus = gen.NonNegative(n * limbBits) | CBigInt(1);
+        // The generator picks short values half the time; the top bit fixes the length.
+        modulus = modulus | (CBigInt(1) << (n * limbBits - 1));
+        CBigInt e = gen.NonNegative(eBits) | (CBigInt(1) << (eBits - 1));
+        CheckAgainstGmp(gen.NonNegative(n * limbBits), e, modulus);
+        ++i;
+      }
+    }
+  }
+  // The widest windows, on a shorter modulus to keep the run short.
+  for (int eBits : {1536, 1537}) {
+    CBigInt modulus = gen.NonNegative(512) | CBigInt(1) | (CBigInt(1) << 511);
+    CheckAgainstGmp(gen.NonNegative(512), gen.NonNegative(eBits) | (CBigInt(1) << (eBits - 1)),
+                    modulus);
+    ++i;
+  }
+  std::printf("modular powers around the thresholds: %d\n", i);
 }
 
 }  // namespace

@@ -5,14 +5,16 @@
 #pragma GCC optimize("unroll-loops")
 #endif
 
+#include <algorithm>
 #include <cstring>
+
+#if DESKAID_LIMB_ASM
+#include <cpuid.h>
+#endif
 
 namespace deskaid {
 namespace limbs {
 namespace {
-
-// Below this many limbs the schoolbook product beats Karatsuba's extra additions.
-constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 48 : 96;
 
 int LeadingZeros(Limb x) {
   int n = 0;
@@ -31,6 +33,11 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     const Limb* t = a; a = b; b = t;
     size_t tn = na; na = nb; nb = tn;
   }
+#if DESKAID_LIMB_ASM
+  // Row by row: the assembly row beats the two-row loop in C.
+  r[na] = Mul1(r, a, na, b[0], 0);
+  for (size_t j = 1; j < nb; ++j) r[na + j] = AddMul1(r + j, a, na, b[j]);
+#else
   size_t j = 0;
   if (nb % 2) {
     r[na] = Mul1(r, a, na, b[0], 0);
@@ -44,6 +51,7 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     r[na + j] = hi[0];
     r[na + j + 1] = hi[1];
   }
+#endif
 }
 
 // r += a (a of n limbs) at r[0..rn), carrying upward.
@@ -88,8 +96,125 @@ void MultiplyAny(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   }
 }
 
+// x[0..w) = x / 3 for an exact multiple of 3 in w-limb two's complement: each quotient limb is
+// the limb times the inverse of 3 modulo the limb base, and what 3 * q spills above the limb is
+// borrowed from the next one.
+void DivideExactlyBy3(Limb* x, size_t w) {
+  const Limb inverse = (~static_cast<Limb>(0) / 3) * 2 + 1;
+  Limb borrow = 0;
+  for (size_t i = 0; i < w; ++i) {
+    const Limb u = x[i];
+    const Limb q = (u - borrow) * inverse;
+    x[i] = q;
+    borrow = static_cast<Limb>((static_cast<DoubleLimb>(q) * 3) >> kLimbBits) + (u < borrow);
+  }
+}
+
+// x[0..w) = x / 2 for an even number in w-limb two's complement.
+void HalveSigned(Limb* x, size_t w) {
+  for (size_t i = 0; i + 1 < w; ++i) x[i] = (x[i] >> 1) | (x[i + 1] << (kLimbBits - 1));
+  x[w - 1] = (x[w - 1] >> 1) | (x[w - 1] & (static_cast<Limb>(1) << (kLimbBits - 1)));
+}
+
+// x[0..w) = -x in two's complement.
+void NegateSigned(Limb* x, size_t w) {
+  for (size_t i = 0; i < w; ++i) x[i] = ~x[i];
+  AddLimb(x, w, 1);
+}
+
+// The values of x0 + x1 t + x2 t^2 (x of n limbs, pieces of k, k and n - 2k limbs) at t = 1, -1
+// and -2, each as k+1 limbs of magnitude, with the signs of the last two.
+void EvaluateToom3(const Limb* x, size_t n, size_t k, Limb* at1, Limb* atMinus1, bool* minus1Negative,
+                   Limb* atMinus2, bool* minus2Negative) {
+  const size_t p = k + 1;
+  LimbVector even(p, 0), odd(p, 0), high(p, 0);
+  std::copy(x, x + k, even.begin());
+  AddLimbs(even.data(), p, x + 2 * k, n - 2 * k);  // x0 + x2
+  std::copy(x + k, x + 2 * k, odd.begin());        // x1
+  AddN(at1, even.data(), odd.data(), p);
+  *minus1Negative = CompareN(even.data(), odd.data(), p) < 0;
+  if (*minus1Negative) {
+    SubN(atMinus1, odd.data(), even.data(), p);
+  } else {
+    SubN(atMinus1, even.data(), odd.data(), p);
+  }
+  // x0 + 4 x2 against 2 x1.
+  std::copy(x + 2 * k, x + n, high.begin());
+  AddN(high.data(), high.data(), high.data(), p);
+  AddN(high.data(), high.data(), high.data(), p);
+  AddLimbs(high.data(), p, x, k);
+  AddN(odd.data(), odd.data(), odd.data(), p);
+  *minus2Negative = CompareN(high.data(), odd.data(), p) < 0;
+  if (*minus2Negative) {
+    SubN(atMinus2, odd.data(), high.data(), p);
+  } else {
+    SubN(atMinus2, high.data(), odd.data(), p);
+  }
+}
+
+// Toom-3: both operands in three pieces, the product polynomial from its values at 0, 1, -1, -2
+// and infinity (five products of a third of the size), then interpolated in two's complement.
+void Toom3(Limb* r, const Limb* a, const Limb* b, size_t n, bool square) {
+  const size_t k = (n + 2) / 3, s = n - 2 * k, p = k + 1, w = 2 * k + 3;
+  LimbVector pa(3 * p), pb(3 * p);
+  bool aNeg1 = false, aNeg2 = false, bNeg1 = false, bNeg2 = false;
+  EvaluateToom3(a, n, k, pa.data(), pa.data() + p, &aNeg1, pa.data() + 2 * p, &aNeg2);
+  if (!square) EvaluateToom3(b, n, k, pb.data(), pb.data() + p, &bNeg1, pb.data() + 2 * p, &bNeg2);
+  const Limb* qb = square ? pa.data() : pb.data();
+  if (square) {
+    bNeg1 = aNeg1;
+    bNeg2 = aNeg2;
+  }
+  // v1, vm1, vm2 in w limbs each, signed.
+  LimbVector v(3 * w, 0);
+  Limb* v1 = v.data();
+  Limb* vm1 = v1 + w;
+  Limb* vm2 = vm1 + w;
+  KaratsubaEqual(v1, pa.data(), qb, p, square);
+  KaratsubaEqual(vm1, pa.data() + p, qb + p, p, square);
+  if (aNeg1 != bNeg1) NegateSigned(vm1, w);
+  KaratsubaEqual(vm2, pa.data() + 2 * p, qb + 2 * p, p, square);
+  if (aNeg2 != bNeg2) NegateSigned(vm2, w);
+  // v0 = a0 b0 into r[0..2k), vinf = a2 b2 into r[4k..2n).
+  KaratsubaEqual(r, a, square ? a : b, k, square);
+  KaratsubaEqual(r + 4 * k, a + 2 * k, square ? a + 2 * k : b + 2 * k, s, square);
+  LimbVector v0(w, 0), vinf(w, 0);
+  std::copy(r, r + 2 * k, v0.begin());
+  std::copy(r + 4 * k, r + 2 * n, vinf.begin());
+  std::fill(r + 2 * k, r + 4 * k, 0);
+  // c3 = (vm2 - v1) / 3, c1 = (v1 - vm1) / 2, c2 = vm1 - v0, c3 = (c2 - c3) / 2 + 2 vinf,
+  // c2 = c2 + c1 - vinf, c1 = c1 - c3.
+  Limb* c3 = vm2;
+  SubN(c3, vm2, v1, w);
+  DivideExactlyBy3(c3, w);
+  Limb* c1 = v1;
+  SubN(c1, v1, vm1, w);
+  HalveSigned(c1, w);
+  Limb* c2 = vm1;
+  SubN(c2, vm1, v0.data(), w);
+  SubN(c3, c2, c3, w);
+  HalveSigned(c3, w);
+  AddN(c3, c3, vinf.data(), w);
+  AddN(c3, c3, vinf.data(), w);
+  AddN(c2, c2, c1, w);
+  SubN(c2, c2, vinf.data(), w);
+  SubN(c1, c1, c3, w);
+  // r = v0 + c1 B^k + c2 B^2k + c3 B^3k + vinf B^4k; v0 and vinf are in place.
+  const Limb* coefficients[3] = {c1, c2, c3};
+  for (size_t i = 0; i < 3; ++i) {
+    const size_t offset = (i + 1) * k;
+    size_t len = w;
+    while (len > 0 && coefficients[i][len - 1] == 0) --len;
+    AddLimbs(r + offset, 2 * n - offset, coefficients[i], len);
+  }
+}
+
 void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square) {
-  if (n < kKaratsubaThreshold) {
+  if (n >= (square ? kToom3SquareThreshold : kToom3Threshold)) {
+    Toom3(r, a, b, n, square);
+    return;
+  }
+  if (n < (square ? kKaratsubaSquareThreshold : kKaratsubaThreshold)) {
     if (square) {
       Square(r, a, n);
     } else {
@@ -103,10 +228,10 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
   KaratsubaEqual(r + 2 * lo, a + lo, b + lo, hi, square);
   // sa = a0 + a1, sb = b0 + b1 (hi+1 limbs each)
   LimbVector sa(hi + 1, 0), sb(hi + 1, 0), mid(2 * hi + 2, 0);
-  std::memcpy(sa.data(), a + lo, hi * sizeof(Limb));
+  std::copy(a + lo, a + n, sa.begin());
   AddInto(sa.data(), hi + 1, a, lo);
   if (!square) {
-    std::memcpy(sb.data(), b + lo, hi * sizeof(Limb));
+    std::copy(b + lo, b + n, sb.begin());
     AddInto(sb.data(), hi + 1, b, lo);
   }
   size_t sn = hi + 1;
@@ -128,23 +253,95 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
 
 LimbVector PackWords(const uint32_t* words, size_t count) {
   LimbVector a((count + kWordsPerLimb - 1) / kWordsPerLimb, 0);
-  for (size_t i = 0; i < count; ++i)
-    a[i / kWordsPerLimb] |= static_cast<Limb>(words[i]) << (32 * (i % kWordsPerLimb));
+  if constexpr (kWordsPerLimb == 2) {
+    const size_t pairs = count / 2;
+    for (size_t i = 0; i < pairs; ++i)
+      a[i] = words[2 * i] | (static_cast<Limb>(words[2 * i + 1]) << (kLimbBits / 2));
+    if (count % 2) a[pairs] = words[count - 1];
+  } else {
+    for (size_t i = 0; i < count; ++i) a[i] = static_cast<Limb>(words[i]);
+  }
   Trim(a);
   return a;
 }
 
 void UnpackWords(const Limb* a, size_t n, uint32_t* words, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    size_t li = i / kWordsPerLimb;
-    words[i] = li < n ? static_cast<uint32_t>(a[li] >> (32 * (i % kWordsPerLimb))) : 0;
+  size_t i = 0;
+  if constexpr (kWordsPerLimb == 2) {
+    const size_t whole = n < count / 2 ? n : count / 2;
+    for (size_t j = 0; j < whole; ++j) {
+      words[2 * j] = static_cast<uint32_t>(a[j]);
+      words[2 * j + 1] = static_cast<uint32_t>(a[j] >> (kLimbBits / 2));
+    }
+    i = 2 * whole;
   }
+  for (; i < count && i / kWordsPerLimb < n; ++i)
+    words[i] = static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb)));
+  for (; i < count; ++i) words[i] = 0;
 }
 
 void Trim(LimbVector& a) {
   while (!a.empty() && a.back() == 0) a.pop_back();
 }
 
+#if DESKAID_LIMB_ASM
+namespace {
+
+// The carry (or borrow) chain of four limbs a pass in the carry flag; lea and dec leave it alone.
+#define DESKAID_ADD_SUB_LOOP(op)                                                        \
+  __asm__(                                                                              \
+      "addq $-1, %[c]\n\t" /* carry flag = c */                                         \
+      "1:\n\t"                                                                          \
+      "movq (%[a]), %[t]\n\t" op " (%[b]), %[t]\n\t" "movq %[t], (%[r])\n\t"           \
+      "movq 8(%[a]), %[t]\n\t" op " 8(%[b]), %[t]\n\t" "movq %[t], 8(%[r])\n\t"        \
+      "movq 16(%[a]), %[t]\n\t" op " 16(%[b]), %[t]\n\t" "movq %[t], 16(%[r])\n\t"     \
+      "movq 24(%[a]), %[t]\n\t" op " 24(%[b]), %[t]\n\t" "movq %[t], 24(%[r])\n\t"     \
+      "leaq 32(%[a]), %[a]\n\t"                                                         \
+      "leaq 32(%[b]), %[b]\n\t"                                                         \
+      "leaq 32(%[r]), %[r]\n\t"                                                         \
+      "decq %[n]\n\t"                                                                   \
+      "jnz 1b\n\t"                                                                      \
+      "movl $0, %k[c]\n\t"                                                              \
+      "setc %b[c]\n\t"                                                                  \
+      : [r] "+r"(r), [a] "+r"(a), [b] "+r"(b), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(t) \
+      :                                                                                 \
+      : "cc", "memory")
+
+}  // namespace
+
+Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n) {
+  Limb carry = 0;
+  for (; n % 4; --n, ++r, ++a, ++b) {
+    const Limb s = a[0] + carry;
+    const Limb c1 = s < carry;
+    const Limb t = s + b[0];
+    carry = c1 + (t < s);
+    r[0] = t;
+  }
+  if (n == 0) return carry;
+  n /= 4;
+  Limb t;
+  DESKAID_ADD_SUB_LOOP("adcq");
+  return carry;
+}
+
+Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
+  Limb carry = 0;
+  for (; n % 4; --n, ++r, ++a, ++b) {
+    const Limb ai = a[0], bi = b[0];
+    const Limb t = ai - bi;
+    const Limb b1 = ai < bi;
+    r[0] = t - carry;
+    carry = b1 + (t < carry);
+  }
+  if (n == 0) return carry;
+  n /= 4;
+  Limb t;
+  DESKAID_ADD_SUB_LOOP("sbbq");
+  return carry;
+}
+#undef DESKAID_ADD_SUB_LOOP
+#else
 Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n) {
   Limb carry = 0;
   for (size_t i = 0; i < n; ++i) {
@@ -170,6 +367,230 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
   return borrow;
 }
 
+#endif
+
+#if DESKAID_LIMB_ASM
+namespace {
+
+// Two limbs a pass: load, multiply, add the carry and the limb of r, store, with one carry
+// chain through the flags.
+Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  if (n & 1) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
+    r[0] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  if (n == 0) return carry;
+  Limb next;
+  __asm__(
+      "1:\n\t"
+      "movq (%[a]), %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[c], %%rax\n\t"
+      "movq 8(%[a]), %[c]\n\t"
+      "adcq $0, %%rdx\n\t"
+      "addq %%rax, (%[r])\n\t"
+      "movq %%rdx, %[t]\n\t"
+      "adcq $0, %[t]\n\t"
+      "movq %[c], %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[t], %%rax\n\t"
+      "adcq $0, %%rdx\n\t"
+      "addq %%rax, 8(%[r])\n\t"
+      "adcq $0, %%rdx\n\t"
+      "movq %%rdx, %[c]\n\t"
+      "leaq 16(%[a]), %[a]\n\t"
+      "leaq 16(%[r]), %[r]\n\t"
+      "decq %[n]\n\t"
+      "jnz 1b\n\t"
+      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(next)
+      : [m] "r"(m)
+      : "rax", "rdx", "cc", "memory");
+  return carry;
+}
+
+Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb borrow = 0;
+  if (n & 1) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
+    const Limb pl = static_cast<Limb>(p);
+    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
+    r[0] -= pl;
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  if (n == 0) return borrow;
+  Limb next;
+  __asm__(
+      "1:\n\t"
+      "movq (%[a]), %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[c], %%rax\n\t"
+      "movq 8(%[a]), %[c]\n\t"
+      "adcq $0, %%rdx\n\t"
+      "subq %%rax, (%[r])\n\t"
+      "movq %%rdx, %[t]\n\t"
+      "adcq $0, %[t]\n\t"
+      "movq %[c], %%rax\n\t"
+      "mulq %[m]\n\t"
+      "addq %[t], %%rax\n\t"
+      "adcq $0, %%rdx\n\t"
+      "subq %%rax, 8(%[r])\n\t"
+      "adcq $0, %%rdx\n\t"
+      "movq %%rdx, %[c]\n\t"
+      "leaq 16(%[a]), %[a]\n\t"
+      "leaq 16(%[r]), %[r]\n\t"
+      "decq %[n]\n\t"
+      "jnz 1b\n\t"
+      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(borrow), [t] "=&r"(next)
+      : [m] "r"(m)
+      : "rax", "rdx", "cc", "memory");
+  return borrow;
+}
+// The same rows with BMI2 and ADX: mulx leaves the flags alone, so the carries of the products
+// (adcx, carry flag) and of the additions into r (adox, overflow flag) run as two chains side by
+// side. The loop counter moves by lea and is tested by jrcxz, which touch no flag.
+Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  for (; n % 4; --n, ++r, ++a) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0] + carry;
+    r[0] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+  }
+  n /= 4;
+  Limb lo, hi, lo2, hi2;
+  __asm__(
+      "xorl %k[lo], %k[lo]\n\t"
+      "1:\n\t"
+      "jrcxz 2f\n\t"
+      "mulx (%[a]), %[lo], %[hi]\n\t"
+      "mulx 8(%[a]), %[lo2], %[hi2]\n\t"
+      "adcx %[c], %[lo]\n\t"
+      "adox (%[r]), %[lo]\n\t"
+      "movq %[lo], (%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "adox 8(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 8(%[r])\n\t"
+      "mulx 16(%[a]), %[lo], %[hi]\n\t"
+      "mulx 24(%[a]), %[lo2], %[c]\n\t"
+      "adcx %[hi2], %[lo]\n\t"
+      "adox 16(%[r]), %[lo]\n\t"
+      "movq %[lo], 16(%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "adox 24(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 24(%[r])\n\t"
+      "leaq 32(%[a]), %[a]\n\t"
+      "leaq 32(%[r]), %[r]\n\t"
+      "leaq -1(%%rcx), %%rcx\n\t"
+      "jmp 1b\n\t"
+      "2:\n\t"
+      "movl $0, %k[lo]\n\t"
+      "adcx %[lo], %[c]\n\t"
+      "adox %[lo], %[c]\n\t"
+      : [r] "+r"(r), [a] "+r"(a), "+c"(n), [c] "+r"(carry), [lo] "=&r"(lo), [hi] "=&r"(hi),
+        [lo2] "=&r"(lo2), [hi2] "=&r"(hi2)
+      : "d"(m)
+      : "cc", "memory");
+  return carry;
+}
+
+// r - p is r + ~p + 1 less one unit above the top: the additions run on the overflow flag, set
+// to 1 at the start, and a clear flag at the end is the borrow.
+Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb borrow = 0;
+  for (; n % 4; --n, ++r, ++a) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m + borrow;
+    const Limb pl = static_cast<Limb>(p);
+    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
+    r[0] -= pl;
+  }
+  n /= 4;
+  Limb lo, hi, lo2, hi2;
+  __asm__(
+      "movabsq $0x7fffffffffffffff, %[lo]\n\t"
+      "addq $1, %[lo]\n\t"  // overflow flag 1, carry flag 0
+      "1:\n\t"
+      "jrcxz 2f\n\t"
+      "mulx (%[a]), %[lo], %[hi]\n\t"
+      "mulx 8(%[a]), %[lo2], %[hi2]\n\t"
+      "adcx %[c], %[lo]\n\t"
+      "notq %[lo]\n\t"
+      "adox (%[r]), %[lo]\n\t"
+      "movq %[lo], (%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "notq %[lo2]\n\t"
+      "adox 8(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 8(%[r])\n\t"
+      "mulx 16(%[a]), %[lo], %[hi]\n\t"
+      "mulx 24(%[a]), %[lo2], %[c]\n\t"
+      "adcx %[hi2], %[lo]\n\t"
+      "notq %[lo]\n\t"
+      "adox 16(%[r]), %[lo]\n\t"
+      "movq %[lo], 16(%[r])\n\t"
+      "adcx %[hi], %[lo2]\n\t"
+      "notq %[lo2]\n\t"
+      "adox 24(%[r]), %[lo2]\n\t"
+      "movq %[lo2], 24(%[r])\n\t"
+      "leaq 32(%[a]), %[a]\n\t"
+      "leaq 32(%[r]), %[r]\n\t"
+      "leaq -1(%%rcx), %%rcx\n\t"
+      "jmp 1b\n\t"
+      "2:\n\t"
+      "seto %b[lo]\n\t"
+      "movl $0, %k[hi]\n\t"
+      "adcx %[hi], %[c]\n\t"
+      "movzbl %b[lo], %k[lo]\n\t"
+      "subq %[lo], %[c]\n\t"
+      "addq $1, %[c]\n\t"
+      : [r] "+r"(r), [a] "+r"(a), "+c"(n), [c] "+r"(borrow), [lo] "=&r"(lo), [hi] "=&r"(hi),
+        [lo2] "=&r"(lo2), [hi2] "=&r"(hi2)
+      : "d"(m)
+      : "cc", "memory");
+  return borrow;
+}
+
+bool ProcessorHasWideMultiply() {
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid_max(0, nullptr) < 7) return false;
+  __cpuid_count(7, 0, eax, ebx, ecx, edx);
+  const unsigned bmi2 = 1u << 8, adx = 1u << 19;
+  return (ebx & bmi2) && (ebx & adx);
+}
+
+struct Rows {
+  Limb (*addMul1)(Limb*, const Limb*, size_t, Limb);
+  Limb (*subMul1)(Limb*, const Limb*, size_t, Limb);
+};
+
+// Chosen on first use rather than by a static initialiser, so that big integers built during
+// other static initialisation already find their rows.
+Rows& ActiveRows() {
+  static Rows rows = WideRowsAvailable() ? Rows{AddMul1Wide, SubMul1Wide}
+                                         : Rows{AddMul1Plain, SubMul1Plain};
+  return rows;
+}
+
+}  // namespace
+
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().addMul1(r, a, n, m); }
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().subMul1(r, a, n, m); }
+
+bool WideRowsAvailable() {
+  static const bool available = ProcessorHasWideMultiply();
+  return available;
+}
+
+bool UseWideRows(bool wanted) {
+  const bool wide = wanted && WideRowsAvailable();
+  ActiveRows() = wide ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
+  return wide;
+}
+#else
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   for (size_t i = 0; i < n; ++i) {
@@ -179,6 +600,21 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   }
   return carry;
 }
+
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[i]) * m + carry;
+    const Limb pl = static_cast<Limb>(p);
+    const Limb ri = r[i];
+    carry = static_cast<Limb>(p >> kLimbBits) + (ri < pl);
+    r[i] = ri - pl;
+  }
+  return carry;
+}
+bool WideRowsAvailable() { return false; }
+bool UseWideRows(bool) { return false; }
+#endif
 
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
   // lo carries into the next position, high into the one after it.
@@ -192,6 +628,11 @@ void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
   }
   hi[0] = lo;
   hi[1] = high;
+}
+
+Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n) {
+  Limb carry = AddN(r, r, a, n);
+  return AddLimb(r + n, rn - n, carry);
 }
 
 Limb AddLimb(Limb* r, size_t rn, Limb x) {
@@ -228,12 +669,21 @@ void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
 
 void Square(Limb* r, const Limb* a, size_t n) {
   if (n == 0) return;
-  if (n >= kKaratsubaThreshold) {
+  if (n >= kKaratsubaSquareThreshold) {
     KaratsubaEqual(r, a, a, n, true);
     return;
   }
-  // Cross products a[i]*a[j], i < j, once (two rows a pass); then doubled; then the squares on
-  // the diagonal.
+  // Cross products a[i]*a[j], i < j, once; then doubled; then the squares on the diagonal.
+#if DESKAID_LIMB_ASM
+  // Row i covers r[2i+1 .. n+i) and its carry is the first write of r[n+i].
+  r[0] = 0;
+  r[2 * n - 1] = 0;
+  if (n > 1) {
+    r[n] = Mul1(r + 1, a + 1, n - 1, a[0], 0);
+    for (size_t i = 1; i + 1 < n; ++i) r[n + i] = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
+  }
+#else
+  // Two rows a pass.
   std::memset(r, 0, 2 * n * sizeof(Limb));
   size_t i = 0;
   for (; i + 2 < n; i += 2) {
@@ -250,6 +700,7 @@ void Square(Limb* r, const Limb* a, size_t n) {
     Limb c = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
     AddLimb(r + n + i, n - i, c);
   }
+#endif
   Limb top = 0;
   for (size_t i = 0; i < 2 * n; ++i) {
     Limb next = r[i] >> (kLimbBits - 1);
@@ -268,15 +719,221 @@ void Square(Limb* r, const Limb* a, size_t n) {
   }
 }
 
-Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
-  Limb rem = 0;
-  for (size_t i = n; i-- > 0;) {
-    DoubleLimb num = (static_cast<DoubleLimb>(rem) << kLimbBits) | u[i];
-    q[i] = static_cast<Limb>(num / d);
-    rem = static_cast<Limb>(num % d);
+namespace {
+
+// The quotient limb of (u1, u0) by a divisor with its top bit set, given its reciprocal
+// floor((base^2 - 1) / d) - base; requires u1 < d. Two products instead of a double-limb division.
+inline Limb DivideTwoByOne(Limb u1, Limb u0, Limb d, Limb inverse, Limb* rem) {
+  const DoubleLimb t = static_cast<DoubleLimb>(inverse) * u1 +
+                       ((static_cast<DoubleLimb>(u1) << kLimbBits) | u0);
+  Limb q = static_cast<Limb>(t >> kLimbBits) + 1;
+  Limb r = u0 - q * d;
+  if (r > static_cast<Limb>(t)) {
+    --q;
+    r += d;
   }
-  return rem;
+  if (r >= d) {
+    ++q;
+    r -= d;
+  }
+  *rem = r;
+  return q;
 }
+
+}  // namespace
+
+Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
+  if (n == 0) return 0;
+  const int s = LeadingZeros(d);
+  const Limb dn = d << s;
+  const Limb inverse = static_cast<Limb>(
+      ((static_cast<DoubleLimb>(~dn) << kLimbBits) | ~static_cast<Limb>(0)) / dn);
+  Limb rem = 0;
+  if (s == 0) {
+    for (size_t i = n; i-- > 0;) q[i] = DivideTwoByOne(rem, u[i], dn, inverse, &rem);
+    return rem;
+  }
+  // The dividend shifted with the divisor, limb by limb; u[i-1] is read before q[i-1] is written.
+  rem = u[n - 1] >> (kLimbBits - s);
+  for (size_t i = n; i-- > 0;) {
+    const Limb limb = (u[i] << s) | (i > 0 ? u[i - 1] >> (kLimbBits - s) : 0);
+    q[i] = DivideTwoByOne(rem, limb, dn, inverse, &rem);
+  }
+  return rem >> s;
+}
+
+namespace {
+
+// Divisor of two or more limbs with its top bit set, and the reciprocal of its top two limbs:
+// floor((base^3 - 1) / (d1 * base + d0)) - base. With it each quotient limb costs two products
+// instead of a double-limb division.
+struct NormalDivisor {
+  const Limb* v;
+  size_t n;
+  Limb d1, d0, inverse;
+
+  NormalDivisor(const Limb* limbs, size_t count)
+      : v(limbs), n(count), d1(limbs[count - 1]), d0(limbs[count - 2]) {
+    const DoubleLimb num = (static_cast<DoubleLimb>(~d1) << kLimbBits) | ~static_cast<Limb>(0);
+    Limb inv = static_cast<Limb>(num / d1);
+    // From the reciprocal of d1 to that of (d1, d0).
+    Limb p = d1 * inv + d0;
+    if (p < d0) {
+      --inv;
+      if (p >= d1) {
+        --inv;
+        p -= d1;
+      }
+      p -= d1;
+    }
+    const DoubleLimb t = static_cast<DoubleLimb>(inv) * d0;
+    const Limb t1 = static_cast<Limb>(t >> kLimbBits), t0 = static_cast<Limb>(t);
+    p += t1;
+    if (p < t1) {
+      --inv;
+      if (p > d1 || (p == d1 && t0 >= d0)) --inv;
+    }
+    inverse = inv;
+  }
+
+  // The quotient limb of (u2, u1, u0) by (d1, d0); requires (u2, u1) < (d1, d0).
+  Limb QuotientOf(Limb u2, Limb u1, Limb u0) const {
+    DoubleLimb q = static_cast<DoubleLimb>(inverse) * u2;
+    q += (static_cast<DoubleLimb>(u2) << kLimbBits) | u1;
+    Limb q1 = static_cast<Limb>(q >> kLimbBits);
+    const Limb q0 = static_cast<Limb>(q);
+    Limb r1 = u1 - q1 * d1;
+    DoubleLimb r = (static_cast<DoubleLimb>(r1) << kLimbBits) | u0;
+    const DoubleLimb d = (static_cast<DoubleLimb>(d1) << kLimbBits) | d0;
+    r -= static_cast<DoubleLimb>(d0) * q1;
+    r -= d;
+    ++q1;
+    r1 = static_cast<Limb>(r >> kLimbBits);
+    if (r1 >= q0) {
+      --q1;
+      r += d;
+    }
+    if (r >= d) ++q1;
+    return q1;
+  }
+};
+
+// r[0..n) -= 1; returns the borrow.
+Limb Decrement(Limb* r, size_t n) {
+  for (size_t i = 0; i < n; ++i) {
+    if (r[i]-- != 0) return 0;
+  }
+  return 1;
+}
+
+// Long division of u[0 .. nq+n) by d, one quotient limb a step. Returns 1 when the top n limbs
+// of u were at least d (they are reduced first and the quotient has that extra top unit).
+// The remainder is left in u[0..n).
+Limb DivideBasecase(Limb* q, Limb* u, size_t nq, const NormalDivisor& d) {
+  const size_t n = d.n;
+  Limb qh = 0;
+  if (CompareN(u + nq, d.v, n) >= 0) {
+    SubN(u + nq, u + nq, d.v, n);
+    qh = 1;
+  }
+  for (size_t j = nq; j-- > 0;) {
+    Limb* w = u + j;  // window of n+1 limbs
+    const Limb u2 = w[n], u1 = w[n - 1], u0 = w[n - 2];
+    Limb qd;
+    if (u2 == d.d1 && u1 == d.d0) {
+      qd = ~static_cast<Limb>(0);
+    } else {
+      qd = d.QuotientOf(u2, u1, u0);
+    }
+    const Limb borrow = SubMul1(w, d.v, n, qd);
+    if (w[n] < borrow) {
+      // One too large: add the divisor back.
+      --qd;
+      w[n] += AddN(w, w, d.v, n) - borrow;
+    } else {
+      w[n] -= borrow;
+    }
+    q[j] = qd;
+  }
+  return qh;
+}
+
+// Below this divisor size the divide-and-conquer split costs more than it saves.
+constexpr size_t kDivideSplitLimbs = kDivideRecursionThreshold;
+
+// Divides u[0..2n) by the normalised n-limb divisor v, quotient into q[0..n) plus the returned
+// top unit, remainder into u[0..n). The high half of the quotient comes from the top halves of
+// u and v, and is corrected by the product with the low half of v; then the same again for the
+// low half. Each estimate is at most a few units too large.
+Limb DivideRecursive(Limb* q, Limb* u, const Limb* v, size_t n) {
+  if (n < kDivideSplitLimbs) return DivideBasecase(q, u, n, NormalDivisor(v, n));
+  const size_t lo = n / 2, hi = n - lo;
+  LimbVector t(n);
+  // High half: u[2lo .. 2n) by v[lo .. n), then subtract the quotient times v[0 .. lo).
+  Limb qh = DivideRecursive(q + lo, u + 2 * lo, v + lo, hi);
+  Multiply(t.data(), q + lo, hi, v, lo);
+  Limb borrow = SubN(u + lo, u + lo, t.data(), n);
+  if (qh) borrow += SubN(u + n, u + n, v, lo);
+  while (borrow) {
+    qh -= Decrement(q + lo, hi);
+    borrow -= AddN(u + lo, u + lo, v, n);
+  }
+  // Low half: the remainder u[lo .. lo+n) with u[0 .. lo) below it.
+  Limb ql = DivideRecursive(q, u + hi, v + hi, lo);
+  Multiply(t.data(), q, lo, v, hi);
+  borrow = SubN(u, u, t.data(), n);
+  if (ql) borrow += SubN(u + lo, u + lo, v, hi);
+  while (borrow) {
+    ql -= Decrement(q, lo);
+    borrow -= AddN(u, u, v, n);
+  }
+  return qh;
+}
+
+// nq quotient limbs of u[0 .. nq+n) by the normalised n-limb divisor v, whose top n limbs are
+// below v; remainder into u[0..n).
+void DivideNormalised(Limb* q, Limb* u, size_t nq, const Limb* v, size_t n) {
+  if (n < kDivideSplitLimbs || nq < kDivideSplitLimbs / 2) {
+    DivideBasecase(q, u, nq, NormalDivisor(v, n));
+    return;
+  }
+  if (nq >= n) {
+    // Blocks of n quotient limbs from the top; a shorter block first if nq is not a multiple.
+    size_t j = nq - nq % n;
+    if (j < nq) DivideNormalised(q + j, u + j, nq - j, v, n);
+    while (j > 0) {
+      j -= n;
+      DivideRecursive(q + j, u + j, v, n);
+    }
+    return;
+  }
+  // Fewer quotient limbs than divisor limbs: estimate from the top nq limbs of v, then correct
+  // with the product by the rest of v.
+  const size_t rest = n - nq;
+  Limb qh = DivideRecursive(q, u + rest, v + rest, nq);
+  LimbVector t(n);
+  Multiply(t.data(), q, nq, v, rest);
+  Limb borrow = SubN(u, u, t.data(), n);
+  if (qh) borrow += SubN(u + nq, u + nq, v, rest);
+  while (borrow) {
+    qh -= Decrement(q, nq);
+    borrow -= AddN(u, u, v, n);
+  }
+}
+
+// r[0..n) = a << s (0 <= s < kLimbBits); returns the bits shifted out.
+Limb ShiftLeft(Limb* r, const Limb* a, size_t n, int s) {
+  if (s == 0) {
+    std::memcpy(r, a, n * sizeof(Limb));
+    return 0;
+  }
+  const Limb out = a[n - 1] >> (kLimbBits - s);
+  for (size_t i = n - 1; i > 0; --i) r[i] = (a[i] << s) | (a[i - 1] >> (kLimbBits - s));
+  r[0] = a[0] << s;
+  return out;
+}
+
+}  // namespace
 
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv) {
   if (nv == 1) {
@@ -286,48 +943,22 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
     if (r) r[0] = rem;
     return;
   }
+  // Shift both so that the divisor's top bit is set; the dividend gains a limb on top, which
+  // keeps its top nv limbs below the divisor.
   const int s = LeadingZeros(v[nv - 1]);
   LimbVector vn(nv), un(nu + 1);
-  for (size_t i = nv; i-- > 0;)
-    vn[i] = (v[i] << s) | (s && i > 0 ? v[i - 1] >> (kLimbBits - s) : 0);
-  un[nu] = s ? u[nu - 1] >> (kLimbBits - s) : 0;
-  for (size_t i = nu; i-- > 0;) un[i] = (u[i] << s) | (s && i > 0 ? u[i - 1] >> (kLimbBits - s) : 0);
+  ShiftLeft(vn.data(), v, nv, s);
+  un[nu] = ShiftLeft(un.data(), u, nu, s);
 
-  const Limb vTop = vn[nv - 1], vNext = vn[nv - 2];
-  const DoubleLimb base = static_cast<DoubleLimb>(1) << kLimbBits;
-  for (size_t j = nu - nv + 1; j-- > 0;) {
-    DoubleLimb num = (static_cast<DoubleLimb>(un[j + nv]) << kLimbBits) | un[j + nv - 1];
-    DoubleLimb qhat = num / vTop;
-    DoubleLimb rhat = num - qhat * vTop;
-    while (qhat >= base ||
-           qhat * vNext > ((rhat << kLimbBits) | un[j + nv - 2])) {
-      --qhat;
-      rhat += vTop;
-      if (rhat >= base) break;
-    }
-    // un[j .. j+nv] -= qhat * vn
-    Limb qd = static_cast<Limb>(qhat);
-    Limb borrow = 0;
-    for (size_t i = 0; i < nv; ++i) {
-      DoubleLimb p = static_cast<DoubleLimb>(qd) * vn[i] + borrow;
-      Limb pl = static_cast<Limb>(p);
-      Limb ui = un[i + j];
-      borrow = static_cast<Limb>(p >> kLimbBits) + (ui < pl);
-      un[i + j] = ui - pl;
-    }
-    Limb top = un[j + nv];
-    Limb finalBorrow = top < borrow;
-    un[j + nv] = top - borrow;
-    if (finalBorrow) {
-      --qd;
-      Limb c = AddN(un.data() + j, un.data() + j, vn.data(), nv);
-      un[j + nv] += c;
-    }
-    if (q) q[j] = qd;
-  }
+  const size_t nq = nu - nv + 1;
+  LimbVector qq(q ? 0 : nq);
+  DivideNormalised(q ? q : qq.data(), un.data(), nq, vn.data(), nv);
   if (r) {
-    for (size_t i = 0; i < nv; ++i)
-      r[i] = (un[i] >> s) | (s ? un[i + 1] << (kLimbBits - s) : 0);
+    if (s == 0) {
+      std::memcpy(r, un.data(), nv * sizeof(Limb));
+    } else {
+      for (size_t i = 0; i < nv; ++i) r[i] = (un[i] >> s) | (un[i + 1] << (kLimbBits - s));
+    }
   }
 }
 

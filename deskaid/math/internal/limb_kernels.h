@@ -12,7 +12,9 @@
 namespace deskaid {
 namespace limbs {
 
-#if defined(__SIZEOF_INT128__)
+// DESKAID_NARROW_LIMBS asks for 32-bit limbs everywhere, so that the limb arithmetic of the 32-bit
+// build can be tried natively.
+#if defined(__SIZEOF_INT128__) && !defined(DESKAID_NARROW_LIMBS)
 using Limb = uint64_t;
 using DoubleLimb = unsigned __int128;
 #else
@@ -23,6 +25,30 @@ constexpr int kLimbBits = static_cast<int>(sizeof(Limb) * 8);
 constexpr int kWordsPerLimb = static_cast<int>(sizeof(Limb) / sizeof(uint32_t));
 
 using LimbVector = std::vector<Limb>;
+
+// x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly (see AddMul1);
+// DESKAID_PORTABLE_LIMBS keeps the portable loops there too.
+#if defined(__GNUC__) && defined(__x86_64__) && defined(__SIZEOF_INT128__) && \
+    !defined(DESKAID_NARROW_LIMBS) && !defined(DESKAID_PORTABLE_LIMBS)
+#define DESKAID_LIMB_ASM 1
+#else
+#define DESKAID_LIMB_ASM 0
+#endif
+
+// Operand size (limbs) from which multiplication splits into three half-size products.
+constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 44 : 96;
+// The same for squares, whose plain form does half the products.
+constexpr size_t kKaratsubaSquareThreshold = kLimbBits == 64 ? 64 : 96;
+// Operand size (limbs) from which products and squares split into three pieces (Toom-3).
+constexpr size_t kToom3Threshold = kLimbBits == 64 ? 160 : 256;
+constexpr size_t kToom3SquareThreshold = kLimbBits == 64 ? 500 : 400;
+// Divisor size (limbs) from which division works in halves, with the quotient of each half
+// estimated from the top of the divisor and corrected by a product.
+constexpr size_t kDivideRecursionThreshold = kLimbBits == 64 ? 70 : 80;
+// Text longer than this many limbs' worth of digits is converted in halves, both ways: to a
+// number as high half times a power of the radix plus low half, and to text by division by a
+// power of the radix.
+constexpr size_t kTextSplitLimbs = 24;
 
 // Packs `count` 32-bit words into limbs; the result has no zero limbs at the top (may be empty).
 LimbVector PackWords(const uint32_t* words, size_t count);
@@ -37,9 +63,20 @@ Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n);
 Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n);
 // r[0..n) += m * a[0..n); returns the carry limb.
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
+// r[0..n) -= m * a[0..n); returns the borrow limb.
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m);
+// The rows above come in three forms: portable loops; on x86-64, assembly with one carry chain;
+// and on x86-64 processors with BMI2 and ADX, assembly with two carry chains, chosen by cpuid on
+// first use.
+bool WideRowsAvailable();
+// Chooses between the two assembly forms (tests run both); returns whether the wide rows are now
+// in use. Not for use while another thread computes.
+bool UseWideRows(bool wanted);
 // r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
 // in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
+// r[0..rn) += a[0..n), n <= rn, carrying upward; returns the carry out of r[rn-1].
+Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n);
 // r[0..rn) += x, carrying upward; returns the carry out of r[rn-1].
 Limb AddLimb(Limb* r, size_t rn, Limb x);
 // r[0..n) = m * a[0..n) + carryIn; returns the carry limb.
@@ -52,8 +89,9 @@ void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
 // r[0 .. 2n) = a * a, using the symmetry of the cross products.
 void Square(Limb* r, const Limb* a, size_t n);
 
-// q[0 .. nu-nv+1) = u / v and r[0 .. nv) = u mod v, Knuth's algorithm D. Requires nu >= nv >= 1
-// and v[nv-1] != 0. Either output may be null when not wanted.
+// q[0 .. nu-nv+1) = u / v and r[0 .. nv) = u mod v. Requires nu >= nv >= 1 and v[nv-1] != 0.
+// Either output may be null when not wanted. Long division a limb at a time for short divisors,
+// divide and conquer from kDivideRecursionThreshold limbs.
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv);
 // q[0..n) = u / d in place allowed (q may equal u); returns u mod d. d != 0.
 Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d);

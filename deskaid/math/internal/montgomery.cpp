@@ -25,6 +25,12 @@ MontgomeryField::MontgomeryField(const LimbVector& modulus) : m_n(modulus) {
 void MontgomeryField::Reduce(Limb* r) {
   const size_t n = m_n.size();
   Limb* t = m_t.data();
+#if DESKAID_LIMB_ASM
+  // Row i clears t[i]; its carry belongs at t[i+n], which no later row's multiplier depends on,
+  // so it is kept in t[i] and the carries are added in one pass at the end.
+  for (size_t i = 0; i < n; ++i) t[i] = limbs::AddMul1(t + i, m_n.data(), n, t[i] * m_inverse);
+  t[2 * n] = limbs::AddN(t + n, t + n, t, n);
+#else
   t[2 * n] = 0;
   size_t i = 0;
   // Two limbs a pass: m0 clears t[i]; m1 is chosen for what t[i+1] will be after m0's row.
@@ -44,6 +50,7 @@ void MontgomeryField::Reduce(Limb* r) {
     Limb c = limbs::AddMul1(t + i, m_n.data(), n, m);
     limbs::AddLimb(t + i + n, 2 * n + 1 - (i + n), c);
   }
+#endif
   // The result t[n .. 2n] is below 2n; one subtraction brings it under n.
   if (t[2 * n] != 0 || limbs::CompareN(t + n, m_n.data(), n) >= 0) {
     limbs::SubN(r, t + n, m_n.data(), n);
