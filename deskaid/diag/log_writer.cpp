@@ -82,19 +82,24 @@ class BlockReader {
 
 }  // namespace
 
-// Holds the writer's lock for one operation, noting the owning thread on the outermost entry.
+// Holds the writer's lock for one operation. A thread that holds it already (a nested call)
+// only counts the depth: the owner is written only by the thread that holds the lock, so a
+// thread that reads its own id there is the holder.
 class CLogWriter::Guard {
  public:
   explicit Guard(const CLogWriter& writer) : m_writer(writer) {
-    m_writer.m_lock.lock();
-    if (m_writer.m_nLockDepth++ == 0) {
-      m_writer.m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    const std::thread::id self = std::this_thread::get_id();
+    if (m_writer.m_owner.load(std::memory_order_relaxed) == self) {
+      ++m_writer.m_nLockDepth;
+      return;
     }
+    m_writer.m_lock.lock();
+    m_writer.m_owner.store(self, std::memory_order_relaxed);
+    m_writer.m_nLockDepth = 1;
   }
   ~Guard() {
-    if (--m_writer.m_nLockDepth == 0) {
-      m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
-    }
+    if (--m_writer.m_nLockDepth > 0) return;
+    m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
     m_writer.m_lock.unlock();
   }
   Guard(const Guard&) = delete;

@@ -97,9 +97,10 @@ class CLogWriter {
   std::vector<Rc4Cipher> m_keySchedules;
   // Header, body and trailer of the record being written, kept to spare an allocation per record.
   std::vector<uint8_t> m_record;
-  // Held by every operation. The owner is kept so that a path that must not nest (a crash
-  // handler) can tell that its own thread is inside an operation; the depth counts nested calls.
-  mutable std::recursive_timed_mutex m_lock;
+  // Held by every operation; a thread that holds it may call in again. The owner tells a thread
+  // whether it holds the lock (and a path that must not nest, a crash handler, that its own
+  // thread is inside an operation); the depth counts the nested calls.
+  mutable std::timed_mutex m_lock;
   mutable std::atomic<std::thread::id> m_owner{};
   mutable int m_nLockDepth = 0;
 };

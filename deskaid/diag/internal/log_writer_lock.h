@@ -14,15 +14,14 @@ class LogWriterTryLock {
   LogWriterTryLock(CLogWriter& writer, std::chrono::milliseconds patience) : m_writer(writer) {
     if (writer.m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id()) return;
     m_owns = writer.m_lock.try_lock_for(patience);
-    if (m_owns && writer.m_nLockDepth++ == 0) {
-      writer.m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
-    }
+    if (!m_owns) return;
+    writer.m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    writer.m_nLockDepth = 1;
   }
   ~LogWriterTryLock() {
     if (!m_owns) return;
-    if (--m_writer.m_nLockDepth == 0) {
-      m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
-    }
+    m_writer.m_nLockDepth = 0;
+    m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
     m_writer.m_lock.unlock();
   }
   LogWriterTryLock(const LogWriterTryLock&) = delete;
