@@ -109,7 +109,7 @@ CBigInt::CBigInt(uint32_t value) : CBigInt() {
   if (value & kTopBit) AppendWord(0);
 }
 
-#ifdef _WIN32
+#if DESKAID_BIGINT_LONG_FORMS
 CBigInt::CBigInt(long value) : CBigInt(static_cast<int32_t>(value)) {}
 
 CBigInt::CBigInt(unsigned long value) : m_nLength(0), m_pData(nullptr), m_pszText(nullptr) {

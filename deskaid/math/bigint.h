@@ -13,7 +13,16 @@
 // words. Word counts are therefore part of a value's behaviour and are kept exactly.
 #pragma once
 
+#include <climits>
 #include <cstdint>
+
+// Where `long` is a 32-bit type of its own (Windows, 32-bit POSIX systems), it gets forms of its
+// own; where it is 64 bits wide it is int64_t or shares its width, and the 64-bit forms serve.
+#if LONG_MAX == 2147483647L && INT_MAX == 2147483647
+#define DESKAID_BIGINT_LONG_FORMS 1
+#else
+#define DESKAID_BIGINT_LONG_FORMS 0
+#endif
 
 class CBigInt {
  public:
@@ -22,7 +31,7 @@ class CBigInt {
   CBigInt(uint32_t value);
   CBigInt(int64_t value);
   CBigInt(uint64_t value);
-#ifdef _WIN32
+#if DESKAID_BIGINT_LONG_FORMS
   // 32-bit `long` forms. The signed one is the plain one-word form; the unsigned one reserves two
   // words, with the high word 0.
   CBigInt(long value);
@@ -102,7 +111,7 @@ class CBigInt {
   DESKAID_BIGINT_FORWARD(uint32_t)
   DESKAID_BIGINT_FORWARD(int64_t)
   DESKAID_BIGINT_FORWARD(uint64_t)
-#ifdef _WIN32
+#if DESKAID_BIGINT_LONG_FORMS
   DESKAID_BIGINT_FORWARD(long)
   DESKAID_BIGINT_FORWARD(unsigned long)
 #endif
@@ -115,7 +124,7 @@ class CBigInt {
   CBigInt operator/(uint64_t v) const { return *this / CBigInt(v); }
   CBigInt operator%(int64_t v) const { return *this % CBigInt(v); }
   CBigInt operator%(uint64_t v) const { return *this % CBigInt(v); }
-#ifdef _WIN32
+#if DESKAID_BIGINT_LONG_FORMS
   CBigInt operator*(long v) const { return *this * static_cast<int32_t>(v); }
   CBigInt operator*(unsigned long v) const { return *this * static_cast<uint32_t>(v); }
   CBigInt operator/(long v) const { return *this / static_cast<int32_t>(v); }
@@ -187,7 +196,7 @@ CBigInt operator%(uint32_t left, const CBigInt& right);
 CBigInt operator%(int32_t left, const CBigInt& right);
 CBigInt operator%(uint64_t left, const CBigInt& right);
 CBigInt operator%(int64_t left, const CBigInt& right);
-#ifdef _WIN32
+#if DESKAID_BIGINT_LONG_FORMS
 long operator/(long left, const CBigInt& right);
 unsigned long operator/(unsigned long left, const CBigInt& right);
 CBigInt operator%(long left, const CBigInt& right);

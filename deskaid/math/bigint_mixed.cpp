@@ -116,7 +116,7 @@ CBigInt operator%(int64_t left, const CBigInt& right) {
   return (left < 0) == right.IsNegative() ? right : -right;
 }
 
-#ifdef _WIN32
+#if DESKAID_BIGINT_LONG_FORMS
 long operator/(long left, const CBigInt& right) { return static_cast<int32_t>(left) / right; }
 unsigned long operator/(unsigned long left, const CBigInt& right) {
   return static_cast<uint32_t>(left) / right;
