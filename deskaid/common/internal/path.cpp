@@ -5,29 +5,15 @@
 #include "deskaid/common/internal/platform.h"
 
 namespace deskaid {
-namespace {
-
-bool IsSeparator(char c) {
-#ifdef _WIN32
-  return c == '\\' || c == '/';
-#else
-  return c == '/';
-#endif
-}
-
-}  // namespace
 
 SplitPath::SplitPath(const char* path) {
   std::string rest = path;
-#ifdef _WIN32
-  if (rest.size() >= 2 && rest[1] == ':') {
-    drive = rest.substr(0, 2);
-    rest.erase(0, 2);
-  }
-#endif
+  const size_t driveLength = platform::DriveLength(path);
+  drive = rest.substr(0, driveLength);
+  rest.erase(0, driveLength);
   size_t nameStart = 0;
   for (size_t i = 0; i < rest.size(); ++i) {
-    if (IsSeparator(rest[i])) nameStart = i + 1;
+    if (platform::IsPathSeparator(rest[i])) nameStart = i + 1;
   }
   directory = rest.substr(0, nameStart);
   std::string file = rest.substr(nameStart);
@@ -44,7 +30,9 @@ std::string MakePath(const std::string& drive, const std::string& directory,
                      const std::string& name, const std::string& extension) {
   std::string path = drive;
   path += directory;
-  if (!directory.empty() && !IsSeparator(directory.back())) path += platform::kPathSeparator;
+  if (!directory.empty() && !platform::IsPathSeparator(directory.back())) {
+    path += platform::kPathSeparator;
+  }
   path += name;
   if (!extension.empty() && extension[0] != '.') path += '.';
   path += extension;

@@ -21,6 +21,11 @@ constexpr char kPathSeparator = '/';
 #endif
 
 
+// Whether `c` separates the folders of a path: '\\' and '/' on Windows, '/' elsewhere.
+bool IsPathSeparator(char c);
+// The length of the drive that starts `path` ("C:" on Windows), 0 when it has none.
+size_t DriveLength(const char* path);
+
 // Full path of the running executable (GetModuleFileNameA of the null module). Writes at most
 // `size` bytes including the terminator, cutting a longer path. Returns false when unknown, in
 // which case `buffer` holds the empty text.

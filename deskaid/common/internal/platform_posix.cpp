@@ -11,6 +11,10 @@
 namespace deskaid {
 namespace platform {
 
+bool IsPathSeparator(char c) { return c == '/'; }
+
+size_t DriveLength(const char*) { return 0; }
+
 bool ExecutablePath(char* buffer, size_t size) {
   if (size == 0) return false;
   char full[4096];
