@@ -29,11 +29,14 @@ uint64_t CSymbolEngine::LoadModule(SymHandle file, uint64_t base, uint32_t size)
   return LoadModule(file, std::string(), base, size);
 }
 
+bool CSymbolEngine::CheckInitialized() {
+  if (m_hProcess != nullptr) return true;
+  m_dwLastError = kNotInitialized;
+  return false;
+}
+
 bool CSymbolEngine::CheckUnloadArguments(uint64_t base) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   if (base == 0) {
     m_dwLastError = kBadArgument;
     return false;

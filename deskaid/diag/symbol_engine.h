@@ -141,6 +141,8 @@ class CSymbolEngine {
   SymHandle GetProcess() const { return m_hProcess; }
 
  private:
+  // False, with lastError 1, when the engine is not initialised.
+  bool CheckInitialized();
   // The checks UnloadModule makes before asking the library: false, with lastError 1 or 87, when
   // the engine is not initialised or `base` is 0.
   bool CheckUnloadArguments(uint64_t base);

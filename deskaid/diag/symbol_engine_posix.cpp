@@ -150,10 +150,7 @@ void CSymbolEngine::Cleanup() {
 
 uint64_t CSymbolEngine::LoadModule(SymHandle file, const std::string& imageName, uint64_t base,
                                    uint32_t /*size: taken from the image*/) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return 0;
-  }
+  if (!CheckInitialized()) return 0;
   // A file handle is a descriptor; the image is read through its path so that the session can
   // reopen it whenever it needs to.
   std::string path = imageName;
@@ -205,10 +202,7 @@ bool CSymbolEngine::UnloadModule(uint64_t base) {
 }
 
 bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   std::memset(&info, 0, sizeof info);
   info.SizeOfStruct = sizeof info;
   Dwfl_Module* module = dwfl_addrmodule(m_pNative->dwfl, base);
@@ -238,10 +232,7 @@ bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
 
 bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name,
                                       uint64_t& displacement) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   Dwfl_Module* module = dwfl_addrmodule(m_pNative->dwfl, address);
   GElf_Off offset = 0;
   GElf_Sym symbol;
@@ -270,10 +261,7 @@ bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name,
 
 bool CSymbolEngine::LineFromAddress(uint64_t address, std::string& fileName, uint32_t& line,
                                     uint64_t& displacement) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   // As with the debug-help library, line numbers are only read with SYMOPT_LOAD_LINES.
   Dwfl_Module* module = (g_symbolOptions & kSymOptLoadLines) != 0
                             ? dwfl_addrmodule(m_pNative->dwfl, address)

@@ -55,10 +55,7 @@ void CSymbolEngine::Cleanup() {
 
 uint64_t CSymbolEngine::LoadModule(SymHandle file, const std::string& imageName, uint64_t base,
                                    uint32_t size) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return 0;
-  }
+  if (!CheckInitialized()) return 0;
   // The API takes a non-const name; the library only reads it.
   PSTR name = imageName.empty() ? nullptr : const_cast<PSTR>(imageName.c_str());
   DWORD64 loaded = SymLoadModule64(m_hProcess, file, name, nullptr, base, size);
@@ -82,10 +79,7 @@ constexpr DWORD kModuleInfoSize = 1672;
 static_assert(sizeof(SymModuleInfo) >= kModuleInfoSize, "the module record holds the known size");
 
 bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   std::memset(&info, 0, kModuleInfoSize);
   info.SizeOfStruct = kModuleInfoSize;
   if (!SymGetModuleInfo64(m_hProcess, base, &info)) {
@@ -97,10 +91,7 @@ bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
 
 bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name,
                                       uint64_t& displacement) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   SymbolInfoBuffer buffer;
   std::memset(&buffer, 0, sizeof buffer);
   buffer.info.SizeOfStruct = sizeof(SYMBOL_INFO);
@@ -119,10 +110,7 @@ bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name,
 
 bool CSymbolEngine::LineFromAddress(uint64_t address, std::string& fileName, uint32_t& line,
                                     uint64_t& displacement) {
-  if (m_hProcess == nullptr) {
-    m_dwLastError = kNotInitialized;
-    return false;
-  }
+  if (!CheckInitialized()) return false;
   IMAGEHLP_LINE64 record;
   std::memset(&record, 0, sizeof record);
   record.SizeOfStruct = sizeof record;
