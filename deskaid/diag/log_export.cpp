@@ -9,6 +9,7 @@
 
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/common/rc4.h"
+#include "deskaid/diag/internal/log_block_reader.h"
 #include "deskaid/diag/log_format.h"
 #include "deskaid/diag/symbol_engine.h"
 
@@ -30,45 +31,6 @@ bool ReadTrailer(std::FILE* file, uint64_t length, LogTrailer& trailer) {
   if (std::fread(&trailer, sizeof trailer, 1, file) != 1) return false;
   return trailer.magic == kLogTrailerMagic;
 }
-
-// Sequential reads of the record area in large blocks. It never hands out a byte past `limit`
-// (the start of the trailer), so a damaged length cannot reach into the trailer or beyond.
-class RecordReader {
- public:
-  RecordReader(std::FILE* file, uint64_t limit) : m_file(file), m_remaining(limit) {}
-
-  // Copies the next `length` bytes to `target`; false when the record area ends before.
-  bool Read(void* target, size_t length) {
-    auto* out = static_cast<uint8_t*>(target);
-    while (length > 0) {
-      if (m_pos == m_end && !Refill()) return false;
-      size_t n = m_end - m_pos < length ? m_end - m_pos : length;
-      std::memcpy(out, m_buffer.data() + m_pos, n);
-      m_pos += n;
-      out += n;
-      length -= n;
-    }
-    return true;
-  }
-
- private:
-  bool Refill() {
-    if (m_remaining == 0) return false;
-    size_t want = m_remaining < m_buffer.size() ? static_cast<size_t>(m_remaining) : m_buffer.size();
-    size_t got = std::fread(m_buffer.data(), 1, want, m_file);
-    if (got == 0) return false;
-    m_remaining -= got;
-    m_pos = 0;
-    m_end = got;
-    return true;
-  }
-
-  std::FILE* m_file;
-  uint64_t m_remaining;
-  std::vector<uint8_t> m_buffer = std::vector<uint8_t>(1 << 20);
-  size_t m_pos = 0;
-  size_t m_end = 0;
-};
 
 // localtime for a stream of record times. Within one minute of UTC the local time normally moves
 // in step with it, so one conversion per minute serves every record in it. A minute that holds a
@@ -304,7 +266,7 @@ bool ConvertLogToText(const char* logPath, const char* textPath, const char* ima
   bool complete = true;
   {
     Converter converter(trailer, resolver, text);
-    RecordReader reader(log, length - sizeof(LogTrailer));
+    deskaid::LogBlockReader reader(log, length - sizeof(LogTrailer));
     // Room for the longest body and the two NULs behind it.
     std::vector<char> body(0x10000 + 2);
     for (uint32_t i = 0; i < trailer.recordCount; ++i) {

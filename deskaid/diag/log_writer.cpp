@@ -10,75 +10,13 @@
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/common/rc4.h"
 #include "deskaid/diag/internal/file_stamp.h"
+#include "deskaid/diag/internal/log_block_reader.h"
 
 namespace {
 
 constexpr uint32_t kTrailerSize = sizeof(LogTrailer);
 constexpr uint32_t kHeaderSize = sizeof(LogRecordHeader);
 constexpr uint8_t kArchiveMode = 255;
-
-// Reads the log sequentially in large blocks and hands out exact byte counts, so that compaction
-// walks record headers without a system call per record. Once copying has begun, every byte read
-// also goes to the output, in one write per block rather than one per record.
-class BlockReader {
- public:
-  explicit BlockReader(std::FILE* in) : m_in(in), m_buffer(1 << 20) {}
-  ~BlockReader() { FlushCopy(); }
-
-  // Reads exactly `length` bytes; false at the end of the file.
-  bool Read(void* out, size_t length) {
-    uint8_t* dst = static_cast<uint8_t*>(out);
-    while (length > 0) {
-      if (m_pos == m_end && !Fill()) return false;
-      size_t n = Take(length);
-      std::memcpy(dst, m_buffer.data() + m_pos - n, n);
-      dst += n;
-      length -= n;
-    }
-    return true;
-  }
-
-  // Passes over `length` bytes; false when the file ends first.
-  bool Skip(size_t length) {
-    while (length > 0) {
-      if (m_pos == m_end && !Fill()) return false;
-      length -= Take(length);
-    }
-    return true;
-  }
-
-  // From here on, everything read is also written to `out`.
-  void StartCopying(std::FILE* out) {
-    m_out = out;
-    m_copyFrom = m_pos;
-  }
-
- private:
-  void FlushCopy() {
-    if (m_out != nullptr && m_pos > m_copyFrom) {
-      std::fwrite(m_buffer.data() + m_copyFrom, 1, m_pos - m_copyFrom, m_out);
-    }
-    m_copyFrom = m_pos;
-  }
-  bool Fill() {
-    FlushCopy();
-    m_pos = m_copyFrom = 0;
-    m_end = std::fread(m_buffer.data(), 1, m_buffer.size(), m_in);
-    return m_end > 0;
-  }
-  size_t Take(size_t wanted) {
-    size_t n = m_end - m_pos < wanted ? m_end - m_pos : wanted;
-    m_pos += n;
-    return n;
-  }
-
-  std::FILE* m_in;
-  std::vector<uint8_t> m_buffer;
-  size_t m_pos = 0;
-  size_t m_end = 0;
-  std::FILE* m_out = nullptr;
-  size_t m_copyFrom = 0;
-};
 
 }  // namespace
 
@@ -365,7 +303,7 @@ void CLogWriter::Compact() {
 
   {
     // The oldest `drop` records are skipped, the next `count - drop` copied as they stand.
-    BlockReader reader(log);
+    deskaid::LogBlockReader reader(log);
     LogRecordHeader header;
     bool more = true;
     for (uint32_t i = 0; more && i < drop; ++i) {
