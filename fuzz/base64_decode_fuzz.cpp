@@ -1,11 +1,12 @@
 // Base64 over arbitrary bytes: decoding never fails or strays outside its buffers, the plain
-// coder's direct route leaves exactly the state the step-by-step route does, and encoding then
-// decoding gives the bytes back.
+// coder's direct route leaves exactly the state the step-by-step route does, on each kernel set
+// the processor offers, and encoding then decoding gives the bytes back.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include <deskaid/codec/base64.h>
+#include <deskaid/codec/internal/base64_vector.h>
 
 namespace {
 
@@ -41,6 +42,10 @@ StepwiseCoder g_stepwise;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint32_t length = static_cast<uint32_t>(size);
   const char* text = reinterpret_cast<const char*>(data);
+  // The kernel set follows from the length, so that the input itself stays free.
+  if (!deskaid::base64::UsePath(static_cast<deskaid::base64::Path>(size % 3))) {
+    deskaid::base64::UsePath(deskaid::base64::FastestPath());
+  }
 
   g_plain.Decode(text, length);
   g_stepwise.Decode(text, length);

@@ -124,11 +124,12 @@ Base64Group TailGroup(const char* chars, uint32_t count) {
 
 // Clears a buffer behind what is in use. Large stretches are cleared past the cache.
 template <typename T>
-void ClearFrom(T* buffer, uint32_t capacity, uint32_t used) {
+void ClearFrom(const deskaid::base64::Kernels& kernels, T* buffer, uint32_t capacity,
+               uint32_t used) {
   if (buffer == nullptr || used >= capacity) return;
   if (capacity - used >= (1u << 20)) {
-    deskaid::base64::StreamZero(buffer + used, capacity - used);
-    deskaid::base64::StreamFence();
+    kernels.streamZero(buffer + used, capacity - used);
+    kernels.streamFence();
   } else {
     std::memset(buffer + used, 0, capacity - used);
   }
@@ -307,9 +308,10 @@ namespace {
 // likely to be read soon and stay in it.
 constexpr uint32_t kStreamFrom = 1u << 20;
 
-inline void Put(bool stream, void* to, const void* from, size_t size) {
+inline void Put(const deskaid::base64::Kernels& kernels, bool stream, void* to, const void* from,
+                size_t size) {
   if (stream) {
-    deskaid::base64::StreamCopy(to, from, size);
+    kernels.streamCopy(to, from, size);
   } else {
     std::memcpy(to, from, size);
   }
@@ -335,7 +337,8 @@ inline void DecodeGroupFast(const unsigned char* in, unsigned char* out) {
 void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
   Reserve(m_pData, m_nDataCapacity, length);
   Reserve(m_pszText, m_nTextCapacity, 2 * length);
-  const bool vector = deskaid::base64::HaveVectorKernels();
+  const deskaid::base64::Kernels& kernels = deskaid::base64::ActiveKernels();
+  const bool vector = kernels.path != deskaid::base64::Path::kScalar;
   const bool stream = length >= kStreamFrom;
 
   // Whole groups, chunk by chunk: each chunk is encoded into a small buffer that stays in the
@@ -350,12 +353,12 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
     // The vector kernel reads 16 bytes for 12, so it may look past the chunk but not the input;
     // it never encodes past the chunk.
     const uint32_t readable = length - start;
-    uint32_t i = vector ? deskaid::base64::EncodeBlocks(in, size + 4 <= readable ? size + 4 : size,
+    uint32_t i = vector ? kernels.encodeBlocks(in, size + 4 <= readable ? size + 4 : size,
                                                         scratch)
                         : 0;
     for (; i < size; i += 3) EncodeGroupFast(in + i, scratch + i / 3 * 4);
-    Put(stream, m_pData + start, in, size);
-    Put(stream, m_pszText + textLength, scratch, size / 3 * 4);
+    Put(kernels, stream, m_pData + start, in, size);
+    Put(kernels, stream, m_pszText + textLength, scratch, size / 3 * 4);
     textLength += size / 3 * 4;
     start += size;
   }
@@ -367,17 +370,18 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
     Base64Coder::EncodeGroup(group, m_pszText + textLength);
     textLength += 4;
   }
-  if (stream) deskaid::base64::StreamFence();
+  if (stream) kernels.streamFence();
   m_nDataLength = length;
   m_nTextLength = textLength;
-  ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
-  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
+  ClearFrom(kernels, m_pData, m_nDataCapacity, m_nDataLength);
+  ClearFrom(kernels, m_pszText, m_nTextCapacity, m_nTextLength);
 }
 
 void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   Reserve(m_pszText, m_nTextCapacity, length);
   Reserve(m_pData, m_nDataCapacity, length);
-  const bool vector = deskaid::base64::HaveVectorKernels();
+  const deskaid::base64::Kernels& kernels = deskaid::base64::ActiveKernels();
+  const bool vector = kernels.path != deskaid::base64::Path::kScalar;
   const bool stream = length >= kStreamFrom;
 
   // The input goes chunk by chunk through the filter into a small buffer that stays in the
@@ -400,13 +404,13 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
         // While no character waits for its group, blocks of plain text are copied and decoded
         // in one go; then blocks without skipped characters are copied.
         if (in + k == reinterpret_cast<const unsigned char*>(out)) {
-          const uint32_t n = deskaid::base64::CopyAndDecodeBlocks(text + i, end - i, out, b);
+          const uint32_t n = kernels.copyAndDecodeBlocks(text + i, end - i, out, b);
           i += n;
           out += n;
           k += n;
           b += n / 4 * 3;
         }
-        const uint32_t n = deskaid::base64::CopyUnskipped(text + i, end - i, out);
+        const uint32_t n = kernels.copyUnskipped(text + i, end - i, out);
         i += n;
         out += n;
       }
@@ -421,7 +425,7 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
       const uint32_t groups = static_cast<uint32_t>(out - filtered) / 4 * 4;
       while (k < groups) {
         if (vector) {
-          const uint32_t n = deskaid::base64::DecodeBlocks(in + k, groups - k, b);
+          const uint32_t n = kernels.decodeBlocks(in + k, groups - k, b);
           k += n;
           b += n / 4 * 3;
         }
@@ -431,14 +435,14 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
       }
     }
     const uint32_t count = static_cast<uint32_t>(out - filtered);
-    Put(stream, m_pszText + textLength, filtered + waiting, count - waiting);
+    Put(kernels, stream, m_pszText + textLength, filtered + waiting, count - waiting);
     textLength += count - waiting;
-    Put(stream, m_pData + dataLength, bytes, k / 4 * 3);
+    Put(kernels, stream, m_pData + dataLength, bytes, k / 4 * 3);
     dataLength += k / 4 * 3;
     waiting = count - k;
     std::memmove(filtered, filtered + k, waiting);
   }
-  if (stream) deskaid::base64::StreamFence();
+  if (stream) kernels.streamFence();
   m_nTextLength = textLength;
   m_nDataLength = dataLength;
   if (waiting != 0) {
@@ -447,6 +451,6 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
     Base64Coder::DecodeGroup(TailGroup(filtered, waiting), m_pData + m_nDataLength);
     m_nDataLength += waiting;
   }
-  ClearFrom(m_pszText, m_nTextCapacity, m_nTextLength);
-  ClearFrom(m_pData, m_nDataCapacity, m_nDataLength);
+  ClearFrom(kernels, m_pszText, m_nTextCapacity, m_nTextLength);
+  ClearFrom(kernels, m_pData, m_nDataCapacity, m_nDataLength);
 }

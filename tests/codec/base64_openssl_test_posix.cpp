@@ -1,5 +1,8 @@
-// Base64 against OpenSSL's block coder: encoding of random data, decoding of valid text.
+// Base64 against OpenSSL's block coder, on every kernel set: encoding of random data, decoding of
+// valid text.
 #include <deskaid/codec/base64.h>
+
+#include "codec/base64_paths.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -11,7 +14,9 @@
 
 namespace {
 
-TEST(Base64AgainstOpenSsl, RandomDataBothWays) {
+using Base64AgainstOpenSsl = Base64PathTest;
+
+TEST_P(Base64AgainstOpenSsl, RandomDataBothWays) {
   std::mt19937 rng(4648);
   Base64Coder plain;  // reused, as callers do
   for (int round = 0; round < 500; ++round) {
@@ -37,5 +42,7 @@ TEST(Base64AgainstOpenSsl, RandomDataBothWays) {
     }
   }
 }
+
+DESKAID_EVERY_BASE64_PATH(Base64AgainstOpenSsl);
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "codec/base64_paths.h"
+
 #include <cstring>
 #include <random>
 #include <string>
@@ -142,9 +144,12 @@ TEST(Base64Coder, AReplacedStepIsUsedEverywhere) {
   EXPECT_EQ(Encoded(std::string(reinterpret_cast<const char*>(bytes), 3)), "+/+/");
 }
 
-// The plain coder's direct route against the step-by-step one over random input, reusing both
-// objects (and feeding them their own buffers) so that growth and clearing are compared too.
-TEST(Base64Coder, PlainAndStepwiseCodersAgreeOnAnyInput) {
+// The plain coder's direct route, on each kernel set, against the step-by-step one over random
+// input, reusing both objects (and feeding them their own buffers) so that growth and clearing
+// are compared too.
+using Base64DirectPath = Base64PathTest;
+
+TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
   std::mt19937 rng(1234);
   Base64Coder plain;
   StepwiseCoder stepwise;
@@ -188,5 +193,64 @@ TEST(Base64Coder, PlainAndStepwiseCodersAgreeOnAnyInput) {
     }
   }
 }
+
+// Each kernel set against the scalar one where the kernels stop and hand over: every length up to
+// a few vector blocks, clean text with one odd character at each position in turn.
+TEST_P(Base64DirectPath, AgreesWithTheScalarSetAtEveryBlockEdge) {
+  const deskaid::base64::Path path = GetParam();
+  std::mt19937 rng(77);
+  Base64Coder scalar, vector;
+  auto same = [&](const char* what, uint32_t length) {
+    ASSERT_EQ(vector.GetDataLength(), scalar.GetDataLength()) << what << " " << length;
+    ASSERT_EQ(vector.GetTextLength(), scalar.GetTextLength()) << what << " " << length;
+    ASSERT_EQ(std::memcmp(vector.GetData(), scalar.GetData(), scalar.GetDataLength() + 1), 0)
+        << what << " " << length;
+    ASSERT_EQ(std::memcmp(vector.GetText(), scalar.GetText(), scalar.GetTextLength() + 1), 0)
+        << what << " " << length;
+  };
+  // Padding, foreign characters, high-bit twins, and either side of every skipped range.
+  const char kOdd[] = {'=', '*', '\xDA', '\xBD', '\x80', ' ', '!', '\x1f', '\x06',
+                       '\x07', '\n', '\x0d', '\x0e', '\0', '/', '+'};
+  for (uint32_t length = 1; length <= 100; ++length) {
+    std::string bytes(length, '\0');
+    for (char& c : bytes) c = char(rng());
+    const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+    deskaid::base64::UsePath(deskaid::base64::Path::kScalar);
+    scalar.Encode(data, length);
+    deskaid::base64::UsePath(path);
+    vector.Encode(data, length);
+    ASSERT_NO_FATAL_FAILURE(same("encode", length));
+
+    std::string text(length, 'A');
+    const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    for (char& c : text) c = kAlphabet[rng() % 64];
+    for (uint32_t at = 0; at <= length; ++at) {
+      for (char odd : kOdd) {
+        std::string input = text;
+        if (at < length) input[at] = odd;
+        deskaid::base64::UsePath(deskaid::base64::Path::kScalar);
+        scalar.Decode(input.data(), length);
+        deskaid::base64::UsePath(path);
+        vector.Decode(input.data(), length);
+        ASSERT_NO_FATAL_FAILURE(same("decode", length));
+        if (at == length) break;
+      }
+    }
+  }
+}
+
+DESKAID_EVERY_BASE64_PATH(Base64DirectPath);
+
+#if defined(__GNUC__) && (defined(__i386__) || defined(__x86_64__))
+// The coder's own reading of cpuid against the compiler runtime's.
+TEST(Base64Dispatch, OffersWhatTheProcessorHas) {
+  __builtin_cpu_init();
+  EXPECT_TRUE(deskaid::base64::Supports(deskaid::base64::Path::kScalar));
+  EXPECT_EQ(deskaid::base64::Supports(deskaid::base64::Path::kSsse3),
+            __builtin_cpu_supports("ssse3") != 0);
+  EXPECT_EQ(deskaid::base64::Supports(deskaid::base64::Path::kAvx2),
+            __builtin_cpu_supports("avx2") != 0);
+}
+#endif
 
 }  // namespace

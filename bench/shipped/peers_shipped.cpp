@@ -1,0 +1,63 @@
+// The peers on the shipped platform's processor mode: i386 OpenSSL (MD5() and the EVP block
+// coder) and GMP, built with g++ -m32, doing the work deskaid_shipped does, timed the same way.
+#define OPENSSL_SUPPRESS_DEPRECATED  // MD5() is the one-shot peer being measured
+#include <gmp.h>
+#include <openssl/evp.h>
+#include <openssl/md5.h>
+
+#include <cstring>
+
+#include "shipped_work.h"
+
+namespace {
+
+using namespace shipped;
+
+struct Mpz {
+  mpz_t v;
+  explicit Mpz(const std::string& hex) { mpz_init_set_str(v, hex.c_str(), 16); }
+  Mpz() { mpz_init(v); }
+  ~Mpz() { mpz_clear(v); }
+};
+
+}  // namespace
+
+int main() {
+  const std::vector<unsigned char> data = CodecData();
+
+  unsigned char digest[MD5_DIGEST_LENGTH];
+  const double md5 = BestOf(1, [&] { MD5(data.data(), kCodecSize, digest); });
+  std::string hex;
+  for (unsigned char b : digest) {
+    char two[3];
+    std::snprintf(two, sizeof two, "%02x", b);
+    hex += two;
+  }
+  Report("md5_64MiB", "openssl", md5, hex);
+
+  std::vector<unsigned char> text(4 * (kCodecSize / 3 + 1) + 1);
+  int textLength = 0;
+  const double encode = BestOf(1, [&] {
+    textLength = EVP_EncodeBlock(text.data(), data.data(), int(kCodecSize));
+  });
+  Report("base64_encode_64MiB", "openssl", encode, Check(text.data(), size_t(textLength)));
+
+  std::vector<unsigned char> bytes(kCodecSize + 3);
+  int byteCount = 0;
+  const double decode = BestOf(1, [&] {
+    byteCount = EVP_DecodeBlock(bytes.data(), text.data(), textLength);
+  });
+  Report("base64_decode_64MiB", "openssl", decode, Check(bytes.data(), size_t(byteCount)));
+
+  Mpz b(RandomHex(kPowModBits, 1, false)), e(RandomHex(kPowModBits, 2, false)),
+      n(RandomHex(kPowModBits, 3, true)), r;
+  mpz_mod(b.v, b.v, n.v);
+  const double powmod = BestOf(10, [&] { mpz_powm(r.v, b.v, e.v, n.v); });
+  char* result = mpz_get_str(nullptr, 16, r.v);
+  const std::string hexResult = Lower(result);
+  Report("powmod_2048", "gmp", powmod, Check(hexResult.data(), hexResult.size()));
+  void (*release)(void*, size_t);
+  mp_get_memory_functions(nullptr, nullptr, &release);
+  release(result, std::strlen(result) + 1);
+  return 0;
+}

@@ -1,0 +1,80 @@
+// The work measured on the shipped platform, shared by the two 32-bit programs: deskaid's own,
+// built for Windows and run under Wine, and the peers', built with g++ -m32 against i386 OpenSSL
+// and GMP. Both take the same data and time it the same way: a few repetitions, each of a fixed
+// number of calls, of which the best counts. Google Benchmark is not packaged for MinGW, hence
+// this small harness.
+//
+// Each program prints one line per case, "<case> <implementation> <seconds per call> <check>",
+// where the check is a digest of the result; scripts/bench compares the checks of the two sides
+// and puts the times into its table.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace shipped {
+
+constexpr uint32_t kCodecSize = 64u << 20;  // as in the native codec benchmark
+constexpr int kPowModBits = 2048;
+constexpr int kRepetitions = 10;  // the machine may be shared: the best of several
+
+// The codec input: the native benchmark's bytes.
+inline std::vector<unsigned char> CodecData() {
+  std::vector<unsigned char> v(kCodecSize);
+  std::mt19937 rng(64);
+  for (auto& b : v) b = static_cast<unsigned char>(rng());
+  return v;
+}
+
+// A random hexadecimal text of exactly `bits` bits (top bit set), odd when asked; the native
+// big-integer benchmark's operands.
+inline std::string RandomHex(int bits, uint32_t seed, bool odd) {
+  std::mt19937 rng(seed);
+  const char* digits = "0123456789ABCDEF";
+  std::string s(bits / 4, '0');
+  for (auto& c : s) c = digits[rng() % 16];
+  s[0] = "89ABCDEF"[rng() % 8];
+  if (odd && (s.back() - '0') % 2 == 0 && s.back() <= '9') s.back() = '1';
+  if (odd && s.back() >= 'A' && (s.back() - 'A') % 2 == 0) s.back() = 'B';
+  return s;
+}
+
+// The best time per call over kRepetitions runs of `calls` calls each.
+template <typename F>
+double BestOf(int calls, F&& f) {
+  double best = 1e30;
+  for (int r = 0; r < kRepetitions; ++r) {
+    const auto start = std::chrono::steady_clock::now();
+    for (int c = 0; c < calls; ++c) f();
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    best = std::min(best, took.count() / calls);
+  }
+  return best;
+}
+
+// FNV-1a over a result, as its check.
+inline std::string Check(const void* data, size_t size) {
+  uint64_t h = 14695981039346656037ull;
+  const unsigned char* p = static_cast<const unsigned char*>(data);
+  for (size_t i = 0; i < size; ++i) h = (h ^ p[i]) * 1099511628211ull;
+  char text[32];
+  std::snprintf(text, sizeof text, "%llu:%016llx", static_cast<unsigned long long>(size), static_cast<unsigned long long>(h));
+  return text;
+}
+
+inline std::string Lower(std::string s) {
+  for (char& c : s) c = (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+  return s;
+}
+
+inline void Report(const char* name, const char* impl, double seconds, const std::string& check) {
+  std::printf("%s %s %.6g %s\n", name, impl, seconds, check.c_str());
+  std::fflush(stdout);
+}
+
+}  // namespace shipped
