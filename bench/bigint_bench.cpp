@@ -9,22 +9,11 @@
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/modpower.h>
 #include "ratio_reporter.h"
+#include "shipped/shipped_work.h"
 
 namespace {
 
 using boost::multiprecision::cpp_int;
-
-// A random hexadecimal text of exactly `bits` bits (top bit set), odd when asked.
-std::string RandomHex(int bits, uint32_t seed, bool odd) {
-  std::mt19937 rng(seed);
-  const char* digits = "0123456789ABCDEF";
-  std::string s(bits / 4, '0');
-  for (auto& c : s) c = digits[rng() % 16];
-  s[0] = "89ABCDEF"[rng() % 8];
-  if (odd && (s.back() - '0') % 2 == 0 && s.back() <= '9') s.back() = '1';
-  if (odd && s.back() >= 'A' && (s.back() - 'A') % 2 == 0) s.back() = 'B';
-  return s;
-}
 
 CBigInt Big(const std::string& hex) {
   CBigInt x;
@@ -43,8 +32,8 @@ struct Mpz {
 cpp_int Boost(const std::string& hex) { return cpp_int("0x" + hex); }
 
 void PowModDeskaid(benchmark::State& state, int bits) {
-  const std::string b = RandomHex(bits, 1, false), e = RandomHex(bits, 2, false),
-                    n = RandomHex(bits, 3, true);
+  const std::string b = shipped::RandomHex(bits, 1, false), e = shipped::RandomHex(bits, 2, false),
+                    n = shipped::RandomHex(bits, 3, true);
   CModPower power;
   power.SetExponent(Big(e));
   power.SetModulus(Big(n));
@@ -56,7 +45,7 @@ void PowModDeskaid(benchmark::State& state, int bits) {
 }
 
 void PowModGmp(benchmark::State& state, int bits) {
-  Mpz b(RandomHex(bits, 1, false)), e(RandomHex(bits, 2, false)), n(RandomHex(bits, 3, true)), r;
+  Mpz b(shipped::RandomHex(bits, 1, false)), e(shipped::RandomHex(bits, 2, false)), n(shipped::RandomHex(bits, 3, true)), r;
   mpz_mod(b.v, b.v, n.v);
   for (auto _ : state) {
     mpz_powm(r.v, b.v, e.v, n.v);
@@ -65,8 +54,8 @@ void PowModGmp(benchmark::State& state, int bits) {
 }
 
 void PowModBoost(benchmark::State& state, int bits) {
-  cpp_int b = Boost(RandomHex(bits, 1, false)), e = Boost(RandomHex(bits, 2, false)),
-          n = Boost(RandomHex(bits, 3, true));
+  cpp_int b = Boost(shipped::RandomHex(bits, 1, false)), e = Boost(shipped::RandomHex(bits, 2, false)),
+          n = Boost(shipped::RandomHex(bits, 3, true));
   b %= n;
   for (auto _ : state) {
     cpp_int r = boost::multiprecision::powm(b, e, n);
@@ -75,12 +64,12 @@ void PowModBoost(benchmark::State& state, int bits) {
 }
 
 void MulDeskaid(benchmark::State& state) {
-  const CBigInt a = Big(RandomHex(4096, 4, false)), b = Big(RandomHex(4096, 5, false));
+  const CBigInt a = Big(shipped::RandomHex(4096, 4, false)), b = Big(shipped::RandomHex(4096, 5, false));
   for (auto _ : state) benchmark::DoNotOptimize(a * b);
 }
 
 void MulGmp(benchmark::State& state) {
-  Mpz a(RandomHex(4096, 4, false)), b(RandomHex(4096, 5, false)), r;
+  Mpz a(shipped::RandomHex(4096, 4, false)), b(shipped::RandomHex(4096, 5, false)), r;
   for (auto _ : state) {
     mpz_mul(r.v, a.v, b.v);
     benchmark::DoNotOptimize(r.v);
@@ -88,12 +77,12 @@ void MulGmp(benchmark::State& state) {
 }
 
 void DivDeskaid(benchmark::State& state) {
-  const CBigInt a = Big(RandomHex(8192, 6, false)), b = Big(RandomHex(4096, 7, false));
+  const CBigInt a = Big(shipped::RandomHex(8192, 6, false)), b = Big(shipped::RandomHex(4096, 7, false));
   for (auto _ : state) benchmark::DoNotOptimize(a / b);
 }
 
 void DivGmp(benchmark::State& state) {
-  Mpz a(RandomHex(8192, 6, false)), b(RandomHex(4096, 7, false)), r;
+  Mpz a(shipped::RandomHex(8192, 6, false)), b(shipped::RandomHex(4096, 7, false)), r;
   for (auto _ : state) {
     mpz_tdiv_q(r.v, a.v, b.v);
     benchmark::DoNotOptimize(r.v);

@@ -12,18 +12,15 @@
 #include <deskaid/codec/base64.h>
 #include <deskaid/codec/md5.h>
 #include "ratio_reporter.h"
+#include "shipped/shipped_work.h"
 
 namespace {
 
-constexpr uint32_t kSize = 64u << 20;
+constexpr uint32_t kSize = shipped::kCodecSize;
 
+// The same bytes as the shipped build's benchmark.
 const std::vector<unsigned char>& Data() {
-  static const std::vector<unsigned char> data = [] {
-    std::vector<unsigned char> v(kSize);
-    std::mt19937 rng(64);
-    for (auto& b : v) b = static_cast<unsigned char>(rng());
-    return v;
-  }();
+  static const std::vector<unsigned char> data = shipped::CodecData();
   return data;
 }
 
