@@ -359,6 +359,35 @@ const CXDialogItem* CXDialogTemplate::Item(int index) const {
   return index >= 0 && index < m_nItemCount ? m_pItems[index].get() : nullptr;
 }
 
+std::string CXDialogTemplate::ClipboardText() const {
+  if (!m_pszCaption || !m_pszMessageText) return std::string();
+  static const char kRule[] = "---------------------------\r\n";
+  std::string text = kRule;
+  text.append(m_pszCaption.get(), strnlen(m_pszCaption.get(), kTitleLimit));
+  text += "\r\n";
+  text += kRule;
+  for (const char* p = m_pszMessageText.get(); *p != '\0'; ++p) {
+    if (*p == '\n' && (p == m_pszMessageText.get() || p[-1] != '\r')) text += '\r';
+    text += *p;
+  }
+  text += "\r\n";
+  text += kRule;
+  for (int i = 0; i < m_nItemCount; ++i) {
+    const CXDialogItem& item = *m_pItems[i];
+    // Push buttons only: the check box is written with the same class but its own style.
+    if (item.ClassAtom() != kItemKindButton || (item.Style() & 0xF) > BS_DEFPUSHBUTTON) continue;
+    for (const char* c = item.Caption(); *c != '\0'; ++c) {
+      // "&x" marks x as the access key and shows "x"; "&&" shows a single "&".
+      if (*c == '&' && *++c == '\0') break;
+      text += *c;
+    }
+    text += "   ";
+  }
+  text += "\r\n";
+  text += kRule;
+  return text;
+}
+
 size_t CXDialogTemplate::TemplateSize() const {
   if (!m_pszCaption) return 0;
   // The title's room is reckoned from its byte length, which its UTF-16 form never exceeds.
