@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "deskaid/common/ansi_text.h"
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/msgbox/internal/button_model.h"
 #include "deskaid/msgbox/internal/dialog_units.h"
@@ -19,7 +20,7 @@ using deskaid::PutU16;
 using deskaid::PutU32;
 using deskaid::PutWideText;
 
-// DrawTextA formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
+// Text formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
 // check box caption (one line).
 constexpr UINT kMeasureMessage = DT_CALCRECT | DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX;
 constexpr UINT kMeasureCheckBox = DT_CALCRECT | DT_NOPREFIX | DT_SINGLELINE;
@@ -202,7 +203,7 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   int maxWidth = screenWidth / 2 + 80;
   if (m_nStyle & 0xF0) maxWidth -= 16 + GetSystemMetrics(SM_CXICON);
   RECT textRect = {0, 0, maxWidth, maxWidth};
-  DrawTextA(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
+  deskaid::DrawAnsiText(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
   const int textWidth = textRect.right - textRect.left;
   const int textHeight = textRect.bottom - textRect.top;
   SetRect(&textRect, 16, 16, textWidth + 28, textHeight + 21);
@@ -308,7 +309,7 @@ void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT&
   SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, 16);
   x = 17;
   y = buttonRect.top + 35;
-  DrawTextA(dc, caption, -1, &measureRect, kMeasureCheckBox);
+  deskaid::DrawAnsiText(dc, caption, -1, &measureRect, kMeasureCheckBox);
   const int textWidth = measureRect.right - measureRect.left;
   // The box and its gap take about a third of the text's width again.
   const int width = textWidth + textWidth / 3;
