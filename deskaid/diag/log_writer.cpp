@@ -1,6 +1,7 @@
 #include "deskaid/diag/log_writer.h"
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -107,6 +108,28 @@ CLogWriter::CLogWriter()
   m_szPath[0] = '\0';
 }
 
+namespace {
+
+// vsnprintf into `buffer`: a longer text is cut at its size less one byte, less a character split
+// there; a failed format leaves the empty text.
+void FormatCut(char* buffer, size_t size, const char* format, va_list args) {
+  const int n = std::vsnprintf(buffer, size, format, args);
+  if (n < 0)
+    buffer[0] = '\0';
+  else if (static_cast<size_t>(n) >= size)
+    deskaid::platform::EndOnWholeCharacter(buffer, size - 1);
+}
+
+// snprintf of a path into a buffer of kMaxPath bytes, cut like FormatCut.
+void PathCut(char* buffer, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  FormatCut(buffer, deskaid::kMaxPath, format, args);
+  va_end(args);
+}
+
+}  // namespace
+
 CLogWriter::~CLogWriter() { Close(); }
 
 bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint8_t dropPercent) {
@@ -116,9 +139,9 @@ bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint
     deskaid::platform::ExecutablePath(exe, sizeof exe);
     char* lastSeparator = std::strrchr(exe, deskaid::platform::kPathSeparator);
     if (lastSeparator != nullptr) lastSeparator[1] = '\0';
-    std::snprintf(m_szPath, sizeof m_szPath, "%s%s", exe, name);
+    PathCut(m_szPath, "%s%s", exe, name);
   } else {
-    std::snprintf(m_szPath, sizeof m_szPath, "%s", name);
+    PathCut(m_szPath, "%s", name);
   }
   m_nMaxSize = maxSize;  // not clamped: 0 makes every write rotate the file
   m_bEncipher = encipher;
@@ -173,7 +196,7 @@ bool CLogWriter::Close() {
 
 bool CLogWriter::SetPath(const char* path) {
   if (m_pStream != nullptr) return false;
-  std::snprintf(m_szPath, sizeof m_szPath, "%s", path);
+  PathCut(m_szPath, "%s", path);
   return true;
 }
 
@@ -264,7 +287,7 @@ bool CLogWriter::WriteFormat(uint8_t level, uint32_t /*reserved*/, const char* f
   char text[1024];
   va_list args;
   va_start(args, format);
-  if (std::vsnprintf(text, sizeof text, format, args) < 0) text[0] = '\0';
+  FormatCut(text, sizeof text, format, args);
   va_end(args);
   return Write(level, text, static_cast<uint32_t>(std::strlen(text)), kLogRecordKind);
 }
@@ -279,7 +302,7 @@ void CLogWriter::Archive() {
 
   deskaid::SplitPath parts(m_szPath);
   char name[deskaid::kMaxPath];
-  std::snprintf(name, sizeof name, "%s - %s", parts.name.c_str(), stamp);
+  PathCut(name, "%s - %s", parts.name.c_str(), stamp);
   std::string archived = deskaid::MakePath(parts.drive, parts.directory, name, parts.extension);
 
   if (std::rename(m_szPath, archived.c_str()) != 0) {
@@ -334,7 +357,7 @@ uint32_t LogPrintf(uint8_t levelMask, const char* format, ...) {
   char message[1024];
   va_list args;
   va_start(args, format);
-  if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
+  FormatCut(message, sizeof message, format, args);
   va_end(args);
   const uint32_t length = static_cast<uint32_t>(std::strlen(message));
 

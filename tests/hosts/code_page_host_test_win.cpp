@@ -17,8 +17,10 @@
 
 #include <deskaid/codec/base64.h>
 #include <deskaid/codec/md5.h>
+#include <deskaid/diag/debug_trace.h>
 #include <deskaid/diag/log_export.h>
 #include <deskaid/diag/log_writer.h>
+#include <deskaid/msgbox/internal/xdialog_template.h>
 #include <deskaid/msgbox/message_dialog.h>
 #include <deskaid/ui/hyperlink.h>
 
@@ -365,4 +367,86 @@ TEST(CodePageHost, DigestAndBase64OfTheBytes) {
   EXPECT_STREQ(coder.GetText(), encoded);
   coder.DecodeString(encoded);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(coder.GetData()), bytes.size()), bytes);
+}
+
+namespace {
+
+std::string Bytes(const std::wstring& wide) {
+  const int n = WideCharToMultiByte(CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()),
+                                    nullptr, 0, nullptr, nullptr);
+  std::string bytes(static_cast<size_t>(n), '\0');
+  if (n > 0)
+    WideCharToMultiByte(CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()), &bytes[0], n,
+                        nullptr, nullptr);
+  return bytes;
+}
+
+// What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
+std::string Cut(const std::wstring& wide, size_t limit) {
+  std::string kept;
+  for (size_t i = 0; i < wide.size();) {
+    const size_t units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
+    const std::string one = Bytes(wide.substr(i, units));
+    if (kept.size() + one.size() > limit) break;
+    kept += one;
+    i += units;
+  }
+  return kept;
+}
+
+}  // namespace
+
+// Texts cut at a byte limit keep whole characters: in a single-byte code page the cut is made at
+// the limit itself, in UTF-8 a character split there is left out. Debug trace lines (511 bytes),
+// log records (1,023), log paths (259), the message box's text (65,535), title (1,023) and
+// caption slots (99).
+TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
+  const Samples& s = ForThisHost();
+  std::string traced;
+  SetDebugTraceSink([](const char* line, void* to) { *static_cast<std::string*>(to) = line; },
+                    &traced);
+  ScratchDir scratch;
+  bool shortened = false;  // in UTF-8 some cut must fall inside a character
+  // Every alignment of the body's characters against the limits.
+  const int alignments = static_cast<int>(Host(s.body).size());
+  for (int pad = 0; pad < alignments; ++pad) {
+    std::wstring wide(static_cast<size_t>(pad), L'x');
+    for (int i = 0; i < 2000; ++i) wide += s.body;
+    const std::string bytes = Host(wide);
+    for (size_t limit : {99, 511, 1023, 65535}) shortened |= Cut(wide, limit).size() < limit;
+
+    DebugTrace("%s", bytes.c_str());
+    EXPECT_EQ(traced, Cut(wide, 511));
+
+    const std::wstring log = scratch.path().wstring() + L"\\" + std::to_wstring(pad) + L".log";
+    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, 0, 20));
+    ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", bytes.c_str()), 0u);
+    g_LogWriter.Close();
+    const std::wstring text = log + L".txt";
+    ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
+    const std::string exported = ReadFileW(text);
+    const size_t body = exported.find('\t') + 1;
+    EXPECT_EQ(exported.substr(body, exported.find('\r', body) - body), Cut(wide, 1023));
+
+    // A log path too long for its buffer is cut the same way (the file is not opened then).
+    const std::wstring longPath = scratch.path().wstring() + L"\\" +
+                                  wide.substr(0, IS_HIGH_SURROGATE(wide[299]) ? 299 : 300);
+    ASSERT_TRUE(g_LogWriter.SetPath(Host(longPath).c_str()));
+    EXPECT_EQ(std::string(g_LogWriter.GetPath()), Cut(longPath, 259));
+
+    MessageDialogParams p{};
+    std::strcpy(p.szReportCaption, Cut(wide, 259).c_str());
+    p.bUserCaptions = TRUE;
+    std::strcpy(p.UserCaptions.szOK, Cut(wide, 259).c_str());
+    CXDialogTemplate box(nullptr, bytes.c_str(), bytes.c_str(), MB_OK | MDS_NOSOUND, &p);
+    EXPECT_EQ(std::string(box.MessageText()), Cut(wide, 65535));
+    EXPECT_EQ(std::string(box.ButtonCaption(CAPTION_OK)), Cut(wide, 99));
+    EXPECT_EQ(std::string(box.ButtonCaption(CAPTION_REPORT)), Cut(wide, 99));
+    const std::string copy = box.ClipboardText();
+    const size_t title = copy.find("\r\n") + 2;
+    EXPECT_EQ(copy.substr(title, copy.find("\r\n", title) - title), Cut(wide, 1023));
+  }
+  SetDebugTraceSink(nullptr, nullptr);
+  // In 1252 every cut above kept exactly its limit.
+  EXPECT_EQ(shortened, GetACP() == CP_UTF8);
 }

@@ -56,6 +56,18 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
 // character; one byte elsewhere. Stays at the terminating NUL.
 const char* NextChar(const char* text);
 
+// The length of the longest start of the `length` bytes at `text` that ends on a whole character
+// of the ANSI code page: `length` itself in a single-byte code page, and one that leaves out a
+// character split at the end in a double-byte or UTF-8 one. Where text is cut at a byte limit,
+// the cut is made there, so that no half of a character is left at the end. Elsewhere text is
+// taken as bytes and `length` comes back.
+size_t WholeCharacters(const char* text, size_t length);
+
+// Cuts a text that has been cut at byte `length` back to its whole characters, in place.
+inline void EndOnWholeCharacter(char* text, size_t length) {
+  text[WholeCharacters(text, length)] = '\0';
+}
+
 // Whether `length` characters at `a` and `b` are equal ignoring case, in the user's locale
 // (CompareStringA with NORM_IGNORECASE; ASCII case folding elsewhere).
 bool EqualIgnoringCase(const char* a, const char* b, int length);

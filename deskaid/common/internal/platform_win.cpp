@@ -60,6 +60,29 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
   return written;
 }
 
+size_t WholeCharacters(const char* text, size_t length) {
+  const UINT codePage = GetACP();
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
+  if (codePage == CP_UTF8) {
+    // Back from the end over at most three continuation bytes to the last sequence's lead byte.
+    size_t start = length;
+    while (start > 0 && length - start < 4 && (bytes[start - 1] & 0xC0) == 0x80) --start;
+    if (start == 0) return length;
+    const unsigned char lead = bytes[start - 1];
+    const size_t needed = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+    return length - (start - 1) < needed ? start - 1 : length;
+  }
+  CPINFO info;
+  if (!GetCPInfo(codePage, &info) || info.MaxCharSize < 2) return length;
+  size_t at = 0;
+  while (at < length) {
+    const size_t next = at + (IsDBCSLeadByteEx(codePage, bytes[at]) ? 2 : 1);
+    if (next > length) return at;
+    at = next;
+  }
+  return length;
+}
+
 const char* NextChar(const char* text) { return CharNextA(text); }
 
 bool EqualIgnoringCase(const char* a, const char* b, int length) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "deskaid/common/ansi_text.h"
+#include "deskaid/common/internal/platform.h"
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/msgbox/internal/button_model.h"
 #include "deskaid/msgbox/internal/dialog_units.h"
@@ -48,6 +49,7 @@ char (ButtonCaptionSet::*const kUserCaptionFields[kButtonCaptionCount])[260] = {
 
 // Copies at most `limit` bytes of `source` (stopping at its end) and terminates the copy, so
 // `dest` needs limit + 1 bytes; a source without a terminator within `limit` is never overread.
+// A copy cut at the limit ends on a whole character.
 void CopyBounded(char* dest, const char* source, size_t limit) {
   size_t n = 0;
   while (n < limit && source[n] != '\0') {
@@ -55,6 +57,14 @@ void CopyBounded(char* dest, const char* source, size_t limit) {
     ++n;
   }
   dest[n] = '\0';
+  if (n == limit && source[n] != '\0') deskaid::platform::EndOnWholeCharacter(dest, n);
+}
+
+// The bytes of the caption that make the title: at most kTitleLimit, ending on a whole character.
+size_t TitleBytes(const char* caption) {
+  const size_t n = strnlen(caption, kTitleLimit);
+  return n == kTitleLimit && caption[n] != '\0' ? deskaid::platform::WholeCharacters(caption, n)
+                                                 : n;
 }
 
 bool IsResourceId(const char* text) {
@@ -130,6 +140,9 @@ void CXDialogTemplate::LoadText(const char* source, char* buffer) {
   } else {
     _mbsnbcpy(reinterpret_cast<unsigned char*>(buffer),
               reinterpret_cast<const unsigned char*>(source), kTextBufferSize - 1);
+    buffer[kTextBufferSize - 1] = '\0';
+    if (strnlen(source, kTextBufferSize) == kTextBufferSize)  // cut at the limit
+      deskaid::platform::EndOnWholeCharacter(buffer, std::strlen(buffer));
   }
   buffer[kTextBufferSize - 1] = '\0';
 }
@@ -364,7 +377,7 @@ std::string CXDialogTemplate::ClipboardText() const {
   if (!m_pszCaption || !m_pszMessageText) return std::string();
   static const char kRule[] = "---------------------------\r\n";
   std::string text = kRule;
-  text.append(m_pszCaption.get(), strnlen(m_pszCaption.get(), kTitleLimit));
+  text.append(m_pszCaption.get(), TitleBytes(m_pszCaption.get()));
   text += "\r\n";
   text += kRule;
   for (const char* p = m_pszMessageText.get(); *p != '\0'; ++p) {
@@ -392,7 +405,7 @@ std::string CXDialogTemplate::ClipboardText() const {
 size_t CXDialogTemplate::TemplateSize() const {
   if (!m_pszCaption) return 0;
   // The title's room is reckoned from its byte length, which its UTF-16 form never exceeds.
-  const size_t titleBytes = strnlen(m_pszCaption.get(), kTitleLimit);
+  const size_t titleBytes = TitleBytes(m_pszCaption.get());
   size_t size = (2 * titleBytes + 27) & ~static_cast<size_t>(3);
   for (int i = 0; i < m_nItemCount; ++i) {
     const size_t n = static_cast<size_t>(m_pItems[i]->WideCaptionLength());
@@ -414,7 +427,7 @@ bool CXDialogTemplate::WriteTemplate(unsigned char* dest) const {
   PutU16(dest + 18, 0);  // no menu
   PutU16(dest + 20, 0);  // the predefined dialog class
 
-  const std::string title(m_pszCaption.get(), strnlen(m_pszCaption.get(), kTitleLimit));
+  const std::string title(m_pszCaption.get(), TitleBytes(m_pszCaption.get()));
   int written = PutWideText(dest + 22, title.c_str());
   if (written < 0) return false;
   if (written == 0) {
