@@ -1,5 +1,6 @@
 // The message box while it is shown: fonts and focus, the disabled period, the countdown, Help,
 // Report, placement, Ctrl+C, and the pressed button turned into the result.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -140,6 +141,15 @@ INT_PTR CALLBACK MessageDialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARA
         HWND holder = GetDlgItem(hwnd, ID_ICON);
         SetWindowLongPtrA(holder, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&IconPaintProc));
         SetWindowLongPtrA(holder, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(dialog->m_hIcon));
+        // Dialog units round the holder's size; on a display of many DPI it may come out a few
+        // pixels short of the icon, which it then grows to hold whole.
+        RECT room;
+        if (holder != nullptr && GetClientRect(holder, &room)) {
+          const int cx = GetSystemMetrics(SM_CXICON), cy = GetSystemMetrics(SM_CYICON);
+          if (room.right < cx || room.bottom < cy)
+            SetWindowPos(holder, nullptr, 0, 0, std::max<int>(room.right, cx),
+                         std::max<int>(room.bottom, cy), SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+        }
       }
 
       if (dialog->m_nStyle & MB_TOPMOST)

@@ -209,6 +209,10 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, kNonClientMetricsSize, &metrics, 0);
   m_hFont = CreateFontIndirectA(&metrics.lfMessageFont);
   HGDIOBJ previousFont = dc != nullptr ? SelectObject(dc, m_hFont) : nullptr;
+  // The rules' pixel constants are for 96 dots per inch; a display of more scales them as it
+  // scales the font, so that 96 DPI keeps every pixel.
+  const int dpi = dc != nullptr ? GetDeviceCaps(dc, LOGPIXELSY) : 96;
+  m_nDpi = dpi > 0 ? dpi : 96;
 
   // 1-3: the message, wrapped to at most half the screen plus 80 pixels (less the icon's room
   // whenever the style asks for a system icon).
@@ -219,9 +223,9 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   deskaid::DrawAnsiText(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
   const int textWidth = textRect.right - textRect.left;
   const int textHeight = textRect.bottom - textRect.top;
-  SetRect(&textRect, 16, 16, textWidth + 28, textHeight + 21);
+  SetRect(&textRect, Px(16), Px(16), textWidth + Px(28), textHeight + Px(21));
   // The dialog's height is settled by the button row below; there is no minimum.
-  RECT dialogRect = {0, 0, textWidth + 28, textHeight + 21};
+  RECT dialogRect = {0, 0, textWidth + Px(28), textHeight + Px(21)};
 
   // 4: the header.
   m_dwDialogStyle = kDialogStyle | ((m_nStyle & MB_SYSTEMMODAL) ? DS_SYSMODAL : 0);
@@ -236,10 +240,10 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   if (iconMakesRoom) {
     const int cx = GetSystemMetrics(SM_CXICON);
     const int cy = GetSystemMetrics(SM_CYICON);
-    textRect.left += cx + 8;
-    textRect.right += cx + 8;
-    dialogRect.right = textRect.right + 8;
-    SetRect(&iconRect, 8, 8, cx + 10, cy + 10);
+    textRect.left += cx + Px(8);
+    textRect.right += cx + Px(8);
+    dialogRect.right = textRect.right + Px(8);
+    SetRect(&iconRect, Px(8), Px(8), cx + Px(10), cy + Px(10));
     AddItem(kItemKindStatic, ID_ICON, &iconRect, "");
   }
 
@@ -252,16 +256,17 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
       m_nStyle, customCount, (m_nStyle & MB_HELP) != 0, m_pfnReport != nullptr);
   m_dwCloseFlags |= model.closeFlags;
   const int n = model.layoutCount;
-  const int extra = m_nTimeoutSeconds != 0 ? 22 : 0;
-  const int buttonWidth = 78 + extra;
-  const int pitch = 84 + extra;
-  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + 10;
-  RECT rowRect = {0, rowTop, n * pitch - 6, rowTop + 23};
+  const int extra = m_nTimeoutSeconds != 0 ? Px(22) : 0;
+  const int buttonWidth = Px(78) + extra;
+  const int pitch = Px(84) + extra;
+  const int buttonHeight = Px(23);
+  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + Px(10);
+  RECT rowRect = {0, rowTop, n * pitch - Px(6), rowTop + buttonHeight};
   const int rowWidth = rowRect.right - rowRect.left;
-  dialogRect.bottom = rowRect.bottom + 12;
-  if (dialogRect.right <= rowWidth + 32) dialogRect.right = rowWidth + 32;
+  dialogRect.bottom = rowRect.bottom + Px(12);
+  if (dialogRect.right <= rowWidth + Px(32)) dialogRect.right = rowWidth + Px(32);
   int x = (dialogRect.right - dialogRect.left - rowWidth) / 2;
-  if (m_bRightJustify) x = dialogRect.right - n * pitch - 6;
+  if (m_bRightJustify) x = dialogRect.right - n * pitch - Px(6);
 
   m_nDefaultPosition = deskaid::DefaultButtonPosition(m_nStyle, n);
   // Help and Report make poor defaults, but the caller's choice stands; only a trace tells.
@@ -273,7 +278,7 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   // 9-10: the buttons, then Help and Report.
   for (int k = 0; k < model.count; ++k) {
     const deskaid::ButtonSpec& button = model.buttons[k];
-    RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + 23};
+    RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + buttonHeight};
     const bool custom = button.id >= IDCUSTOM1 && button.id <= IDCUSTOM4;
     const char* text = custom ? customNames[button.id - IDCUSTOM1]
                               : m_szCaptions[button.captionSlot];
@@ -290,8 +295,8 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   }
 
   // 12: keep room around the row.
-  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + 16;
-  if (dialogRect.right < rowRect.right + 16) dialogRect.right = rowRect.right + 16;
+  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + Px(16);
+  if (dialogRect.right < rowRect.right + Px(16)) dialogRect.right = rowRect.right + Px(16);
 
   // 13: the dialog's size in dialog units; DS_CENTER or the dialog procedure places it.
   const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
@@ -319,17 +324,17 @@ void CXDialogTemplate::AddItem(int kind, unsigned id, const RECT* rect, const ch
 
 void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT& dialogRect,
                                    RECT& buttonRect, RECT& measureRect, const char* caption) {
-  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, 16);
-  x = 17;
-  y = buttonRect.top + 35;
+  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, Px(16));
+  x = Px(17);
+  y = buttonRect.top + Px(35);
   deskaid::DrawAnsiText(dc, caption, -1, &measureRect, kMeasureCheckBox);
   const int textWidth = measureRect.right - measureRect.left;
   // The box and its gap take about a third of the text's width again.
   const int width = textWidth + textWidth / 3;
-  SetRect(&itemRect, x, y, x + width, y + 16);
+  SetRect(&itemRect, x, y, x + width, y + Px(16));
   AddItem(kItemKindCheckBox, ID_CHECKBOX, &itemRect, caption);
-  buttonRect.bottom = y + 16;
-  dialogRect.bottom = y + 24;
+  buttonRect.bottom = y + Px(16);
+  dialogRect.bottom = y + Px(24);
   if (dialogRect.right - dialogRect.left < x + width) dialogRect.right = dialogRect.left + x + width;
 }
 
