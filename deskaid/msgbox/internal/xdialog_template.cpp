@@ -67,6 +67,20 @@ size_t TitleBytes(const char* caption) {
                                                  : n;
 }
 
+// The layout rules' pixel constants are for 96 dots per inch; on a display of more they scale as
+// the system scales its font, and 96 DPI keeps every pixel.
+class ScaleFor96Dpi {
+ public:
+  explicit ScaleFor96Dpi(HDC dc) {
+    const int dpi = dc != nullptr ? GetDeviceCaps(dc, LOGPIXELSY) : 0;
+    m_dpi = dpi > 0 ? dpi : 96;
+  }
+  int operator()(int pixels) const { return MulDiv(pixels, m_dpi, 96); }
+
+ private:
+  int m_dpi;
+};
+
 bool IsResourceId(const char* text) {
   return reinterpret_cast<std::uintptr_t>(text) < 0x10000;
 }
@@ -209,10 +223,7 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, kNonClientMetricsSize, &metrics, 0);
   m_hFont = CreateFontIndirectA(&metrics.lfMessageFont);
   HGDIOBJ previousFont = dc != nullptr ? SelectObject(dc, m_hFont) : nullptr;
-  // The rules' pixel constants are for 96 dots per inch; a display of more scales them as it
-  // scales the font, so that 96 DPI keeps every pixel.
-  const int dpi = dc != nullptr ? GetDeviceCaps(dc, LOGPIXELSY) : 96;
-  m_nDpi = dpi > 0 ? dpi : 96;
+  const ScaleFor96Dpi Px(dc);
 
   // 1-3: the message, wrapped to at most half the screen plus 80 pixels (less the icon's room
   // whenever the style asks for a system icon).
@@ -324,6 +335,7 @@ void CXDialogTemplate::AddItem(int kind, unsigned id, const RECT* rect, const ch
 
 void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT& dialogRect,
                                    RECT& buttonRect, RECT& measureRect, const char* caption) {
+  const ScaleFor96Dpi Px(dc);
   SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, Px(16));
   x = Px(17);
   y = buttonRect.top + Px(35);

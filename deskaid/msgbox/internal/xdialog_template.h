@@ -81,8 +81,6 @@ class CXDialogTemplate {
   int LoadCustomButtons(const MessageDialogParams& params, char (*names)[260]);
   void Layout(const MessageDialogParams& params, int customCount, char (*customNames)[260]);
   HICON LoadRequestedIcon(const MessageDialogParams& params, bool& makesRoom) const;
-  // A layout constant given for 96 DPI, on the display's DPI.
-  int Px(int pixels) const { return MulDiv(pixels, m_nDpi, 96); }
 
   std::unique_ptr<CXDialogItem> m_pItems[kMaxItems];
   ReportCallback m_pfnReport = nullptr;
@@ -120,5 +118,4 @@ class CXDialogTemplate {
   short m_cy = 0;
   char m_szDefaultCaption[deskaid::kCaptionSlotSize] = {};  // saved by the countdown
   char m_szCaptions[kButtonCaptionCount][deskaid::kCaptionSlotSize] = {};
-  int m_nDpi = 96;  // the display's, for the layout's constants
 };
