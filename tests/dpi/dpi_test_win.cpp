@@ -1,6 +1,6 @@
-// The message box on displays of 96, 120, 144 and 192 DPI: every control's text fits the control
-// in the font the control draws with, the icon is not clipped, and every control, the button row
-// included, lies inside the dialog. The display's DPI is read when a program starts, so the test
+// The message box and the hyperlink demo's dialog on displays of 96, 120, 144 and 192 DPI: every
+// control's text fits the control in the font it is drawn with, the icon is not clipped, and
+// every control, the button row included, lies inside the dialog. The display's DPI is read when a program starts, so the test
 // sets it (Wine's LogPixels) and runs this program again for each value.
 #include <windows.h>
 
@@ -13,6 +13,8 @@
 #include <thread>
 
 #include <deskaid/msgbox/message_dialog.h>
+
+#include "hyperlink_dialog_win.h"
 
 namespace {
 
@@ -128,8 +130,73 @@ TEST(HighDpi, BoxesFit) {
                [](HWND) { return true; });
 }
 
-// Sets the display's DPI and runs BoxesFit in a program of its own for each value; the setting
-// the prefix had is put back.
+namespace {
+
+INT_PTR CALLBACK LinkDialogProc(HWND dialog, UINT message, WPARAM, LPARAM lParam) {
+  if (message != WM_INITDIALOG) return FALSE;
+  hyperlink_demo::AddLinks(dialog, *reinterpret_cast<hyperlink_demo::Links*>(lParam));
+  return TRUE;
+}
+
+// The width and height of `length` characters of `text` on one line in `font`.
+SIZE Extent(HWND control, HFONT font, const char* text, int length) {
+  HDC dc = GetDC(control);
+  HGDIOBJ old = SelectObject(dc, font);
+  RECT r = {0, 0, 1 << 20, 0};
+  DrawTextA(dc, text, length, &r, DT_CALCRECT | DT_SINGLELINE);
+  SelectObject(dc, old);
+  ReleaseDC(control, dc);
+  return {r.right, r.bottom};
+}
+
+}  // namespace
+
+// The hyperlink demo's dialog: every label and link, the text before and after a tagged link
+// included, lies inside its control in the font it is drawn with.
+TEST(HighDpi, LinksFit) {
+  if (std::getenv(kChildVariable) == nullptr) GTEST_SKIP() << "run by HighDpi.BoxesFitAtEveryDpi";
+  hyperlink_demo::Links links;
+  alignas(4) WORD buffer[64] = {};
+  HWND dialog = CreateDialogIndirectParamA(GetModuleHandleA(nullptr),
+                                           hyperlink_demo::Template(buffer), nullptr,
+                                           LinkDialogProc, reinterpret_cast<LPARAM>(&links));
+  ASSERT_NE(dialog, nullptr);
+  RECT dialogClient;
+  GetClientRect(dialog, &dialogClient);
+  for (int id = 100; id <= 104; ++id) {
+    HWND control = GetDlgItem(dialog, id);
+    RECT client, box;
+    GetClientRect(control, &client);
+    GetWindowRect(control, &box);
+    MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&box), 2);
+    EXPECT_LE(box.right, dialogClient.right) << "control " << id;
+    EXPECT_LE(box.bottom, dialogClient.bottom) << "control " << id;
+    char text[256] = {};
+    GetWindowTextA(control, text, sizeof text);
+    HFONT font = reinterpret_cast<HFONT>(SendMessageA(dialog, WM_GETFONT, 0, 0));
+    if (id == 100) {
+      const SIZE need = Extent(control, font, text, -1);
+      EXPECT_LE(need.cx, client.right);
+      EXPECT_LE(need.cy, client.bottom);
+      continue;
+    }
+    CHyperLinkEx& link = id == 101 ? links.plain : id == 102 ? links.tagged
+                       : id == 103 ? links.bold : links.hover;
+    const RECT r = link.GetLinkRect();
+    EXPECT_TRUE(r.left >= 0 && r.top >= 0 && r.right <= client.right && r.bottom <= client.bottom)
+        << "link of control " << id;
+    const LinkLabelParts parts = deskaid::ParseTaggedText(text);
+    if (parts.pszAfter != nullptr) {  // drawn from the link's right edge on, in the normal font
+      const SIZE after = Extent(control, font, parts.pszAfter, parts.cchAfter);
+      EXPECT_LE(r.right + after.cx, client.right) << "text after the link of control " << id;
+      EXPECT_LE(after.cy, client.bottom);
+    }
+  }
+  DestroyWindow(dialog);
+}
+
+// Sets the display's DPI and runs BoxesFit and LinksFit in a program of its own for each value;
+// the setting the prefix had is put back.
 TEST(HighDpi, BoxesFitAtEveryDpi) {
   if (std::getenv(kChildVariable) != nullptr) GTEST_SKIP() << "the program started for one DPI";
   HKEY key;
@@ -146,7 +213,8 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dpi),
                    sizeof dpi);
     SetEnvironmentVariableA(kChildVariable, std::to_string(dpi).c_str());
-    std::string command = std::string("\"") + self + "\" --gtest_filter=HighDpi.BoxesFit";
+    std::string command =
+        std::string("\"") + self + "\" --gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit";
     STARTUPINFOA startup = {};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process = {};
