@@ -11,19 +11,13 @@
 
 #include <deskaid/ui/hyperlink.h>
 
+#include "hyperlink_dialog_win.h"
+
 namespace {
 
 const char* g_picturePath = "hyperlink_demo.bmp";
-CHyperLinkEx g_plain, g_tagged, g_bold, g_hover;
+hyperlink_demo::Links g_links;
 bool g_saved = false;
-
-HWND AddStatic(HWND dialog, const char* text, int id, int x, int y, int width) {
-  HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | SS_LEFT, x, y, width,
-                                   18, dialog, reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
-                                   ::GetModuleHandleA(nullptr), nullptr);
-  ::SendMessageA(control, WM_SETFONT, ::SendMessageA(dialog, WM_GETFONT, 0, 0), FALSE);
-  return control;
-}
 
 // Writes the screen area of the window's client as a 24-bit BMP. The client only: without a
 // window manager (a virtual display) nobody draws the caption.
@@ -68,22 +62,9 @@ bool SavePicture(HWND hWnd, const char* path) {
 INT_PTR CALLBACK DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM) {
   switch (message) {
     case WM_INITDIALOG: {
-      AddStatic(dialog, "Plain link, its text is the address:", 100, 12, 10, 330);
-      g_plain.AttachToWindow(AddStatic(dialog, "https://www.example.com/", 101, 24, 28, 300));
-
-      g_tagged.SetExtendedStyle(LinkStyleUseTags);
-      g_tagged.SetTarget("https://www.example.com/notes");
-      g_tagged.AttachToWindow(AddStatic(dialog, "Read the <A>release notes</A> first.", 102, 12, 58, 330));
-
-      g_bold.SetExtendedStyle(LinkStyleUseTagsBold | LinkStyleCommandButton);
-      g_bold.AttachToWindow(AddStatic(dialog, "Questions? <A>Contact support</A> any time.", 103, 12, 84, 330));
-
-      g_hover.SetExtendedStyle(LinkStyleUnderlineHover);
-      g_hover.SetTarget("https://www.example.com/hover");
-      g_hover.SetLinkColor(RGB(0, 128, 64));
-      g_hover.AttachToWindow(AddStatic(dialog, "Underlined while the pointer is over it", 104, 12, 110, 330));
+      hyperlink_demo::AddLinks(dialog, g_links);
       // Show it as the pointer would leave it: hovered.
-      ::SendMessageA(g_hover.GetHwnd(), WM_MOUSEMOVE, 0, MAKELPARAM(4, 4));
+      ::SendMessageA(g_links.hover.GetHwnd(), WM_MOUSEMOVE, 0, MAKELPARAM(4, 4));
 
       ::SetTimer(dialog, 1, 1000, nullptr);
       return TRUE;
@@ -114,21 +95,8 @@ int main(int argc, char** argv) {
   INITCOMMONCONTROLSEX icc = {sizeof(icc), ICC_WIN95_CLASSES};
   ::InitCommonControlsEx(&icc);
 
-  // The dialog's template: no controls of its own, a caption and the dialog font.
   alignas(4) WORD buffer[64] = {};
-  auto* tmpl = reinterpret_cast<DLGTEMPLATE*>(buffer);
-  tmpl->style = DS_SETFONT | DS_MODALFRAME | DS_CENTER | WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU;
-  tmpl->cx = 240;
-  tmpl->cy = 90;
-  WORD* p = reinterpret_cast<WORD*>(tmpl + 1);
-  *p++ = 0;  // no menu
-  *p++ = 0;  // the dialog class
-  for (const char* c = "Hyperlink demo"; *c; ++c) *p++ = static_cast<WORD>(*c);
-  *p++ = 0;
-  *p++ = 8;
-  for (const char* c = "MS Shell Dlg"; *c; ++c) *p++ = static_cast<WORD>(*c);
-  *p++ = 0;
-
+  const DLGTEMPLATE* tmpl = hyperlink_demo::Template(buffer);
   HWND dialog = ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr), tmpl, nullptr, DialogProc, 0);
   if (dialog == nullptr) {
     std::printf("the dialog could not be created\n");
@@ -141,10 +109,10 @@ int main(int argc, char** argv) {
       ::DispatchMessageA(&msg);
     }
   }
-  std::printf("plain link target: %s\n", g_plain.GetTarget() ? g_plain.GetTarget() : "(none)");
+  std::printf("plain link target: %s\n", g_links.plain.GetTarget() ? g_links.plain.GetTarget() : "(none)");
   std::printf("link colour 0x%08lX, visited colour 0x%08lX\n",
-              static_cast<unsigned long>(g_plain.GetLinkColor()),
-              static_cast<unsigned long>(g_plain.GetVisitedColor()));
+              static_cast<unsigned long>(g_links.plain.GetLinkColor()),
+              static_cast<unsigned long>(g_links.plain.GetVisitedColor()));
   std::printf("%s %s\n", g_saved ? "picture saved to" : "could not save the picture to", g_picturePath);
   return g_saved ? 0 : 1;
 }

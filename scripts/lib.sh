@@ -2,6 +2,8 @@
 # build/native  preset native: optimised, with debug info
 # build/asan    preset sanitized: AddressSanitizer and UndefinedBehaviorSanitizer
 # build/win     preset windows: 32-bit Windows (MinGW-w64), tests under Wine (build/win/wineprefix)
+# build/win64   preset windows64: 64-bit Windows (MinGW-w64), tests under 64-bit Wine
+#               (build/win64/wineprefix, a 64-bit prefix)
 # build/fuzz    preset fuzz: clang, libFuzzer targets with ASan and UBSan
 # build/bench   preset benchmarks: native, Release, with the benchmarks
 
@@ -16,13 +18,19 @@ build_preset() {  # preset, extra cmake args...
 build_native() { build_preset native "$@"; }
 build_sanitized() { build_preset sanitized "$@"; }
 build_windows() { build_preset windows "$@" && prepare_wine build/win; }
+build_windows64() { build_preset windows64 "$@" && prepare_wine build/win64; }
 build_fuzz() { build_preset fuzz "$@"; }
 build_bench() { build_preset benchmarks "$@"; }
 
 # The Wine prefix lives in the build tree. Creating it takes a while, so it is done once, up front,
 # and the server is kept warm between the many short test processes.
+# The 64-bit build's prefix is a 64-bit one (which runs 32-bit programs too); the others are 32-bit.
+wine_arch() {
+  case "$1" in *win64*) echo win64 ;; *) echo win32 ;; esac
+}
+
 wine_env() {
-  export WINEPREFIX="$root/$1/wineprefix" WINEARCH=win32 WINEDEBUG=-all \
+  export WINEPREFIX="$root/$1/wineprefix" WINEARCH="$(wine_arch "$1")" WINEDEBUG=-all \
          WINEDLLOVERRIDES="mscoree,mshtml="
 }
 

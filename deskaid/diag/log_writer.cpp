@@ -1,6 +1,7 @@
 #include "deskaid/diag/log_writer.h"
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -67,6 +68,18 @@ CLogWriter::CLogWriter()
   m_szPath[0] = '\0';
 }
 
+namespace {
+
+// Formats a path into a buffer of kMaxPath bytes, cut as the messages are.
+void PathCut(char* buffer, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  deskaid::platform::FormatText(buffer, deskaid::kMaxPath, format, args);
+  va_end(args);
+}
+
+}  // namespace
+
 CLogWriter::~CLogWriter() { Close(); }
 
 bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint8_t dropPercent) {
@@ -78,9 +91,9 @@ bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint
     deskaid::platform::ExecutablePath(exe, sizeof exe);
     char* lastSeparator = std::strrchr(exe, deskaid::platform::kPathSeparator);
     if (lastSeparator != nullptr) lastSeparator[1] = '\0';
-    std::snprintf(m_szPath, sizeof m_szPath, "%s%s", exe, name);
+    PathCut(m_szPath, "%s%s", exe, name);
   } else {
-    std::snprintf(m_szPath, sizeof m_szPath, "%s", name);
+    PathCut(m_szPath, "%s", name);
   }
   m_nMaxSize = maxSize;  // not clamped: 0 makes every write rotate the file
   m_bEncipher = encipher;
@@ -147,7 +160,7 @@ bool CLogWriter::CloseLocked() {
 bool CLogWriter::SetPath(const char* path) {
   Guard guard(*this);
   if (m_pStream != nullptr || path == nullptr) return false;
-  std::snprintf(m_szPath, sizeof m_szPath, "%s", path);
+  PathCut(m_szPath, "%s", path);
   return true;
 }
 
@@ -272,7 +285,7 @@ void CLogWriter::Archive() {
   const std::string stamp = deskaid::FileStamp(openedAt);
   deskaid::SplitPath parts(m_szPath);
   char name[deskaid::kMaxPath];
-  std::snprintf(name, sizeof name, "%s - %s", parts.name.c_str(), stamp.c_str());
+  PathCut(name, "%s - %s", parts.name.c_str(), stamp.c_str());
   std::string archived = deskaid::MakePath(parts.drive, parts.directory, name, parts.extension);
 
   // The move never replaces an older archive of the same second: it fails, and logging goes on

@@ -27,7 +27,7 @@
 using SymHandle = HANDLE;
 using SymBool = BOOL;
 using SymActionCode = ULONG;
-using SymContext = CONTEXT;              // the walked thread's registers (Eip, Ebp, Esp)
+using SymContext = CONTEXT;  // the walked thread's registers (Eip, Ebp, Esp; Rip, Rbp, Rsp on x64)
 using SymModuleInfo = IMAGEHLP_MODULE64;
 #define DESKAID_SYM_CALLBACK CALLBACK
 #else

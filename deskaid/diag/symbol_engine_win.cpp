@@ -134,6 +134,22 @@ void CSymbolEngine::StackWalk(std::vector<StackFrameEntry>& frames, int skip, Sy
 
   STACKFRAME64 frame;
   std::memset(&frame, 0, sizeof frame);
+#if defined(_M_X64) || defined(__x86_64__)
+  // x64 frames are unwound from the image's unwind tables, which need the whole register set:
+  // without a context the walk starts from this function's own registers, at the call.
+  const DWORD machine = IMAGE_FILE_MACHINE_AMD64;
+  CONTEXT here;
+  if (context == nullptr) {
+    std::memset(&here, 0, sizeof here);
+    here.ContextFlags = CONTEXT_FULL;
+    RtlCaptureContext(&here);
+    context = &here;
+  }
+  frame.AddrPC.Offset = context->Rip;
+  frame.AddrFrame.Offset = context->Rbp;
+  frame.AddrStack.Offset = context->Rsp;
+#else
+  const DWORD machine = IMAGE_FILE_MACHINE_I386;
   if (context == nullptr) {
     // The registers at this point of StackWalk: the walk starts at the call.
     DWORD eip = 0, ebp = 0, esp = 0;
@@ -159,11 +175,12 @@ void CSymbolEngine::StackWalk(std::vector<StackFrameEntry>& frames, int skip, Sy
     frame.AddrFrame.Offset = context->Ebp;
     frame.AddrStack.Offset = context->Esp;
   }
+#endif
   frame.AddrPC.Mode = AddrModeFlat;
   frame.AddrFrame.Mode = AddrModeFlat;
   frame.AddrStack.Mode = AddrModeFlat;
 
-  while (StackWalk64(IMAGE_FILE_MACHINE_I386, m_hProcess, thread, &frame, context, nullptr,
+  while (StackWalk64(machine, m_hProcess, thread, &frame, context, nullptr,
                      SymFunctionTableAccess64, SymGetModuleBase64, nullptr)) {
     bool keep = frame.AddrPC.Offset != 0;
     if (frame.AddrPC.Offset == frame.AddrReturn.Offset) keep = false;

@@ -1,7 +1,9 @@
 // The message box while it is shown: fonts and focus, the disabled period, the countdown, Help,
-// Report, placement, and the pressed button turned into the result.
+// Report, placement, Ctrl+C, and the pressed button turned into the result.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/msgbox/internal/button_model.h"
@@ -34,6 +36,45 @@ void SetCloseItem(HWND dialog, UINT state) {
 
 void SetFont(HWND control, HFONT font) {
   if (control != nullptr) SendMessageA(control, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
+}
+
+// The dialog keeps the handle of its keyboard hook in this window property while it is shown.
+constexpr char kCopyHookProperty[] = "deskaid.msgbox.copyhook";
+
+// Puts the box's text on the clipboard as UTF-16, from which the platform offers the other text
+// formats. Returns false when the clipboard cannot be had.
+bool CopyToClipboard(HWND dialog, const std::string& text) {
+  const int n = MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, nullptr, 0);
+  if (n <= 0) return false;
+  HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, static_cast<SIZE_T>(n) * sizeof(WCHAR));
+  if (memory == nullptr) return false;
+  bool placed = false;
+  if (void* block = GlobalLock(memory)) {
+    MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, static_cast<WCHAR*>(block), n);
+    GlobalUnlock(memory);
+    if (OpenClipboard(dialog)) {
+      EmptyClipboard();
+      placed = SetClipboardData(CF_UNICODETEXT, memory) != nullptr;
+      CloseClipboard();
+    }
+  }
+  if (!placed) GlobalFree(memory);  // the clipboard owns it once placed
+  return placed;
+}
+
+// Keys go to the focused button, not to the dialog procedure, so the dialog manager's message
+// filter is where Ctrl+C is seen: it becomes WM_COPY for the box that holds the focused control.
+LRESULT CALLBACK CopyKeyHook(int code, WPARAM wParam, LPARAM lParam) {
+  const MSG* msg = reinterpret_cast<const MSG*>(lParam);
+  if (code == MSGF_DIALOGBOX && msg != nullptr && msg->message == WM_KEYDOWN &&
+      msg->wParam == 'C' && GetKeyState(VK_CONTROL) < 0 && GetKeyState(VK_MENU) >= 0) {
+    HWND dialog = GetAncestor(msg->hwnd, GA_ROOT);
+    if (dialog != nullptr && GetPropA(dialog, kCopyHookProperty) != nullptr) {
+      SendMessageA(dialog, WM_COPY, 0, 0);
+      return TRUE;  // the button has no use for the key
+    }
+  }
+  return CallNextHookEx(nullptr, code, wParam, lParam);
 }
 
 }  // namespace
@@ -100,6 +141,15 @@ INT_PTR CALLBACK MessageDialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARA
         HWND holder = GetDlgItem(hwnd, ID_ICON);
         SetWindowLongPtrA(holder, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&IconPaintProc));
         SetWindowLongPtrA(holder, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(dialog->m_hIcon));
+        // Dialog units round the holder's size; on a display of many DPI it may come out a few
+        // pixels short of the icon, which it then grows to hold whole.
+        RECT room;
+        if (holder != nullptr && GetClientRect(holder, &room)) {
+          const int cx = GetSystemMetrics(SM_CXICON), cy = GetSystemMetrics(SM_CYICON);
+          if (room.right < cx || room.bottom < cy)
+            SetWindowPos(holder, nullptr, 0, 0, std::max<int>(room.right, cx),
+                         std::max<int>(room.bottom, cy), SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+        }
       }
 
       if (dialog->m_nStyle & MB_TOPMOST)
@@ -119,6 +169,9 @@ INT_PTR CALLBACK MessageDialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARA
         const int y = (parentRect.top + parentRect.bottom) / 2 - height / 2;
         MoveWindow(hwnd, x, y, width, height, TRUE);
       }
+
+      if (HHOOK hook = SetWindowsHookExA(WH_MSGFILTER, CopyKeyHook, nullptr, GetCurrentThreadId()))
+        SetPropA(hwnd, kCopyHookProperty, hook);
 
       if (dialog->m_nTimeoutSeconds > 0) SetTimer(hwnd, TIMER_COUNTDOWN, 1000, nullptr);
       if (dialog->m_nDisabledSeconds > 0)
@@ -155,6 +208,15 @@ INT_PTR CALLBACK MessageDialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARA
           SetCloseItem(hwnd, MF_ENABLED);
         RedrawWindow(hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
       }
+      return 0;
+
+    case WM_COPY:
+      CopyToClipboard(hwnd, dialog->ClipboardText());
+      return TRUE;
+
+    case WM_DESTROY:
+      if (HANDLE hook = RemovePropA(hwnd, kCopyHookProperty))
+        UnhookWindowsHookEx(static_cast<HHOOK>(hook));
       return 0;
 
     case WM_LBUTTONDOWN:

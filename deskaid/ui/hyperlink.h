@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "deskaid/common/ansi_text.h"
 #include "deskaid/ui/link_text.h"
 #include "deskaid/ui/window_impl.h"
 
@@ -274,17 +275,17 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
         oldFont = ::SelectObject(dc, this->m_hFontNormal);
         RECT before = client;
         if (parts.pszBefore != nullptr)
-          ::DrawTextA(dc, parts.pszBefore, parts.cchBefore, &before, DT_CALCRECT | DT_WORDBREAK);
+          deskaid::DrawAnsiText(dc, parts.pszBefore, parts.cchBefore, &before, DT_CALCRECT | DT_WORDBREAK);
         if (this->m_hFontLink != nullptr) ::SelectObject(dc, this->m_hFontLink);
         RECT link = client;
         if (parts.pszBefore != nullptr) link.left = before.right;
-        ::DrawTextA(dc, parts.pszLink != nullptr ? parts.pszLink : "", parts.cchLink, &link,
+        deskaid::DrawAnsiText(dc, parts.pszLink != nullptr ? parts.pszLink : "", parts.cchLink, &link,
                     DT_CALCRECT | DT_WORDBREAK);
         this->m_rcLink = link;
       } else {
         if (this->m_hFontLink != nullptr) oldFont = ::SelectObject(dc, this->m_hFontLink);
         const DWORD style = this->GetStyle();
-        ::DrawTextA(dc, text, -1, &this->m_rcLink, DT_CALCRECT | DT_WORDBREAK | AlignFlags(style));
+        deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink, DT_CALCRECT | DT_WORDBREAK | AlignFlags(style));
         if (style & SS_CENTER)
           ::OffsetRect(&this->m_rcLink, (client.right - this->m_rcLink.right) / 2, 0);
         else if (style & SS_RIGHT)
@@ -316,7 +317,7 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
       COLORREF oldColor = ::SetTextColor(dc, linkColor);
       const char* text = this->DisplayText();
       if (text != nullptr)
-        ::DrawTextA(dc, text, -1, &this->m_rcLink, DT_WORDBREAK | AlignFlags(this->GetStyle()));
+        deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink, DT_WORDBREAK | AlignFlags(this->GetStyle()));
       if (focused) ::DrawFocusRect(dc, &this->m_rcLink);
       ::SetTextColor(dc, oldColor);
       ::SelectObject(dc, oldFont);
@@ -327,16 +328,16 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
     LinkLabelParts parts = this->ParseTaggedLabel();
     HGDIOBJ oldFont = ::SelectObject(dc, this->m_hFontNormal);
     if (parts.pszBefore != nullptr)
-      ::DrawTextA(dc, parts.pszBefore, parts.cchBefore, &client, DT_WORDBREAK);
+      deskaid::DrawAnsiText(dc, parts.pszBefore, parts.cchBefore, &client, DT_WORDBREAK);
     COLORREF oldColor = ::SetTextColor(dc, linkColor);
     ::SelectObject(dc, linkFont);
     if (parts.pszLink != nullptr && parts.cchLink > 0)
-      ::DrawTextA(dc, parts.pszLink, parts.cchLink, &this->m_rcLink, DT_WORDBREAK);
+      deskaid::DrawAnsiText(dc, parts.pszLink, parts.cchLink, &this->m_rcLink, DT_WORDBREAK);
     ::SetTextColor(dc, oldColor);
     ::SelectObject(dc, this->m_hFontNormal);
     if (parts.pszAfter != nullptr) {
       RECT after = {this->m_rcLink.right, this->m_rcLink.top, client.right, client.bottom};
-      ::DrawTextA(dc, parts.pszAfter, parts.cchAfter, &after, DT_WORDBREAK);
+      deskaid::DrawAnsiText(dc, parts.pszAfter, parts.cchAfter, &after, DT_WORDBREAK);
     }
     if (focused) ::DrawFocusRect(dc, &this->m_rcLink);
     ::SelectObject(dc, oldFont);

@@ -131,8 +131,11 @@ class LogExport : public ::testing::Test {
 };
 
 // A message written through LogPrintf with the address of one of this program's functions
-// comes out with the function's name in place of the marker.
+// comes out with the function's name in place of the marker. Addresses are logged as eight hex
+// digits, also by a 64-bit host, which therefore loads its image below 4 GiB.
 TEST_F(LogExport, ResolvesAnAddressWrittenThroughTheLogWriter) {
+  ASSERT_EQ(ProbeAddress() >> 32, 0u)
+      << "the image must lie below 4 GiB for its addresses to fit eight hex digits";
   std::remove(m_log.c_str());
   ASSERT_TRUE(g_LogWriter.Open(m_log.c_str(), 0xFFFFFFFF, 1, 20));
   ASSERT_NE(LogPrintf(LOG_LEVEL_2, "open [%08X] failed", unsigned(ProbeAddress())), 0u);
@@ -147,7 +150,8 @@ TEST_F(LogExport, ResolvesAnAddressWrittenThroughTheLogWriter) {
   ASSERT_TRUE(ConvertLogToText(m_log.c_str(), m_text.c_str(), m_image.c_str()));
   std::string text = ReadAll(m_text);
   EXPECT_EQ(text, Line(std::string("open ") + kProbeName + " failed", 2, header.time));
-  std::printf("resolved line: %s\n", text.substr(0, text.find('\r')).c_str());
+  std::printf("resolved line from a %d-bit host: %s\n", int(sizeof(void*) * 8),
+              text.substr(0, text.find('\r')).c_str());
 }
 
 TEST_F(LogExport, MarkersNeedExactlyEightCharactersAndFailedLookupsRepeatTheLastName) {

@@ -22,7 +22,7 @@ bool WaitUntil(const std::function<bool()>& condition, int ms) {
 
 // Shows a box titled `title` while `drive` gets it on a second thread.
 int Drive(const char* title, unsigned style, const MessageDialogParams* p,
-          const std::function<void(HWND)>& drive) {
+          const std::function<void(HWND)>& drive, const char* text = "Message text") {
   std::thread driver([&] {
     HWND dialog = nullptr;
     if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowA("#32770", title)); }, 10000)) {
@@ -36,7 +36,7 @@ int Drive(const char* title, unsigned style, const MessageDialogParams* p,
       PostMessageA(dialog, WM_COMMAND, 0x7777, 0);
     }
   });
-  const int result = ShowMessageDialog(nullptr, "Message text", title, style | MDS_NOSOUND, p);
+  const int result = ShowMessageDialog(nullptr, text, title, style | MDS_NOSOUND, p);
   driver.join();
   return result;
 }
@@ -54,6 +54,40 @@ void Escape(HWND dialog) {  // the key goes to the focused default button
 bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)) != FALSE; }
 bool CloseGrayed(HWND dialog) {
   return (GetMenuState(GetSystemMenu(dialog, FALSE), SC_CLOSE, MF_BYCOMMAND) & MF_GRAYED) != 0;
+}
+
+// Ctrl+C as the keyboard gives it, to whatever window has the focus.
+void PressCtrlC() {
+  const WORD keys[4] = {VK_CONTROL, 'C', 'C', VK_CONTROL};
+  INPUT input[4] = {};
+  for (int i = 0; i < 4; ++i) {
+    input[i].type = INPUT_KEYBOARD;
+    input[i].ki.wVk = keys[i];
+    input[i].ki.dwFlags = i < 2 ? 0 : KEYEVENTF_KEYUP;
+  }
+  SendInput(4, input, sizeof(INPUT));
+}
+
+// The clipboard's text in `format` once the clipboard has changed after `since` (its sequence
+// number); empty if it does not change within two seconds.
+std::string ClipboardAfter(DWORD since, UINT format) {
+  std::string text;
+  WaitUntil([&] {
+    if (!text.empty()) return true;
+    if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
+    if (HANDLE data = GetClipboardData(format)) {
+      if (format == CF_UNICODETEXT) {
+        const WCHAR* wide = static_cast<const WCHAR*>(GlobalLock(data));
+        for (; wide && *wide; ++wide) text += *wide < 0x80 ? static_cast<char>(*wide) : '?';
+      } else {
+        text = static_cast<const char*>(GlobalLock(data));
+      }
+      GlobalUnlock(data);
+    }
+    CloseClipboard();
+    return true;
+  }, 2000);
+  return text;
 }
 
 // Stands in for the help viewer: WinHelp hands its request to the window of this class.
@@ -163,6 +197,48 @@ TEST(MessageDialogRuntime, EscapeAndCloseFollowTheButtonSet) {
       Escape(dialog);
     }), set == MB_OK ? IDOK : IDCANCEL);
   }
+}
+
+TEST(MessageDialogRuntime, CtrlCCopiesTheBoxAsTheSystemBoxDoes) {
+  const std::string rule = "---------------------------\r\n";
+  auto copied = [&](const char* title, unsigned style, const MessageDialogParams* p,
+                    const char* text, int focus, UINT format) {
+    std::string clip;
+    Drive(title, style, p, [&](HWND dialog) {
+      SetForegroundWindow(dialog);
+      if (focus != 0) SendMessageA(dialog, WM_NEXTDLGCTL,
+                                   reinterpret_cast<WPARAM>(GetDlgItem(dialog, focus)), TRUE);
+      Sleep(100);
+      const DWORD before = GetClipboardSequenceNumber();
+      PressCtrlC();
+      clip = ClipboardAfter(before, format);
+      EXPECT_TRUE(IsWindowVisible(dialog)) << "copying leaves the box open";
+      PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
+      PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+    }, text);
+    return clip;
+  };
+  // Each message line ends in CR LF as well, whether the text broke it with LF or CR LF; the
+  // check box is not part of the copy (the system box has none), wherever the focus is.
+  EXPECT_EQ(copied("Copy", MB_YESNOCANCEL | MB_HELP | MDS_DONTASKAGAIN, nullptr,
+                   "First line\nsecond line\r\nthird", ID_CHECKBOX, CF_UNICODETEXT),
+            rule + "Copy\r\n" + rule + "First line\r\nsecond line\r\nthird\r\n" + rule +
+                "Yes   No   Cancel   Help   \r\n" + rule);
+  // Custom buttons lose their access-key marks, "&&" stays one "&"; the Report button follows.
+  MessageDialogParams p{};
+  std::strcpy(p.szCustomButtons, "&Save\nSave && &close\nLa&ter");
+  p.pfnReport = [](const char*, void*) {};
+  EXPECT_EQ(copied("Custom", MB_OK, &p, "Save?", 0, CF_TEXT),
+            rule + "Custom\r\n" + rule + "Save?\r\n" + rule +
+                "Save   Save & close   Later   Report   \r\n" + rule);
+  // A running countdown shows on the default button but not in the copy; the yes/no-to-all
+  // buttons are all listed; an empty message leaves an empty line.
+  MessageDialogParams countdown{};
+  countdown.nTimeoutSeconds = 20;
+  EXPECT_EQ(copied("Counting", MB_YESNO | MDS_YESTOALL | MDS_NOTOALL, &countdown, "", 0,
+                   CF_UNICODETEXT),
+            rule + "Counting\r\n" + rule + "\r\n" + rule +
+                "Yes   Yes to All   No   No to All   \r\n" + rule);
 }
 
 TEST(MessageDialogRuntime, DisabledPeriod) {

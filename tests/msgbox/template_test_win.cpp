@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -14,6 +15,28 @@
 using msgbox_test::TestResources;
 
 namespace {
+
+// The request record keeps its field order on every width: on a 64-bit host its handles and
+// pointers grow, and nothing moves.
+template <size_t... Offsets>
+constexpr bool Ascending() {
+  const size_t offsets[] = {Offsets...};
+  for (size_t i = 1; i < sizeof...(Offsets); ++i)
+    if (offsets[i - 1] >= offsets[i]) return false;
+  return true;
+}
+#define DESKAID_AT(field) offsetof(MessageDialogParams, field)
+static_assert(Ascending<DESKAID_AT(nHelpContextId), DESKAID_AT(nTimeoutSeconds),
+                        DESKAID_AT(nDisabledSeconds), DESKAID_AT(nX), DESKAID_AT(nY),
+                        DESKAID_AT(dwOptions), DESKAID_AT(hStringModule), DESKAID_AT(hIconModule),
+                        DESKAID_AT(nIconId), DESKAID_AT(szIconName), DESKAID_AT(nCustomButtonsId),
+                        DESKAID_AT(szCustomButtons), DESKAID_AT(nReportCaptionId),
+                        DESKAID_AT(szReportCaption), DESKAID_AT(szReserved),
+                        DESKAID_AT(dwReserved1), DESKAID_AT(dwReserved2), DESKAID_AT(pReportData),
+                        DESKAID_AT(pfnReport), DESKAID_AT(bUserCaptions),
+                        DESKAID_AT(UserCaptions)>(),
+              "MessageDialogParams keeps its field order");
+#undef DESKAID_AT
 
 struct Item : DLGITEMTEMPLATE {
   size_t offset, end;  // end: just past the item

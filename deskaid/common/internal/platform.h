@@ -46,7 +46,8 @@ std::tm LocalTime(uint32_t seconds);
 
 // Formats with the platform's own runtime formatter: _vsnprintf of the Windows runtime (which
 // differs from C99 in %e exponents, %p case, rounding and length modifiers), vsnprintf elsewhere.
-// The result is always terminated: a text that does not fit is cut at `size` - 1 characters.
+// The result is always terminated: a text that does not fit is cut at `size` - 1 bytes (less a
+// character split there, in a UTF-8 host; see WholeCharacters).
 // A null format gives the empty text.
 void FormatText(char* buffer, size_t size, const char* format, va_list args);
 
@@ -73,6 +74,18 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
 // The next character of ANSI text: CharNextA, which steps over both bytes of a double-byte
 // character; one byte elsewhere. Stays at the terminating NUL.
 const char* NextChar(const char* text);
+
+// The length of the longest start of the `length` bytes at `text` that ends on a whole character,
+// in a host whose ANSI code page is UTF-8: a character that a cut at a byte limit splits is left
+// out, so that no half of one remains. Every other code page keeps the cut exactly at the limit,
+// as the module has always made it (double-byte ones included), and so does every other platform:
+// `length` comes back.
+size_t WholeCharacters(const char* text, size_t length);
+
+// Cuts a text that has been cut at byte `length` back to its whole characters, in place.
+inline void EndOnWholeCharacter(char* text, size_t length) {
+  text[WholeCharacters(text, length)] = '\0';
+}
 
 // Whether `length` characters at `a` and `b` are equal ignoring case, in the user's locale
 // (CompareStringA with NORM_IGNORECASE; ASCII case folding elsewhere).

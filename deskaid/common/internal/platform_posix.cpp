@@ -113,6 +113,8 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
   return done;
 }
 
+size_t WholeCharacters(const char*, size_t length) { return length; }
+
 const char* NextChar(const char* text) { return *text != '\0' ? text + 1 : text; }
 
 bool EqualIgnoringCase(const char* a, const char* b, int length) {

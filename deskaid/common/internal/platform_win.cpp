@@ -62,7 +62,7 @@ void FormatText(char* buffer, size_t size, const char* format, va_list args) {
   // The runtime's _vsnprintf leaves a text that fills the buffer unterminated and returns -1 for
   // one that does not fit: both are cut at the last byte.
   int n = _vsnprintf(buffer, size, format, args);
-  if (n < 0 || static_cast<size_t>(n) >= size) buffer[size - 1] = '\0';
+  if (n < 0 || static_cast<size_t>(n) >= size) EndOnWholeCharacter(buffer, size - 1);
 }
 
 uint64_t StreamLength(std::FILE* stream) {
@@ -86,6 +86,18 @@ size_t WriteAt(std::FILE* stream, uint64_t offset, const void* data, size_t leng
   size_t written = std::fwrite(data, 1, length, stream);
   std::fflush(stream);
   return written;
+}
+
+size_t WholeCharacters(const char* text, size_t length) {
+  if (GetACP() != CP_UTF8) return length;
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
+  // Back from the end over at most three continuation bytes to the last sequence's lead byte.
+  size_t start = length;
+  while (start > 0 && length - start < 4 && (bytes[start - 1] & 0xC0) == 0x80) --start;
+  if (start == 0) return length;
+  const unsigned char lead = bytes[start - 1];
+  const size_t needed = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+  return length - (start - 1) < needed ? start - 1 : length;
 }
 
 const char* NextChar(const char* text) { return CharNextA(text); }

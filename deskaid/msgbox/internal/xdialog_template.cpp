@@ -8,6 +8,8 @@
 #include <new>
 #include <string>
 
+#include "deskaid/common/ansi_text.h"
+#include "deskaid/common/internal/platform.h"
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/msgbox/internal/button_model.h"
 #include "deskaid/msgbox/internal/dialog_units.h"
@@ -19,7 +21,7 @@ using deskaid::PutU16;
 using deskaid::PutU32;
 using deskaid::PutWideText;
 
-// DrawTextA formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
+// Text formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
 // check box caption (one line).
 constexpr UINT kMeasureMessage = DT_CALCRECT | DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX;
 constexpr UINT kMeasureCheckBox = DT_CALCRECT | DT_NOPREFIX | DT_SINGLELINE;
@@ -47,6 +49,7 @@ char (ButtonCaptionSet::*const kUserCaptionFields[kButtonCaptionCount])[260] = {
 
 // Copies at most `limit` bytes of `source` (stopping at its end) and terminates the copy, so
 // `dest` needs limit + 1 bytes; a source without a terminator within `limit` is never overread.
+// A copy cut at the limit ends on a whole character.
 void CopyBounded(char* dest, const char* source, size_t limit) {
   size_t n = 0;
   while (n < limit && source[n] != '\0') {
@@ -54,7 +57,29 @@ void CopyBounded(char* dest, const char* source, size_t limit) {
     ++n;
   }
   dest[n] = '\0';
+  if (n == limit && source[n] != '\0') deskaid::platform::EndOnWholeCharacter(dest, n);
 }
+
+// The bytes of the caption that make the title: at most kTitleLimit, ending on a whole character.
+size_t TitleBytes(const char* caption) {
+  const size_t n = strnlen(caption, kTitleLimit);
+  return n == kTitleLimit && caption[n] != '\0' ? deskaid::platform::WholeCharacters(caption, n)
+                                                 : n;
+}
+
+// The layout rules' pixel constants are for 96 dots per inch; on a display of more they scale as
+// the system scales its font, and 96 DPI keeps every pixel.
+class ScaleFor96Dpi {
+ public:
+  explicit ScaleFor96Dpi(HDC dc) {
+    const int dpi = dc != nullptr ? GetDeviceCaps(dc, LOGPIXELSY) : 0;
+    m_dpi = dpi > 0 ? dpi : 96;
+  }
+  int operator()(int pixels) const { return MulDiv(pixels, m_dpi, 96); }
+
+ private:
+  int m_dpi;
+};
 
 bool IsResourceId(const char* text) {
   return reinterpret_cast<std::uintptr_t>(text) < 0x10000;
@@ -129,6 +154,9 @@ void CXDialogTemplate::LoadText(const char* source, char* buffer) {
   } else {
     _mbsnbcpy(reinterpret_cast<unsigned char*>(buffer),
               reinterpret_cast<const unsigned char*>(source), kTextBufferSize - 1);
+    buffer[kTextBufferSize - 1] = '\0';
+    if (strnlen(source, kTextBufferSize) == kTextBufferSize)  // cut at the limit
+      deskaid::platform::EndOnWholeCharacter(buffer, std::strlen(buffer));
   }
   buffer[kTextBufferSize - 1] = '\0';
 }
@@ -195,6 +223,7 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, kNonClientMetricsSize, &metrics, 0);
   m_hFont = CreateFontIndirectA(&metrics.lfMessageFont);
   HGDIOBJ previousFont = dc != nullptr ? SelectObject(dc, m_hFont) : nullptr;
+  const ScaleFor96Dpi Px(dc);
 
   // 1-3: the message, wrapped to at most half the screen plus 80 pixels (less the icon's room
   // whenever the style asks for a system icon).
@@ -202,12 +231,12 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   int maxWidth = screenWidth / 2 + 80;
   if (m_nStyle & 0xF0) maxWidth -= 16 + GetSystemMetrics(SM_CXICON);
   RECT textRect = {0, 0, maxWidth, maxWidth};
-  DrawTextA(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
+  deskaid::DrawAnsiText(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
   const int textWidth = textRect.right - textRect.left;
   const int textHeight = textRect.bottom - textRect.top;
-  SetRect(&textRect, 16, 16, textWidth + 28, textHeight + 21);
+  SetRect(&textRect, Px(16), Px(16), textWidth + Px(28), textHeight + Px(21));
   // The dialog's height is settled by the button row below; there is no minimum.
-  RECT dialogRect = {0, 0, textWidth + 28, textHeight + 21};
+  RECT dialogRect = {0, 0, textWidth + Px(28), textHeight + Px(21)};
 
   // 4: the header.
   m_dwDialogStyle = kDialogStyle | ((m_nStyle & MB_SYSTEMMODAL) ? DS_SYSMODAL : 0);
@@ -222,10 +251,10 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   if (iconMakesRoom) {
     const int cx = GetSystemMetrics(SM_CXICON);
     const int cy = GetSystemMetrics(SM_CYICON);
-    textRect.left += cx + 8;
-    textRect.right += cx + 8;
-    dialogRect.right = textRect.right + 8;
-    SetRect(&iconRect, 8, 8, cx + 10, cy + 10);
+    textRect.left += cx + Px(8);
+    textRect.right += cx + Px(8);
+    dialogRect.right = textRect.right + Px(8);
+    SetRect(&iconRect, Px(8), Px(8), cx + Px(10), cy + Px(10));
     AddItem(kItemKindStatic, ID_ICON, &iconRect, "");
   }
 
@@ -238,16 +267,17 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
       m_nStyle, customCount, (m_nStyle & MB_HELP) != 0, m_pfnReport != nullptr);
   m_dwCloseFlags |= model.closeFlags;
   const int n = model.layoutCount;
-  const int extra = m_nTimeoutSeconds != 0 ? 22 : 0;
-  const int buttonWidth = 78 + extra;
-  const int pitch = 84 + extra;
-  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + 10;
-  RECT rowRect = {0, rowTop, n * pitch - 6, rowTop + 23};
+  const int extra = m_nTimeoutSeconds != 0 ? Px(22) : 0;
+  const int buttonWidth = Px(78) + extra;
+  const int pitch = Px(84) + extra;
+  const int buttonHeight = Px(23);
+  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + Px(10);
+  RECT rowRect = {0, rowTop, n * pitch - Px(6), rowTop + buttonHeight};
   const int rowWidth = rowRect.right - rowRect.left;
-  dialogRect.bottom = rowRect.bottom + 12;
-  if (dialogRect.right <= rowWidth + 32) dialogRect.right = rowWidth + 32;
+  dialogRect.bottom = rowRect.bottom + Px(12);
+  if (dialogRect.right <= rowWidth + Px(32)) dialogRect.right = rowWidth + Px(32);
   int x = (dialogRect.right - dialogRect.left - rowWidth) / 2;
-  if (m_bRightJustify) x = dialogRect.right - n * pitch - 6;
+  if (m_bRightJustify) x = dialogRect.right - n * pitch - Px(6);
 
   m_nDefaultPosition = deskaid::DefaultButtonPosition(m_nStyle, n);
   // Help and Report make poor defaults, but the caller's choice stands; only a trace tells.
@@ -259,7 +289,7 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   // 9-10: the buttons, then Help and Report.
   for (int k = 0; k < model.count; ++k) {
     const deskaid::ButtonSpec& button = model.buttons[k];
-    RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + 23};
+    RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + buttonHeight};
     const bool custom = button.id >= IDCUSTOM1 && button.id <= IDCUSTOM4;
     const char* text = custom ? customNames[button.id - IDCUSTOM1]
                               : m_szCaptions[button.captionSlot];
@@ -276,8 +306,8 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   }
 
   // 12: keep room around the row.
-  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + 16;
-  if (dialogRect.right < rowRect.right + 16) dialogRect.right = rowRect.right + 16;
+  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + Px(16);
+  if (dialogRect.right < rowRect.right + Px(16)) dialogRect.right = rowRect.right + Px(16);
 
   // 13: the dialog's size in dialog units; DS_CENTER or the dialog procedure places it.
   const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
@@ -305,17 +335,18 @@ void CXDialogTemplate::AddItem(int kind, unsigned id, const RECT* rect, const ch
 
 void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT& dialogRect,
                                    RECT& buttonRect, RECT& measureRect, const char* caption) {
-  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, 16);
-  x = 17;
-  y = buttonRect.top + 35;
-  DrawTextA(dc, caption, -1, &measureRect, kMeasureCheckBox);
+  const ScaleFor96Dpi Px(dc);
+  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, Px(16));
+  x = Px(17);
+  y = buttonRect.top + Px(35);
+  deskaid::DrawAnsiText(dc, caption, -1, &measureRect, kMeasureCheckBox);
   const int textWidth = measureRect.right - measureRect.left;
   // The box and its gap take about a third of the text's width again.
   const int width = textWidth + textWidth / 3;
-  SetRect(&itemRect, x, y, x + width, y + 16);
+  SetRect(&itemRect, x, y, x + width, y + Px(16));
   AddItem(kItemKindCheckBox, ID_CHECKBOX, &itemRect, caption);
-  buttonRect.bottom = y + 16;
-  dialogRect.bottom = y + 24;
+  buttonRect.bottom = y + Px(16);
+  dialogRect.bottom = y + Px(24);
   if (dialogRect.right - dialogRect.left < x + width) dialogRect.right = dialogRect.left + x + width;
 }
 
@@ -359,10 +390,39 @@ const CXDialogItem* CXDialogTemplate::Item(int index) const {
   return index >= 0 && index < m_nItemCount ? m_pItems[index].get() : nullptr;
 }
 
+std::string CXDialogTemplate::ClipboardText() const {
+  if (!m_pszCaption || !m_pszMessageText) return std::string();
+  static const char kRule[] = "---------------------------\r\n";
+  std::string text = kRule;
+  text.append(m_pszCaption.get(), TitleBytes(m_pszCaption.get()));
+  text += "\r\n";
+  text += kRule;
+  for (const char* p = m_pszMessageText.get(); *p != '\0'; ++p) {
+    if (*p == '\n' && (p == m_pszMessageText.get() || p[-1] != '\r')) text += '\r';
+    text += *p;
+  }
+  text += "\r\n";
+  text += kRule;
+  for (int i = 0; i < m_nItemCount; ++i) {
+    const CXDialogItem& item = *m_pItems[i];
+    // Push buttons only: the check box is written with the same class but its own style.
+    if (item.ClassAtom() != kItemKindButton || (item.Style() & 0xF) > BS_DEFPUSHBUTTON) continue;
+    for (const char* c = item.Caption(); *c != '\0'; ++c) {
+      // "&x" marks x as the access key and shows "x"; "&&" shows a single "&".
+      if (*c == '&' && *++c == '\0') break;
+      text += *c;
+    }
+    text += "   ";
+  }
+  text += "\r\n";
+  text += kRule;
+  return text;
+}
+
 size_t CXDialogTemplate::TemplateSize() const {
   if (!m_pszCaption) return 0;
   // The title's room is reckoned from its byte length, which its UTF-16 form never exceeds.
-  const size_t titleBytes = strnlen(m_pszCaption.get(), kTitleLimit);
+  const size_t titleBytes = TitleBytes(m_pszCaption.get());
   size_t size = (2 * titleBytes + 27) & ~static_cast<size_t>(3);
   for (int i = 0; i < m_nItemCount; ++i) {
     const size_t n = static_cast<size_t>(m_pItems[i]->WideCaptionLength());
@@ -384,7 +444,7 @@ bool CXDialogTemplate::WriteTemplate(unsigned char* dest) const {
   PutU16(dest + 18, 0);  // no menu
   PutU16(dest + 20, 0);  // the predefined dialog class
 
-  const std::string title(m_pszCaption.get(), strnlen(m_pszCaption.get(), kTitleLimit));
+  const std::string title(m_pszCaption.get(), TitleBytes(m_pszCaption.get()));
   int written = PutWideText(dest + 22, title.c_str());
   if (written < 0) return false;
   if (written == 0) {

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "deskaid/msgbox/internal/button_captions.h"
@@ -49,6 +50,12 @@ class CXDialogTemplate {
   size_t TemplateSize() const;
   bool WriteTemplate(unsigned char* dest) const;
   std::vector<unsigned char> TemplateBytes() const;
+
+  // The box as text for the clipboard, in the layout of the system's message box: dashes, the
+  // title, dashes, the message, dashes, every push button's caption without its access-key
+  // ampersand and followed by three spaces, dashes. Every line ends in CR LF, the message's own
+  // line breaks included. The check box is not part of it. Empty when the buffers are missing.
+  std::string ClipboardText() const;
 
   // Writes the template into moveable memory and runs it modally. Returns the dialog's result,
   // 2 when the memory cannot be had, and DialogBoxIndirectParamA's failure value when it fails.
