@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -45,6 +46,9 @@ SIZE Needed(HWND control, const std::wstring& text, UINT format, int width) {
 
 // Checks every control of a shown message box.
 void CheckFits(HWND dialog) {
+  HDC screen = GetDC(nullptr);
+  const int dpi = GetDeviceCaps(screen, LOGPIXELSY);
+  ReleaseDC(nullptr, screen);
   RECT client;
   GetClientRect(dialog, &client);
   MapWindowPoints(dialog, nullptr, reinterpret_cast<POINT*>(&client), 2);
@@ -60,23 +64,31 @@ void CheckFits(HWND dialog) {
         << "control " << id << " leaves the dialog";
     const std::wstring text = TextOf(control);
     const LONG style = GetWindowLongW(control, GWL_STYLE);
+    SIZE need = {0, 0};
     if (id == ID_ICON) {
-      EXPECT_GE(inner.right, GetSystemMetrics(SM_CXICON)) << "icon clipped";
-      EXPECT_GE(inner.bottom, GetSystemMetrics(SM_CYICON)) << "icon clipped";
+      need = {GetSystemMetrics(SM_CXICON), GetSystemMetrics(SM_CYICON)};
+      EXPECT_GE(inner.right, need.cx) << "icon clipped";
+      EXPECT_GE(inner.bottom, need.cy) << "icon clipped";
     } else if (id == ID_FIRSTTEXT) {
-      const SIZE need = Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX,
-                               inner.right);
+      need = Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, inner.right);
       EXPECT_LE(need.cx, inner.right) << "message";
       EXPECT_LE(need.cy, inner.bottom) << "message";
     } else if ((style & 0xF) == BS_AUTOCHECKBOX) {
-      const SIZE need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-      EXPECT_LE(need.cx + GetSystemMetrics(SM_CXMENUCHECK) + 4, inner.right) << "check box";
+      need = Needed(control, text, DT_SINGLELINE, 1 << 20);
+      need.cx += GetSystemMetrics(SM_CXMENUCHECK) + 4;
+      EXPECT_LE(need.cx, inner.right) << "check box";
       EXPECT_LE(need.cy, inner.bottom) << "check box";
     } else {  // a push button: the caption inside its border
-      const SIZE need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-      EXPECT_LE(need.cx + 8, inner.right) << "button " << id;
-      EXPECT_LE(need.cy + 4, inner.bottom) << "button " << id;
+      need = Needed(control, text, DT_SINGLELINE, 1 << 20);
+      need.cx += 8;
+      need.cy += 4;
+      EXPECT_LE(need.cx, inner.right) << "button " << id;
+      EXPECT_LE(need.cy, inner.bottom) << "button " << id;
     }
+    // The measurements, for the record: what the control's content needs and the room it has.
+    std::printf("dpi %d control %5d needs %4ldx%-3ld has %4ldx%-3ld dialog %ldx%ld\n", dpi, id,
+                need.cx, need.cy, inner.right, inner.bottom, client.right - client.left,
+                client.bottom - client.top);
   }
   EXPECT_GE(controls, 3);
 }
