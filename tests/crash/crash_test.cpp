@@ -310,8 +310,13 @@ TEST(CrashHandler, CrashBoxReportsToTheHostAndCloseEndsTheProcess) {
   std::string text, report;
   bool openAfterReport = false;
   const Outcome outcome = RunChild({"access", dir.path().string(), "box"}, 60, [&] {
-    for (int i = 0; i < 3000 && !(box = FindWindowA("#32770", "crash_child.exe")); ++i) Sleep(10);
-    ASSERT_NE(box, nullptr) << "no crash box";
+    // Shown means set up: the box handles its buttons once it is visible.
+    for (int i = 0; i < 3000; ++i) {
+      box = FindWindowA("#32770", "crash_child.exe");
+      if (box != nullptr && IsWindowVisible(box)) break;
+      Sleep(10);
+    }
+    ASSERT_TRUE(box != nullptr && IsWindowVisible(box)) << "no crash box";
     char buffer[1024] = {};
     GetDlgItemTextA(box, ID_FIRSTTEXT, buffer, sizeof buffer);
     text = buffer;
