@@ -27,6 +27,8 @@ constexpr DWORD kFatalAppExit = 0x40000015;           // STATUS_FATAL_APP_EXIT: 
 constexpr DWORD kInvalidCrtParameter = 0xC0000417;    // STATUS_INVALID_CRUNTIME_PARAMETER
 // How long the failing thread waits for the handler's work when no box waits for the user.
 constexpr DWORD kWorkPatienceMs = 60000;
+// Stack kept for the handler when a thread's stack overflows.
+constexpr ULONG kStackGuarantee = 64 * 1024;
 
 // Everything the handler knows of one failure. It lives in static storage: a failing thread may
 // have no stack left to hold it.
@@ -277,6 +279,10 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
   if (previousAbort == SIG_ERR) return false;
   g_installed.options = options != nullptr ? *options : CrashHandlerOptions();
   g_installed.previousAbort = previousAbort;
+  // Room on the installing thread's stack for the filter after a stack overflow, which has it
+  // start the thread that does the work. Other threads keep the system's own guarantee.
+  ULONG guarantee = kStackGuarantee;
+  SetThreadStackGuarantee(&guarantee);
   g_installed.previousFilter = SetUnhandledExceptionFilter(OnUnhandledException);
   g_installed.previousTerminate = std::set_terminate(OnTerminate);
   g_installed.previousInvalidParameter = SetInvalidParameterHandler(OnInvalidParameter);

@@ -198,6 +198,14 @@ const Failure kFailures[] = {
 TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCode) {
   for (const Failure& failure : kFailures) {
     SCOPED_TRACE(failure.kind);
+#ifdef _WIN32
+    // 64-bit Wine (8.0) ends a thread whose stack overflowed inside its own exception dispatch,
+    // before any handler of the program runs; the 32-bit build is tested for it.
+    if (sizeof(void*) == 8 && std::string(failure.kind) == "stack" &&
+        GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
+      continue;
+    }
+#endif
     ScratchDir dir;
     const Outcome outcome = RunChild({failure.kind, dir.path().string()}, 60);
     ASSERT_TRUE(outcome.finished);
