@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/input_win.h"
+
 #include <cstdlib>
 #include <cstdio>
 #include <cstring>
@@ -21,11 +23,6 @@ namespace {
 
 constexpr const char kDesktopKey[] = "Control Panel\\Desktop";
 constexpr const char kChildVariable[] = "DESKAID_TEST_DPI";
-
-bool WaitUntil(const std::function<bool()>& condition, int ms) {
-  for (int waited = 0; waited < ms && !condition(); waited += 10) Sleep(10);
-  return condition();
-}
 
 std::wstring TextOf(HWND window) {
   wchar_t text[1024] = {};

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/input_win.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -96,22 +98,6 @@ std::wstring TextOf(HWND window) {
 std::wstring WithoutAmpersands(std::wstring text) {
   text.erase(std::remove(text.begin(), text.end(), L'&'), text.end());
   return text;
-}
-
-bool WaitUntil(const std::function<bool()>& condition, int ms) {
-  for (int waited = 0; waited < ms && !condition(); waited += 10) Sleep(10);
-  return condition();
-}
-
-void PressCtrlC() {
-  const WORD keys[4] = {VK_CONTROL, 'C', 'C', VK_CONTROL};
-  INPUT input[4] = {};
-  for (int i = 0; i < 4; ++i) {
-    input[i].type = INPUT_KEYBOARD;
-    input[i].ki.wVk = keys[i];
-    input[i].ki.dwFlags = i < 2 ? 0 : KEYEVENTF_KEYUP;
-  }
-  SendInput(4, input, sizeof(INPUT));
 }
 
 std::wstring ClipboardTextAfter(DWORD since) {

@@ -2,6 +2,8 @@
 // disabled period, Escape, Help, Report, placement, the painted icon and handle hygiene.
 #include <gtest/gtest.h>
 
+#include "support/input_win.h"
+
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -14,11 +16,6 @@
 #include "test_resource_ids.h"
 
 namespace {
-
-bool WaitUntil(const std::function<bool()>& condition, int ms) {
-  for (int waited = 0; waited < ms && !condition(); waited += 10) Sleep(10);
-  return condition();
-}
 
 // Shows a box titled `title` while `drive` gets it on a second thread.
 int Drive(const char* title, unsigned style, const MessageDialogParams* p,
@@ -54,18 +51,6 @@ void Escape(HWND dialog) {  // the key goes to the focused default button
 bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)) != FALSE; }
 bool CloseGrayed(HWND dialog) {
   return (GetMenuState(GetSystemMenu(dialog, FALSE), SC_CLOSE, MF_BYCOMMAND) & MF_GRAYED) != 0;
-}
-
-// Ctrl+C as the keyboard gives it, to whatever window has the focus.
-void PressCtrlC() {
-  const WORD keys[4] = {VK_CONTROL, 'C', 'C', VK_CONTROL};
-  INPUT input[4] = {};
-  for (int i = 0; i < 4; ++i) {
-    input[i].type = INPUT_KEYBOARD;
-    input[i].ki.wVk = keys[i];
-    input[i].ki.dwFlags = i < 2 ? 0 : KEYEVENTF_KEYUP;
-  }
-  SendInput(4, input, sizeof(INPUT));
 }
 
 // The clipboard's text in `format` once the clipboard has changed after `since` (its sequence
