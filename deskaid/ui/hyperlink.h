@@ -42,6 +42,21 @@ enum : BYTE {
   LinkStateOwnsFont = 0x08,    // the link font was created by the control
 };
 
+namespace deskaid {
+namespace link_internal {
+// IDC_HAND by number: the named constant is wide or narrow by the host's UNICODE setting.
+constexpr WORD kHandCursorId = 32649;
+// The static styles compared when deciding who paints: the whole low byte.
+constexpr DWORD kStaticStyleLowByte = 0xFF;
+// The browser's colour settings are opened for writing as well as reading, though only read.
+constexpr REGSAM kBrowserSettingsAccess = KEY_READ | KEY_WRITE;
+// The mouse messages relayed to the tooltip: WM_MOUSEFIRST up to the horizontal wheel.
+constexpr UINT kLastRelayedMouseMessage = 0x20E;  // WM_MOUSEHWHEEL
+// ShellExecute's result is an error code up to this value and succeeds above it.
+constexpr INT_PTR kShellExecuteLastError = 32;
+}  // namespace link_internal
+}  // namespace deskaid
+
 // Everything the owner and the window see of the control; the message map and painting are
 // added by CHyperLinkImplEx.
 template <class T, class TBase = CWindow, class TWinTraits = CControlWinTraits>
@@ -120,13 +135,14 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
       return true;
     }
     HINSTANCE result = ::ShellExecuteA(nullptr, "open", m_pszTarget, nullptr, nullptr, SW_SHOWNORMAL);
-    if (reinterpret_cast<INT_PTR>(result) <= 32) return false;
+    if (reinterpret_cast<INT_PTR>(result) <= deskaid::link_internal::kShellExecuteLastError)
+      return false;
     m_bState |= LinkStateVisited;
     this->Invalidate(TRUE);
     return true;
   }
 
-  // "r,g,b" to a COLORREF, 0xFFFFFFFF on failure (see deskaid::ParseColorText).
+  // "r,g,b" to a COLORREF, CLR_INVALID on failure (see deskaid::ParseColorText).
   static COLORREF ParseColorText(const char* text) { return deskaid::ParseColorText(text); }
 
   // The label, or the target when there is no label, split at its anchor mark-up.
@@ -165,9 +181,13 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
     if (::lstrcmpiA(className, "static") == 0) {
       DWORD style = this->GetStyle();
       if ((style & SS_NOTIFY) == 0) ::SetWindowLongA(hWnd, GWL_STYLE, style | SS_NOTIFY);
-      switch (style & 0xFF) {
+      // The whole low byte is compared, not just the type bits: a static with SS_NOPREFIX is
+      // painted by the control whatever its type.
+      switch (style & deskaid::link_internal::kStaticStyleLowByte) {
         // Icons, rectangles, frames, owner-drawn, bitmaps and metafiles keep their own painting.
-        case 3: case 4: case 5: case 6: case 7: case 8: case 9: case 13: case 14: case 15:
+        case SS_ICON: case SS_BLACKRECT: case SS_GRAYRECT: case SS_WHITERECT:
+        case SS_BLACKFRAME: case SS_GRAYFRAME: case SS_WHITEFRAME:
+        case SS_OWNERDRAW: case SS_BITMAP: case SS_ENHMETAFILE:
           m_bState &= static_cast<BYTE>(~LinkStatePaintLabel);
           break;
         default:
@@ -175,7 +195,7 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
       }
     }
 
-    m_hCursor = ::LoadCursorA(nullptr, MAKEINTRESOURCEA(32649));  // IDC_HAND
+    m_hCursor = ::LoadCursorA(nullptr, MAKEINTRESOURCEA(deskaid::link_internal::kHandCursorId));
 
     if (m_bState & LinkStatePaintLabel) {
       m_hFontNormal = reinterpret_cast<HFONT>(::SendMessageA(this->GetParent(), WM_GETFONT, 0, 0));
@@ -225,17 +245,17 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
   void ReadBrowserColors() {
     HKEY key = nullptr;
     if (::RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\Microsoft\\Internet Explorer\\Settings", 0,
-                        0x2001F, &key) != ERROR_SUCCESS)
+                        deskaid::link_internal::kBrowserSettingsAccess, &key) != ERROR_SUCCESS)
       return;
     char buffer[12];
     if (deskaid::ReadRegistryString(key, "Anchor Color", buffer, sizeof(buffer)) == ERROR_SUCCESS) {
       COLORREF color = ParseColorText(buffer);
-      if (color != 0xFFFFFFFF) m_clrLink = color;
+      if (color != CLR_INVALID) m_clrLink = color;
     }
     if (deskaid::ReadRegistryString(key, "Anchor Color Visited", buffer, sizeof(buffer)) ==
         ERROR_SUCCESS) {
       COLORREF color = ParseColorText(buffer);
-      if (color != 0xFFFFFFFF) m_clrVisited = color;
+      if (color != CLR_INVALID) m_clrVisited = color;
     }
     ::RegCloseKey(key);
   }
@@ -348,7 +368,8 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
     (void)hWnd;
     if (dwMsgMapID != 0) return FALSE;
     lResult = 0;
-    if (message >= WM_MOUSEFIRST && message <= 0x20E) RelayToToolTip(message, wParam, lParam);
+    if (message >= WM_MOUSEFIRST && message <= deskaid::link_internal::kLastRelayedMouseMessage)
+      RelayToToolTip(message, wParam, lParam);
     switch (message) {
       case WM_CREATE:
         static_cast<T*>(this)->InitControl();

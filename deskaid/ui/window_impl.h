@@ -28,8 +28,8 @@ class CWinTraits {
   static DWORD GetWndExStyle(DWORD dwExStyle) { return dwExStyle == 0 ? t_dwExStyle : dwExStyle; }
 };
 
-// WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS | WS_CLIPCHILDREN: the usual control.
-typedef CWinTraits<0x56000000, 0> CControlWinTraits;
+// The usual control.
+typedef CWinTraits<WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS | WS_CLIPCHILDREN, 0> CControlWinTraits;
 
 namespace deskaid {
 

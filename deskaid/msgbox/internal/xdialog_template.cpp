@@ -26,13 +26,48 @@ using deskaid::PutWideText;
 constexpr UINT kMeasureMessage = DT_CALCRECT | DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX;
 constexpr UINT kMeasureCheckBox = DT_CALCRECT | DT_NOPREFIX | DT_SINGLELINE;
 
-// WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | DS_CENTER | DS_MODALFRAME.
-constexpr DWORD kDialogStyle = 0x90C80880;
+constexpr DWORD kDialogStyle =
+    WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | DS_CENTER | DS_MODALFRAME;
 
 // The size NONCLIENTMETRICSA has had since the padded border width was added.
 constexpr UINT kNonClientMetricsSize = 344;
 
 constexpr size_t kTitleLimit = 1023;
+
+// The layout's pixel constants, for 96 dots per inch (ScaleFor96Dpi scales those that scale; the
+// two used while measuring the message are screen pixels and stay as they are).
+// The message is measured at most half the screen wide plus this much, less the room of a system
+// icon and its gap when the style asks for one.
+constexpr int kMessageWrapExtra = 80;
+constexpr int kMeasuredIconGap = 16;
+// The message control's top left corner, and how far its right and bottom edges lie beyond the
+// measured text's width and height.
+constexpr int kMessageLeft = 16;
+constexpr int kMessageTop = 16;
+constexpr int kMessageRightEdge = 28;
+constexpr int kMessageBottomEdge = 21;
+// The icon sits this far from the dialog's top left corner and pushes the message right by its
+// width plus the same gap; its control reaches this far beyond the icon's size.
+constexpr int kIconGap = 8;
+constexpr int kIconFarEdge = 10;
+// Push buttons: the size of one, the gap between two, and the room a countdown's " = N" adds.
+constexpr int kButtonWidth = 78;
+constexpr int kButtonHeight = 23;
+constexpr int kButtonGap = 6;
+constexpr int kButtonPitch = kButtonWidth + kButtonGap;
+constexpr int kCountdownExtraWidth = 22;
+// The row's distance below the message or icon, the dialog's bottom margin under it, the least
+// width of dialog beside it (both sides together), and the room kept around it at the end.
+constexpr int kRowTopGap = 10;
+constexpr int kRowBottomMargin = 12;
+constexpr int kRowSideRoom = 32;
+constexpr int kRoomAroundRow = 16;
+// The check box: its left edge, its top below the row's top, its height, and the dialog's bottom
+// below its top.
+constexpr int kCheckBoxLeft = 17;
+constexpr int kCheckBoxBelowRowTop = 35;
+constexpr int kCheckBoxHeight = 16;
+constexpr int kCheckBoxBottomMargin = 24;
 
 char (ButtonCaptionSet::*const kUserCaptionFields[kButtonCaptionCount])[260] = {
     &ButtonCaptionSet::szAbort,        &ButtonCaptionSet::szCancel,
@@ -202,7 +237,7 @@ HICON CXDialogTemplate::LoadRequestedIcon(const MessageDialogParams& p, bool& ma
     name[259] = '\0';
     return LoadIconA(m_hIconModule, name);
   }
-  const unsigned icon = m_nStyle & 0xF0;
+  const unsigned icon = m_nStyle & MB_ICONMASK;
   if (icon == 0) return nullptr;
   makesRoom = true;
   switch (icon) {
@@ -225,59 +260,61 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   HGDIOBJ previousFont = dc != nullptr ? SelectObject(dc, m_hFont) : nullptr;
   const ScaleFor96Dpi Px(dc);
 
-  // 1-3: the message, wrapped to at most half the screen plus 80 pixels (less the icon's room
-  // whenever the style asks for a system icon).
+  // The message is measured word-wrapped in the message font, at most half the screen wide plus
+  // a little (less a system icon's room whenever the style asks for one, even if another icon is
+  // shown instead).
   const int screenWidth = GetSystemMetrics(SM_CXSCREEN);
-  int maxWidth = screenWidth / 2 + 80;
-  if (m_nStyle & 0xF0) maxWidth -= 16 + GetSystemMetrics(SM_CXICON);
+  int maxWidth = screenWidth / 2 + kMessageWrapExtra;
+  if (m_nStyle & MB_ICONMASK) maxWidth -= kMeasuredIconGap + GetSystemMetrics(SM_CXICON);
   RECT textRect = {0, 0, maxWidth, maxWidth};
   deskaid::DrawAnsiText(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
   const int textWidth = textRect.right - textRect.left;
   const int textHeight = textRect.bottom - textRect.top;
-  SetRect(&textRect, Px(16), Px(16), textWidth + Px(28), textHeight + Px(21));
+  SetRect(&textRect, Px(kMessageLeft), Px(kMessageTop), textWidth + Px(kMessageRightEdge),
+          textHeight + Px(kMessageBottomEdge));
   // The dialog's height is settled by the button row below; there is no minimum.
-  RECT dialogRect = {0, 0, textWidth + Px(28), textHeight + Px(21)};
+  RECT dialogRect = {0, 0, textWidth + Px(kMessageRightEdge), textHeight + Px(kMessageBottomEdge)};
 
-  // 4: the header.
+  // The dialog header: a centred modal frame, system modal when asked; no items yet.
   m_dwDialogStyle = kDialogStyle | ((m_nStyle & MB_SYSTEMMODAL) ? DS_SYSMODAL : 0);
   m_dwDialogExtendedStyle = 0;
   m_nItemCount = 0;
   m_x = m_y = 0;
 
-  // 5: the icon, left of the message.
+  // An icon goes in the top left corner and moves the message right of it.
   RECT iconRect = {0, 0, 0, 0};
   bool iconMakesRoom = false;
   m_hIcon = LoadRequestedIcon(p, iconMakesRoom);
   if (iconMakesRoom) {
     const int cx = GetSystemMetrics(SM_CXICON);
     const int cy = GetSystemMetrics(SM_CYICON);
-    textRect.left += cx + Px(8);
-    textRect.right += cx + Px(8);
-    dialogRect.right = textRect.right + Px(8);
-    SetRect(&iconRect, Px(8), Px(8), cx + Px(10), cy + Px(10));
+    textRect.left += cx + Px(kIconGap);
+    textRect.right += cx + Px(kIconGap);
+    dialogRect.right = textRect.right + Px(kIconGap);
+    SetRect(&iconRect, Px(kIconGap), Px(kIconGap), cx + Px(kIconFarEdge), cy + Px(kIconFarEdge));
     AddItem(kItemKindStatic, ID_ICON, &iconRect, "");
   }
 
-  // 6: the message.
   AddItem(kItemKindStatic, m_nNextTextId++, &textRect, m_pszMessageText.get());
 
-  // 7-8: the button row, centred or right-justified; a countdown widens every button to make
-  // room for its " = N" suffix.
+  // The button row goes under the message and the icon, centred in the dialog (widening it when
+  // the row needs more room) or right-justified; a countdown widens every button to make room
+  // for its " = N" suffix.
   const deskaid::ButtonModel model = deskaid::ResolveButtons(
       m_nStyle, customCount, (m_nStyle & MB_HELP) != 0, m_pfnReport != nullptr);
   m_dwCloseFlags |= model.closeFlags;
   const int n = model.layoutCount;
-  const int extra = m_nTimeoutSeconds != 0 ? Px(22) : 0;
-  const int buttonWidth = Px(78) + extra;
-  const int pitch = Px(84) + extra;
-  const int buttonHeight = Px(23);
-  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + Px(10);
-  RECT rowRect = {0, rowTop, n * pitch - Px(6), rowTop + buttonHeight};
+  const int extra = m_nTimeoutSeconds != 0 ? Px(kCountdownExtraWidth) : 0;
+  const int buttonWidth = Px(kButtonWidth) + extra;
+  const int pitch = Px(kButtonPitch) + extra;
+  const int buttonHeight = Px(kButtonHeight);
+  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + Px(kRowTopGap);
+  RECT rowRect = {0, rowTop, n * pitch - Px(kButtonGap), rowTop + buttonHeight};
   const int rowWidth = rowRect.right - rowRect.left;
-  dialogRect.bottom = rowRect.bottom + Px(12);
-  if (dialogRect.right <= rowWidth + Px(32)) dialogRect.right = rowWidth + Px(32);
+  dialogRect.bottom = rowRect.bottom + Px(kRowBottomMargin);
+  if (dialogRect.right <= rowWidth + Px(kRowSideRoom)) dialogRect.right = rowWidth + Px(kRowSideRoom);
   int x = (dialogRect.right - dialogRect.left - rowWidth) / 2;
-  if (m_bRightJustify) x = dialogRect.right - n * pitch - Px(6);
+  if (m_bRightJustify) x = dialogRect.right - n * pitch - Px(kButtonGap);
 
   m_nDefaultPosition = deskaid::DefaultButtonPosition(m_nStyle, n);
   // Help and Report make poor defaults, but the caller's choice stands; only a trace tells.
@@ -286,7 +323,8 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   if (model.reportPosition != 0 && m_nDefaultPosition == model.reportPosition)
     DebugTrace("ERROR:  Report button cannot be default button\n");
 
-  // 9-10: the buttons, then Help and Report.
+  // The buttons in row order, Help and Report last; custom buttons take their names from the
+  // request, the others their slot's caption.
   for (int k = 0; k < model.count; ++k) {
     const deskaid::ButtonSpec& button = model.buttons[k];
     RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + buttonHeight};
@@ -296,7 +334,7 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
     AddItem(kItemKindButton, static_cast<unsigned>(button.id), &rect, text);
   }
 
-  // 11: the check box under the row.
+  // A "don't ask again" style adds its check box under the row.
   const int checkSlot = deskaid::CheckBoxCaptionSlot(m_dwCloseFlags);
   if (checkSlot >= 0) {
     int boxX = 0, boxY = 0;
@@ -305,11 +343,13 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
                 m_szCaptions[checkSlot]);
   }
 
-  // 12: keep room around the row.
-  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + Px(16);
-  if (dialogRect.right < rowRect.right + Px(16)) dialogRect.right = rowRect.right + Px(16);
+  // Whatever ended lowest or widest, the dialog keeps a margin around the row (and check box).
+  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + Px(kRoomAroundRow);
+  if (dialogRect.right < rowRect.right + Px(kRoomAroundRow))
+    dialogRect.right = rowRect.right + Px(kRoomAroundRow);
 
-  // 13: the dialog's size in dialog units; DS_CENTER or the dialog procedure places it.
+  // The template gives the dialog's size in dialog units (a quarter of the base width, an eighth
+  // of the base height); DS_CENTER or the dialog procedure places it.
   const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
   m_cx = static_cast<short>((dialogRect.right - dialogRect.left) * 4 / units.x);
   m_cy = static_cast<short>((dialogRect.bottom - dialogRect.top) * 8 / units.y);
@@ -336,17 +376,17 @@ void CXDialogTemplate::AddItem(int kind, unsigned id, const RECT* rect, const ch
 void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT& dialogRect,
                                    RECT& buttonRect, RECT& measureRect, const char* caption) {
   const ScaleFor96Dpi Px(dc);
-  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, Px(16));
-  x = Px(17);
-  y = buttonRect.top + Px(35);
+  SetRect(&measureRect, 0, 0, GetSystemMetrics(SM_CXSCREEN) / 3, Px(kCheckBoxHeight));
+  x = Px(kCheckBoxLeft);
+  y = buttonRect.top + Px(kCheckBoxBelowRowTop);
   deskaid::DrawAnsiText(dc, caption, -1, &measureRect, kMeasureCheckBox);
   const int textWidth = measureRect.right - measureRect.left;
   // The box and its gap take about a third of the text's width again.
   const int width = textWidth + textWidth / 3;
-  SetRect(&itemRect, x, y, x + width, y + Px(16));
+  SetRect(&itemRect, x, y, x + width, y + Px(kCheckBoxHeight));
   AddItem(kItemKindCheckBox, ID_CHECKBOX, &itemRect, caption);
-  buttonRect.bottom = y + Px(16);
-  dialogRect.bottom = y + Px(24);
+  buttonRect.bottom = y + Px(kCheckBoxHeight);
+  dialogRect.bottom = y + Px(kCheckBoxBottomMargin);
   if (dialogRect.right - dialogRect.left < x + width) dialogRect.right = dialogRect.left + x + width;
 }
 
@@ -406,7 +446,7 @@ std::string CXDialogTemplate::ClipboardText() const {
   for (int i = 0; i < m_nItemCount; ++i) {
     const CXDialogItem& item = *m_pItems[i];
     // Push buttons only: the check box is written with the same class but its own style.
-    if (item.ClassAtom() != kItemKindButton || (item.Style() & 0xF) > BS_DEFPUSHBUTTON) continue;
+    if (item.ClassAtom() != kItemKindButton || (item.Style() & BS_TYPEMASK) > BS_DEFPUSHBUTTON) continue;
     for (const char* c = item.Caption(); *c != '\0'; ++c) {
       // "&x" marks x as the access key and shows "x"; "&&" shows a single "&".
       if (*c == '&' && *++c == '\0') break;
