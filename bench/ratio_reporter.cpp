@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -12,15 +11,19 @@ namespace deskaid_bench {
 namespace {
 
 // Collects the real time per iteration of every run while the console reporter prints as usual.
+// A case stands for its best repetition: on a shared machine the fastest run is the one least
+// disturbed, and both sides of a ratio are timed the same way. With repetitions only the
+// aggregates are printed.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
+    std::vector<Run> shown;
     for (const Run& run : runs) {
-      if (run.error_occurred) continue;
-      // With repetitions, the median stands for the case; single runs count otherwise.
-      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-      if (run.run_type != Run::RT_Iteration && !median) continue;
+      if (run.run_type == Run::RT_Aggregate || run.repetitions <= 1) shown.push_back(run);
+    }
+    ConsoleReporter::ReportRuns(shown);
+    for (const Run& run : runs) {
+      if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
       std::string name = run.run_name.str();
       size_t slash = name.find('/');
       if (slash == std::string::npos) continue;
@@ -28,10 +31,10 @@ class RatioReporter : public benchmark::ConsoleReporter {
       size_t end = rest.find('/');
       std::string impl = rest.substr(0, end);
       std::string key = name.substr(0, slash) + (end == std::string::npos ? "" : rest.substr(end));
-      double seconds = run.GetAdjustedRealTime();
+      const double seconds = run.GetAdjustedRealTime();
       auto& slot = times_[key];
-      if (median || !medians_.count(key + "/" + impl)) slot[impl] = seconds;
-      if (median) medians_.insert(key + "/" + impl);
+      auto found = slot.find(impl);
+      if (found == slot.end() || seconds < found->second) slot[impl] = seconds;
       if (order_.empty() || order_.back() != key) order_.push_back(key);
     }
   }
@@ -53,13 +56,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
                     own->second, t, t / own->second);
       }
     }
-    std::printf("(times per iteration in the benchmark's unit; ratio = peer time / deskaid time)\n");
+    std::printf("(best time per iteration in the benchmark's unit; ratio = peer time / deskaid time)\n");
   }
 
  private:
   std::map<std::string, std::map<std::string, double>> times_;
   std::vector<std::string> order_;
-  std::set<std::string> medians_;
 };
 
 }  // namespace
