@@ -16,6 +16,7 @@
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/diag/internal/crash_report.h"
 #include "deskaid/diag/internal/file_stamp.h"
+#include "deskaid/diag/internal/register_capture_win.h"
 #include "deskaid/diag/log_writer.h"
 #include "deskaid/diag/symbol_engine.h"
 #include "deskaid/msgbox/message_dialog.h"
@@ -214,10 +215,8 @@ LONG WINAPI OnUnhandledException(EXCEPTION_POINTERS* pointers) {
 void CaptureContext(CONTEXT& context) {
   std::memset(&context, 0, sizeof context);
 #if defined(__GNUC__) && defined(__i386__)
-  // The system's capture follows the caller's frame pointer, which GCC's code may not keep.
   DWORD eip = 0, ebp = 0, esp = 0;
-  __asm__ volatile("call 1f\n1: pop %0\n\tmovl %%ebp, %1\n\tmovl %%esp, %2"
-                   : "=r"(eip), "=r"(ebp), "=r"(esp));
+  DESKAID_CAPTURE_I386_REGISTERS(eip, ebp, esp);
   context.ContextFlags = CONTEXT_CONTROL;
   context.Eip = eip;
   context.Ebp = ebp;

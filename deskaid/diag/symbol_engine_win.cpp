@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "deskaid/diag/internal/register_capture_win.h"
+
 namespace {
 
 constexpr DWORD kNotInitialized = ERROR_INVALID_FUNCTION;  // 1
@@ -154,10 +156,7 @@ void CSymbolEngine::StackWalk(std::vector<StackFrameEntry>& frames, int skip, Sy
     // The registers at this point of StackWalk: the walk starts at the call.
     DWORD eip = 0, ebp = 0, esp = 0;
 #if defined(__GNUC__) && defined(__i386__)
-    // The address of the pop is the program counter; esp is read after it, as the unwind
-    // tables describe that point.
-    __asm__ volatile("call 1f\n1: pop %0\n\tmovl %%ebp, %1\n\tmovl %%esp, %2"
-                     : "=r"(eip), "=r"(ebp), "=r"(esp));
+    DESKAID_CAPTURE_I386_REGISTERS(eip, ebp, esp);
 #else
     CONTEXT here;
     std::memset(&here, 0, sizeof here);

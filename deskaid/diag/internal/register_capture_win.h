@@ -1,0 +1,13 @@
+// The registers a stack walk starts from, read where the macro stands.
+#pragma once
+
+#if defined(__GNUC__) && defined(__i386__)
+// The program counter, frame and stack pointer of the code in which this stands, on 32-bit x86
+// built by GCC. The system's capture (RtlCaptureContext) follows the caller's frame pointer,
+// which GCC's code may not keep. The address of the pop is the program counter; esp is read
+// after it, as the unwind tables describe that point. A macro, so that the registers read are
+// those of the code that uses it and not of a function called for it.
+#define DESKAID_CAPTURE_I386_REGISTERS(eip, ebp, esp)                       \
+  __asm__ volatile("call 1f\n1: pop %0\n\tmovl %%ebp, %1\n\tmovl %%esp, %2" \
+                   : "=r"(eip), "=r"(ebp), "=r"(esp))
+#endif
