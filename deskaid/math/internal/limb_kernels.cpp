@@ -372,8 +372,33 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
 #if DESKAID_LIMB_ASM
 namespace {
 
-// Two limbs a pass: load, multiply, add the carry and the limb of r, store, with one carry
-// chain through the flags.
+// Two limbs a pass: load, multiply, add the carry, then add the product's low limb to the limb
+// of r (op addq) or take it away (op subq), carrying or borrowing into the next product's high
+// limb, with one chain through the flags.
+#define DESKAID_MUL1_ROW_LOOP(op, acc)                                   \
+  __asm__(                                                               \
+      "1:\n\t"                                                            \
+      "movq (%[a]), %%rax\n\t"                                            \
+      "mulq %[m]\n\t"                                                     \
+      "addq %[c], %%rax\n\t"                                              \
+      "movq 8(%[a]), %[c]\n\t"                                            \
+      "adcq $0, %%rdx\n\t" op " %%rax, (%[r])\n\t"                        \
+      "movq %%rdx, %[t]\n\t"                                              \
+      "adcq $0, %[t]\n\t"                                                 \
+      "movq %[c], %%rax\n\t"                                              \
+      "mulq %[m]\n\t"                                                     \
+      "addq %[t], %%rax\n\t"                                              \
+      "adcq $0, %%rdx\n\t" op " %%rax, 8(%[r])\n\t"                       \
+      "adcq $0, %%rdx\n\t"                                                \
+      "movq %%rdx, %[c]\n\t"                                              \
+      "leaq 16(%[a]), %[a]\n\t"                                           \
+      "leaq 16(%[r]), %[r]\n\t"                                           \
+      "decq %[n]\n\t"                                                     \
+      "jnz 1b\n\t"                                                        \
+      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(acc), [t] "=&r"(next) \
+      : [m] "r"(m)                                                       \
+      : "rax", "rdx", "cc", "memory")
+
 Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   if (n & 1) {
@@ -386,30 +411,7 @@ Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   n /= 2;
   if (n == 0) return carry;
   Limb next;
-  __asm__(
-      "1:\n\t"
-      "movq (%[a]), %%rax\n\t"
-      "mulq %[m]\n\t"
-      "addq %[c], %%rax\n\t"
-      "movq 8(%[a]), %[c]\n\t"
-      "adcq $0, %%rdx\n\t"
-      "addq %%rax, (%[r])\n\t"
-      "movq %%rdx, %[t]\n\t"
-      "adcq $0, %[t]\n\t"
-      "movq %[c], %%rax\n\t"
-      "mulq %[m]\n\t"
-      "addq %[t], %%rax\n\t"
-      "adcq $0, %%rdx\n\t"
-      "addq %%rax, 8(%[r])\n\t"
-      "adcq $0, %%rdx\n\t"
-      "movq %%rdx, %[c]\n\t"
-      "leaq 16(%[a]), %[a]\n\t"
-      "leaq 16(%[r]), %[r]\n\t"
-      "decq %[n]\n\t"
-      "jnz 1b\n\t"
-      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(next)
-      : [m] "r"(m)
-      : "rax", "rdx", "cc", "memory");
+  DESKAID_MUL1_ROW_LOOP("addq", carry);
   return carry;
 }
 
@@ -426,35 +428,37 @@ Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   n /= 2;
   if (n == 0) return borrow;
   Limb next;
-  __asm__(
-      "1:\n\t"
-      "movq (%[a]), %%rax\n\t"
-      "mulq %[m]\n\t"
-      "addq %[c], %%rax\n\t"
-      "movq 8(%[a]), %[c]\n\t"
-      "adcq $0, %%rdx\n\t"
-      "subq %%rax, (%[r])\n\t"
-      "movq %%rdx, %[t]\n\t"
-      "adcq $0, %[t]\n\t"
-      "movq %[c], %%rax\n\t"
-      "mulq %[m]\n\t"
-      "addq %[t], %%rax\n\t"
-      "adcq $0, %%rdx\n\t"
-      "subq %%rax, 8(%[r])\n\t"
-      "adcq $0, %%rdx\n\t"
-      "movq %%rdx, %[c]\n\t"
-      "leaq 16(%[a]), %[a]\n\t"
-      "leaq 16(%[r]), %[r]\n\t"
-      "decq %[n]\n\t"
-      "jnz 1b\n\t"
-      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(borrow), [t] "=&r"(next)
-      : [m] "r"(m)
-      : "rax", "rdx", "cc", "memory");
+  DESKAID_MUL1_ROW_LOOP("subq", borrow);
   return borrow;
 }
+
+#undef DESKAID_MUL1_ROW_LOOP
+
 // The same rows with BMI2 and ADX: mulx leaves the flags alone, so the carries of the products
 // (adcx, carry flag) and of the additions into r (adox, overflow flag) run as two chains side by
 // side. The loop counter moves by lea and is tested by jrcxz, which touch no flag.
+// Four limbs a pass; the subtracting row complements each low limb before adding it to r
+// (flip_lo, flip_lo2), the adding row leaves them as they are.
+#define DESKAID_WIDE_ROW_LOOP(flip_lo, flip_lo2)                             \
+  "1:\n\t"                                                                   \
+  "jrcxz 2f\n\t"                                                             \
+  "mulx (%[a]), %[lo], %[hi]\n\t"                                            \
+  "mulx 8(%[a]), %[lo2], %[hi2]\n\t"                                         \
+  "adcx %[c], %[lo]\n\t" flip_lo "adox (%[r]), %[lo]\n\t"                     \
+  "movq %[lo], (%[r])\n\t"                                                   \
+  "adcx %[hi], %[lo2]\n\t" flip_lo2 "adox 8(%[r]), %[lo2]\n\t"                \
+  "movq %[lo2], 8(%[r])\n\t"                                                 \
+  "mulx 16(%[a]), %[lo], %[hi]\n\t"                                          \
+  "mulx 24(%[a]), %[lo2], %[c]\n\t"                                          \
+  "adcx %[hi2], %[lo]\n\t" flip_lo "adox 16(%[r]), %[lo]\n\t"                 \
+  "movq %[lo], 16(%[r])\n\t"                                                 \
+  "adcx %[hi], %[lo2]\n\t" flip_lo2 "adox 24(%[r]), %[lo2]\n\t"               \
+  "movq %[lo2], 24(%[r])\n\t"                                                \
+  "leaq 32(%[a]), %[a]\n\t"                                                  \
+  "leaq 32(%[r]), %[r]\n\t"                                                  \
+  "leaq -1(%%rcx), %%rcx\n\t"                                                \
+  "jmp 1b\n\t"
+
 Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   for (; n % 4; --n, ++r, ++a) {
@@ -466,28 +470,7 @@ Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb lo, hi, lo2, hi2;
   __asm__(
       "xorl %k[lo], %k[lo]\n\t"
-      "1:\n\t"
-      "jrcxz 2f\n\t"
-      "mulx (%[a]), %[lo], %[hi]\n\t"
-      "mulx 8(%[a]), %[lo2], %[hi2]\n\t"
-      "adcx %[c], %[lo]\n\t"
-      "adox (%[r]), %[lo]\n\t"
-      "movq %[lo], (%[r])\n\t"
-      "adcx %[hi], %[lo2]\n\t"
-      "adox 8(%[r]), %[lo2]\n\t"
-      "movq %[lo2], 8(%[r])\n\t"
-      "mulx 16(%[a]), %[lo], %[hi]\n\t"
-      "mulx 24(%[a]), %[lo2], %[c]\n\t"
-      "adcx %[hi2], %[lo]\n\t"
-      "adox 16(%[r]), %[lo]\n\t"
-      "movq %[lo], 16(%[r])\n\t"
-      "adcx %[hi], %[lo2]\n\t"
-      "adox 24(%[r]), %[lo2]\n\t"
-      "movq %[lo2], 24(%[r])\n\t"
-      "leaq 32(%[a]), %[a]\n\t"
-      "leaq 32(%[r]), %[r]\n\t"
-      "leaq -1(%%rcx), %%rcx\n\t"
-      "jmp 1b\n\t"
+      DESKAID_WIDE_ROW_LOOP("", "")
       "2:\n\t"
       "movl $0, %k[lo]\n\t"
       "adcx %[lo], %[c]\n\t"
@@ -514,32 +497,7 @@ Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   __asm__(
       "movabsq $0x7fffffffffffffff, %[lo]\n\t"
       "addq $1, %[lo]\n\t"  // overflow flag 1, carry flag 0
-      "1:\n\t"
-      "jrcxz 2f\n\t"
-      "mulx (%[a]), %[lo], %[hi]\n\t"
-      "mulx 8(%[a]), %[lo2], %[hi2]\n\t"
-      "adcx %[c], %[lo]\n\t"
-      "notq %[lo]\n\t"
-      "adox (%[r]), %[lo]\n\t"
-      "movq %[lo], (%[r])\n\t"
-      "adcx %[hi], %[lo2]\n\t"
-      "notq %[lo2]\n\t"
-      "adox 8(%[r]), %[lo2]\n\t"
-      "movq %[lo2], 8(%[r])\n\t"
-      "mulx 16(%[a]), %[lo], %[hi]\n\t"
-      "mulx 24(%[a]), %[lo2], %[c]\n\t"
-      "adcx %[hi2], %[lo]\n\t"
-      "notq %[lo]\n\t"
-      "adox 16(%[r]), %[lo]\n\t"
-      "movq %[lo], 16(%[r])\n\t"
-      "adcx %[hi], %[lo2]\n\t"
-      "notq %[lo2]\n\t"
-      "adox 24(%[r]), %[lo2]\n\t"
-      "movq %[lo2], 24(%[r])\n\t"
-      "leaq 32(%[a]), %[a]\n\t"
-      "leaq 32(%[r]), %[r]\n\t"
-      "leaq -1(%%rcx), %%rcx\n\t"
-      "jmp 1b\n\t"
+      DESKAID_WIDE_ROW_LOOP("notq %[lo]\n\t", "notq %[lo2]\n\t")
       "2:\n\t"
       "seto %b[lo]\n\t"
       "movl $0, %k[hi]\n\t"
@@ -553,6 +511,8 @@ Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
       : "cc", "memory");
   return borrow;
 }
+
+#undef DESKAID_WIDE_ROW_LOOP
 
 bool ProcessorHasWideMultiply() {
   unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
