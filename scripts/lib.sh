@@ -80,6 +80,23 @@ summarize_gtest() {
   echo "GoogleTest cases in $dir: $passed passed, $failed failed"
 }
 
+# The shipped 32-bit build's limb arithmetic (32-bit limbs, and the 32-bit x86 assembly rows)
+# against GMP: the big integer sources and their tests built with g++ -m32 beside Debian's i386
+# GMP, with GoogleTest compiled from its packaged sources. The Windows build runs the same code
+# under Wine, where no GMP is at hand.
+build_limbs32() {
+  local dir=build/limbs32 gtest=/usr/src/googletest/googletest
+  local flags=(-m32 -O2 -g -std=c++17 -Wall -Wextra -pthread)
+  mkdir -p "$dir"
+  if [ ! -f "$dir/gtest.a" ]; then
+    g++ "${flags[@]}" -I"$gtest/include" -I"$gtest" -c "$gtest/src/gtest-all.cc" -o "$dir/gtest-all.o" &&
+      g++ "${flags[@]}" -I"$gtest/include" -c "$gtest/src/gtest_main.cc" -o "$dir/gtest_main.o" &&
+      ar rcs "$dir/gtest.a" "$dir/gtest-all.o" "$dir/gtest_main.o" || return 1
+  fi
+  g++ "${flags[@]}" -I. -Itests -I"$gtest/include" deskaid/math/*.cpp deskaid/math/internal/*.cpp \
+    tests/math/*.cpp "$dir/gtest.a" -lgmp -o "$dir/math_tests_i386"
+}
+
 fuzz_smoke() {  # seconds per target
   local secs="$1" ok=0
   for f in build/fuzz/fuzz/*_fuzz; do

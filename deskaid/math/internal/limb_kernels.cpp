@@ -33,7 +33,7 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     const Limb* t = a; a = b; b = t;
     size_t tn = na; na = nb; nb = tn;
   }
-#if DESKAID_LIMB_ASM
+#if DESKAID_LIMB_ROWS_ASM
   // Row by row: the assembly row beats the two-row loop in C.
   r[na] = Mul1(r, a, na, b[0], 0);
   for (size_t j = 1; j < nb; ++j) r[na + j] = AddMul1(r + j, a, na, b[j]);
@@ -550,6 +550,68 @@ bool UseWideRows(bool wanted) {
   ActiveRows() = wide ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
   return wide;
 }
+#elif DESKAID_LIMB_ROWS_ASM
+// 32-bit x86: the loop of the x86-64 rows above, two limbs a pass, with the count and the
+// multiplier in memory, which leaves the registers the loop needs.
+#define DESKAID_I386_ROW_LOOP(op, acc)                                    \
+  __asm__(                                                                \
+      "1:\n\t"                                                             \
+      "movl (%[a]), %%eax\n\t"                                             \
+      "mull %[m]\n\t"                                                      \
+      "addl %[c], %%eax\n\t"                                               \
+      "movl 4(%[a]), %[c]\n\t"                                             \
+      "adcl $0, %%edx\n\t" op " %%eax, (%[r])\n\t"                         \
+      "movl %%edx, %[t]\n\t"                                               \
+      "adcl $0, %[t]\n\t"                                                  \
+      "movl %[c], %%eax\n\t"                                               \
+      "mull %[m]\n\t"                                                      \
+      "addl %[t], %%eax\n\t"                                               \
+      "adcl $0, %%edx\n\t" op " %%eax, 4(%[r])\n\t"                        \
+      "adcl $0, %%edx\n\t"                                                 \
+      "movl %%edx, %[c]\n\t"                                               \
+      "leal 8(%[a]), %[a]\n\t"                                             \
+      "leal 8(%[r]), %[r]\n\t"                                             \
+      "decl %[n]\n\t"                                                      \
+      "jnz 1b\n\t"                                                         \
+      : [r] "+r"(r), [a] "+r"(a), [n] "+m"(n), [c] "+r"(acc), [t] "=&r"(next) \
+      : [m] "m"(m)                                                        \
+      : "eax", "edx", "cc", "memory")
+
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb carry = 0;
+  if (n & 1) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
+    r[0] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  if (n == 0) return carry;
+  Limb next;
+  DESKAID_I386_ROW_LOOP("addl", carry);
+  return carry;
+}
+
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+  Limb borrow = 0;
+  if (n & 1) {
+    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
+    const Limb pl = static_cast<Limb>(p);
+    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
+    r[0] -= pl;
+    ++r;
+    ++a;
+  }
+  n /= 2;
+  if (n == 0) return borrow;
+  Limb next;
+  DESKAID_I386_ROW_LOOP("subl", borrow);
+  return borrow;
+}
+#undef DESKAID_I386_ROW_LOOP
+bool WideRowsAvailable() { return false; }
+bool UseWideRows(bool) { return false; }
 #else
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
@@ -634,7 +696,7 @@ void Square(Limb* r, const Limb* a, size_t n) {
     return;
   }
   // Cross products a[i]*a[j], i < j, once; then doubled; then the squares on the diagonal.
-#if DESKAID_LIMB_ASM
+#if DESKAID_LIMB_ROWS_ASM
   // Row i covers r[2i+1 .. n+i) and its carry is the first write of r[n+i].
   r[0] = 0;
   r[2 * n - 1] = 0;

@@ -35,6 +35,14 @@ using LimbVector = std::vector<Limb>;
 #define DESKAID_LIMB_ASM 0
 #endif
 
+// Where the multiply-and-add rows are assembly (x86-64 above, and 32-bit x86 with GCC or Clang),
+// products and reductions go row by row: one assembly row beats the two-row loops in C.
+#if DESKAID_LIMB_ASM || (defined(__GNUC__) && defined(__i386__) && !defined(DESKAID_PORTABLE_LIMBS))
+#define DESKAID_LIMB_ROWS_ASM 1
+#else
+#define DESKAID_LIMB_ROWS_ASM 0
+#endif
+
 // Operand size (limbs) from which multiplication splits into three half-size products.
 constexpr size_t kKaratsubaThreshold = kLimbBits == 64 ? 44 : 96;
 // The same for squares, whose plain form does half the products.

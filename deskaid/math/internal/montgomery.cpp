@@ -25,7 +25,7 @@ MontgomeryField::MontgomeryField(const LimbVector& modulus) : m_n(modulus) {
 void MontgomeryField::Reduce(Limb* r) {
   const size_t n = m_n.size();
   Limb* t = m_t.data();
-#if DESKAID_LIMB_ASM
+#if DESKAID_LIMB_ROWS_ASM
   // Row i clears t[i]; its carry belongs at t[i+n], which no later row's multiplier depends on,
   // so it is kept in t[i] and the carries are added in one pass at the end.
   for (size_t i = 0; i < n; ++i) t[i] = limbs::AddMul1(t + i, m_n.data(), n, t[i] * m_inverse);
