@@ -8,8 +8,11 @@
 #include <algorithm>
 #include <cstring>
 
-#if DESKAID_LIMB_ASM
+#if DESKAID_LIMB_ROWS_ASM
 #include <cpuid.h>
+#endif
+#if DESKAID_LIMB_ROWS_ASM && !DESKAID_LIMB_ASM
+#include <emmintrin.h>
 #endif
 
 namespace deskaid {
@@ -577,7 +580,9 @@ bool UseWideRows(bool wanted) {
       : [m] "m"(m)                                                        \
       : "eax", "edx", "cc", "memory")
 
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
+namespace {
+
+Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   if (n & 1) {
     const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
@@ -592,6 +597,58 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   DESKAID_I386_ROW_LOOP("addl", carry);
   return carry;
 }
+
+// With SSE2 a row is split in halves, one in each 64-bit lane of a register, so that two carry
+// chains run side by side; at the end the low half's carry enters the high half. A lane adds
+// a[i] * m + r[i] + carry, which stays below 2^64, and keeps the upper 32 bits as its carry.
+constexpr size_t kSplitRowFrom = 8;
+
+__attribute__((target("sse2"))) Limb AddMul1Split(Limb* r, const Limb* a, size_t n, Limb m) {
+  if (n < kSplitRowFrom) return AddMul1Plain(r, a, n, m);
+  Limb carry = 0;
+  if (n & 1) {
+    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
+    r[0] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+    ++r;
+    ++a;
+    --n;
+  }
+  const size_t h = n / 2;
+  const __m128i mm = _mm_set_epi32(0, static_cast<int>(m), 0, static_cast<int>(m));
+  __m128i acc = _mm_cvtsi32_si128(static_cast<int>(carry));
+  for (size_t k = 0; k < h; ++k) {
+    const __m128i av = _mm_unpacklo_epi64(_mm_cvtsi32_si128(static_cast<int>(a[k])),
+                                          _mm_cvtsi32_si128(static_cast<int>(a[h + k])));
+    const __m128i rv = _mm_unpacklo_epi64(_mm_cvtsi32_si128(static_cast<int>(r[k])),
+                                          _mm_cvtsi32_si128(static_cast<int>(r[h + k])));
+    acc = _mm_add_epi64(acc, _mm_add_epi64(_mm_mul_epu32(av, mm), rv));
+    r[k] = static_cast<Limb>(_mm_cvtsi128_si32(acc));
+    r[h + k] = static_cast<Limb>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
+    acc = _mm_srli_epi64(acc, 32);
+  }
+  const Limb lowCarry = static_cast<Limb>(_mm_cvtsi128_si32(acc));
+  const Limb highCarry = static_cast<Limb>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
+  return highCarry + AddLimb(r + h, h, lowCarry);
+}
+
+bool ProcessorHasSse2() {
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid_max(0, nullptr) < 1) return false;
+  __cpuid(1, eax, ebx, ecx, edx);
+  return (edx & (1u << 26)) != 0;
+}
+
+// Chosen on first use, as on x86-64.
+Limb (*&ActiveAddMul1())(Limb*, const Limb*, size_t, Limb) {
+  static Limb (*row)(Limb*, const Limb*, size_t, Limb) =
+      ProcessorHasSse2() ? AddMul1Split : AddMul1Plain;
+  return row;
+}
+
+}  // namespace
+
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveAddMul1()(r, a, n, m); }
 
 Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb borrow = 0;
@@ -610,8 +667,17 @@ Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   return borrow;
 }
 #undef DESKAID_I386_ROW_LOOP
-bool WideRowsAvailable() { return false; }
-bool UseWideRows(bool) { return false; }
+
+bool WideRowsAvailable() {
+  static const bool available = ProcessorHasSse2();
+  return available;
+}
+
+bool UseWideRows(bool wanted) {
+  const bool split = wanted && WideRowsAvailable();
+  ActiveAddMul1() = split ? AddMul1Split : AddMul1Plain;
+  return split;
+}
 #else
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;

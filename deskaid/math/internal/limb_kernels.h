@@ -73,12 +73,13 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n);
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m);
 // r[0..n) -= m * a[0..n); returns the borrow limb.
 Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m);
-// The rows above come in three forms: portable loops; on x86-64, assembly with one carry chain;
-// and on x86-64 processors with BMI2 and ADX, assembly with two carry chains, chosen by cpuid on
-// first use.
+// The rows above come in three forms: portable loops; assembly with one carry chain (x86-64, and
+// 32-bit x86); and the wide form with two carry chains, chosen by cpuid on first use: on x86-64
+// processors with BMI2 and ADX, mulx with the carry and overflow flags; on 32-bit x86 processors
+// with SSE2, the two halves of the row in the two lanes of a register (AddMul1 only).
 bool WideRowsAvailable();
-// Chooses between the two assembly forms (tests run both); returns whether the wide rows are now
-// in use. Not for use while another thread computes.
+// Chooses between the assembly form and the wide one (tests run both); returns whether the wide
+// rows are now in use. Not for use while another thread computes.
 bool UseWideRows(bool wanted);
 // r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
 // in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
