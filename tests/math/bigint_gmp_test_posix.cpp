@@ -1,9 +1,9 @@
-// Differential tests against GMP wherever CBigInt's defined behaviour is exact arithmetic.
+// Differential tests against GMP wherever CBigInt's defined behaviour is exact arithmetic, each
+// with the plain and the wide multiply rows.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
-#include <vector>
+#include <tuple>
 
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/internal/limb_kernels.h>
@@ -13,158 +13,145 @@ namespace {
 
 using mathtest::Mpz;
 using mathtest::Operands;
+using mathtest::Same;
 using mathtest::ToMpz;
 namespace limbs = deskaid::limbs;
 
-DESKAID_ROWS_SUITE(BigIntVersusGmp);
+constexpr int kBits = 4096;
 
-constexpr int kMaxBits = 4096;
-constexpr int kRounds = 1500;
+unsigned long Small(const Mpz& m) { return mpz_get_ui(m.v); }
+int32_t Int(const CBigInt& b) { return static_cast<int32_t>(static_cast<int64_t>(b)); }
+// A right shift below the bit length of |a|, so within a's words.
+unsigned long Inside(const Mpz& a, const Mpz& b) { return Small(b) % mpz_sizeinbase(a.v, 2); }
+// The outcomes of the comparisons as bits: `==`, `<=` and `>=` read the left operand's words only
+// and are exact when it is not the shorter; `<` and `>` either way round.
+int Order(int c) {
+  return (c < 0) | (c > 0) << 1 | (c <= 0) << 2 | (c >= 0) << 3 | (c == 0) << 4 | (c > 0) << 5 |
+         (c < 0) << 6;
+}
 
-#define EXPECT_SAME(big, oracle)                                              \
-  do {                                                                        \
-    Mpz got_ = ToMpz(big);                                                    \
-    EXPECT_EQ(mpz_cmp(got_.v, (oracle).v), 0)                                \
-        << "got " << got_.Str(16) << "\nwant " << (oracle).Str(16);           \
-  } while (0)
+// One operation of CBigInt beside its GMP form, on operands from the two generators.
+struct Operation {
+  const char* name;
+  CBigInt (*a)(Operands&);
+  CBigInt (*b)(Operands&, const CBigInt& a);
+  CBigInt (*ours)(const CBigInt& a, const CBigInt& b);
+  void (*gmp)(Mpz& r, const Mpz& a, const Mpz& b);
+};
 
-int g_cases = 0;
+CBigInt NonNegative(Operands& g) { return g.NonNegative(kBits); }
+CBigInt Signed(Operands& g) { return g.Signed(kBits); }
+CBigInt Long(Operands& g) { return g.Signed(2 * kBits); }
+CBigInt NonNegativeB(Operands& g, const CBigInt&) { return g.NonNegative(kBits); }
+CBigInt SignedB(Operands& g, const CBigInt&) { return g.Signed(kBits); }
+CBigInt Word(Operands& g, const CBigInt&) { return CBigInt(g.Next()); }
+CBigInt Int31(Operands& g, const CBigInt&) { return CBigInt(static_cast<int32_t>(g.Next() | 1)); }
+CBigInt Count(Operands& g, const CBigInt&) { return CBigInt(g.Next() % 4096); }
+CBigInt Short(Operands& g) { return g.Signed(kBits / 8); }
+CBigInt NoLonger(Operands& g, const CBigInt& a) {
+  if (g.Next() % 4 == 0) return a;
+  CBigInt b;
+  do b = g.Signed(kBits / 8); while (b.m_nLength > a.m_nLength);
+  return b;
+}
 
-struct Report {
-  ~Report() { std::printf("differential cases run: %d\n", g_cases); }
-} g_report;
+const Operation kOperations[] = {
+    {"Sum", NonNegative, NonNegativeB, [](auto& a, auto& b) { return a + b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_add(r.v, a.v, b.v); }},
+    {"Difference", NonNegative, NonNegativeB, [](auto& a, auto& b) { return a - b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_sub(r.v, a.v, b.v); }},
+    {"Product", Signed, SignedB, [](auto& a, auto& b) { return a * b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_mul(r.v, a.v, b.v); }},
+    {"Square", Signed, SignedB, [](auto& a, auto&) { return a * a; },
+     [](Mpz& r, auto& a, auto&) { mpz_mul(r.v, a.v, a.v); }},
+    {"ProductByWord", Signed, Word, [](auto& a, auto& b) { return a * b.m_pData[0]; },
+     [](Mpz& r, auto& a, auto& b) { mpz_mul(r.v, a.v, b.v); }},
+    {"Quotient", Long, SignedB, [](auto& a, auto& b) { return a / b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_q(r.v, a.v, b.v); }},
+    {"Remainder", Long, SignedB, [](auto& a, auto& b) { return a % b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_r(r.v, a.v, b.v); }},
+    {"QuotientByInt", Long, Int31, [](auto& a, auto& b) { return a / Int(b); },
+     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_q(r.v, a.v, b.v); }},
+    {"RemainderByInt", Long, Int31, [](auto& a, auto& b) { return a % Int(b); },
+     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_r(r.v, a.v, b.v); }},
+    {"And", Signed, SignedB, [](auto& a, auto& b) { return a & b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_and(r.v, a.v, b.v); }},
+    {"Or", Signed, SignedB, [](auto& a, auto& b) { return a | b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_ior(r.v, a.v, b.v); }},
+    {"Xor", Signed, SignedB, [](auto& a, auto& b) { return a ^ b; },
+     [](Mpz& r, auto& a, auto& b) { mpz_xor(r.v, a.v, b.v); }},
+    {"LeftShift", Signed, Count, [](auto& a, auto& b) { return a << Int(b); },
+     [](Mpz& r, auto& a, auto& b) { mpz_mul_2exp(r.v, a.v, Small(b)); }},
+    {"RightShift", Signed, Count,
+     [](auto& a, auto& b) { return a >> static_cast<int>(Inside(ToMpz(a), ToMpz(b))); },
+     [](Mpz& r, auto& a, auto& b) { mpz_fdiv_q_2exp(r.v, a.v, Inside(a, b)); }},
+    {"Comparisons", Short, NoLonger,
+     [](auto& a, auto& b) {
+       return CBigInt((a < b) | (a > b) << 1 | (a <= b) << 2 | (a >= b) << 3 | (a == b) << 4 |
+                      (b < a) << 5 | (b > a) << 6);
+     },
+     [](Mpz& r, auto& a, auto& b) { mpz_set_ui(r.v, Order(mpz_cmp(a.v, b.v))); }},
+    // Text of non-negative values in every radix, read back; zero prints empty.
+    {"TextBothWays", NonNegative, Count,
+     [](auto& a, auto& b) {
+       const int radix = 2 + Int(b) % 35;
+       const std::string text = CBigInt(a).GetString(radix);
+       const Mpz m = ToMpz(a);
+       CBigInt back;
+       back.Parse(text.c_str(), radix);
+       return text == (mpz_sgn(m.v) ? m.Str(-radix) : "") ? back : CBigInt(-1);
+     },
+     [](Mpz& r, auto& a, auto&) { mpz_set(r.v, a.v); }},
+    {"NegativeDecimalText", NonNegative, NonNegativeB,
+     [](auto& a, auto&) {
+       CBigInt n = -a;
+       return CBigInt(n.GetString(10) == ToMpz(n).Str(10) ? 1 : 0);
+     },
+     [](Mpz& r, auto&, auto&) { mpz_set_ui(r.v, 1); }},
+};
 
-TEST_P(BigIntVersusGmp, SumsAndDifferencesOfNonNegativeValues) {
-  Operands gen(1);
-  for (int i = 0; i < kRounds; ++i, g_cases += 2) {
-    CBigInt a = gen.NonNegative(kMaxBits), b = gen.NonNegative(kMaxBits);
-    Mpz s, d;
-    mpz_add(s.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_sub(d.v, ToMpz(a).v, ToMpz(b).v);
-    EXPECT_SAME(a + b, s);
-    EXPECT_SAME(a - b, d);
+class BigIntVersusGmp : public ::testing::TestWithParam<std::tuple<bool, const Operation*>> {
+ protected:
+  void SetUp() override {
+    if (!mathtest::UseRows(std::get<0>(GetParam()))) GTEST_SKIP() << "no BMI2 and ADX";
+  }
+  void TearDown() override { limbs::UseWideRows(true); }
+};
+
+TEST_P(BigIntVersusGmp, RandomOperands) {
+  const Operation& op = *std::get<1>(GetParam());
+  Operands gen(static_cast<uint32_t>(&op - kOperations));
+  for (int i = 0; i < 1500; ++i) {
+    const CBigInt a = op.a(gen), b = op.b(gen, a);
+    Mpz want;
+    op.gmp(want, ToMpz(a), ToMpz(b));
+    ASSERT_TRUE(Same(op.ours(a, b), want)) << "a " << ToMpz(a).Str(16) << "\nb " << ToMpz(b).Str(16);
   }
 }
 
-TEST_P(BigIntVersusGmp, ProductsOfAnySign) {
-  Operands gen(2);
-  for (int i = 0; i < kRounds; ++i, g_cases += 3) {
-    CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
-    const uint32_t f = gen.Next();
-    Mpz p, q, sq;
-    mpz_mul(p.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_mul_ui(q.v, ToMpz(a).v, f);
-    mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
-    EXPECT_SAME(a * b, p);
-    EXPECT_SAME(a * f, q);
-    EXPECT_SAME(a * a, sq);
-  }
-}
-
-TEST_P(BigIntVersusGmp, TruncatingDivisionOfAnySign) {
-  Operands gen(3);
-  for (int i = 0; i < kRounds; ++i, g_cases += 4) {
-    CBigInt a = gen.Signed(2 * kMaxBits), b = gen.Signed(kMaxBits);
-    Mpz q, r;
-    mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
-    EXPECT_SAME(a / b, q);
-    EXPECT_SAME(a % b, r);
-    const int32_t s = static_cast<int32_t>(gen.Next() | 1);
-    Mpz qs, rs, ds;
-    mpz_set_si(ds.v, s);
-    mpz_tdiv_qr(qs.v, rs.v, ToMpz(a).v, ds.v);
-    EXPECT_SAME(a / s, qs);
-    EXPECT_SAME(a % s, rs);
-  }
-}
-
-TEST_P(BigIntVersusGmp, BitwiseOperationsAndShifts) {
-  Operands gen(4);
-  for (int i = 0; i < kRounds; ++i, g_cases += 5) {
-    CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
-    Mpz x, y, z;
-    mpz_and(x.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_ior(y.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_xor(z.v, ToMpz(a).v, ToMpz(b).v);
-    EXPECT_SAME(a & b, x);
-    EXPECT_SAME(a | b, y);
-    EXPECT_SAME(a ^ b, z);
-    const int left = static_cast<int>(gen.Next() % 300);
-    const int right = static_cast<int>(gen.Next() % (32 * a.m_nLength));
-    Mpz l, r;
-    mpz_mul_2exp(l.v, ToMpz(a).v, left);
-    mpz_fdiv_q_2exp(r.v, ToMpz(a).v, right);
-    EXPECT_SAME(a << left, l);
-    EXPECT_SAME(a >> right, r);
-  }
-}
-
-TEST_P(BigIntVersusGmp, Comparisons) {
-  Operands gen(5);
-  for (int i = 0; i < kRounds; ++i, g_cases += 5) {
-    CBigInt a = gen.Signed(kMaxBits / 8);
-    CBigInt b = gen.Next() % 4 ? gen.Signed(kMaxBits / 8) : a;
-    const int c = mpz_cmp(ToMpz(a).v, ToMpz(b).v);
-    EXPECT_EQ(a < b, c < 0);
-    EXPECT_EQ(a > b, c > 0);
-    EXPECT_EQ(a <= b, c <= 0);
-    EXPECT_EQ(a >= b, c >= 0);
-    // `==` reads the left operand's words only, exact when it is not the shorter one.
-    const CBigInt& longer = a.m_nLength >= b.m_nLength ? a : b;
-    const CBigInt& other = &longer == &a ? b : a;
-    EXPECT_EQ(longer == other, c == 0);
-  }
-}
-
-TEST_P(BigIntVersusGmp, TextInEveryRadixBothWays) {
-  Operands gen(6);
-  for (int i = 0; i < kRounds; ++i, g_cases += 2) {
-    CBigInt a = gen.NonNegative(kMaxBits);
-    const int radix = 2 + i % 35;
-    const Mpz m = ToMpz(a);
-    const std::string want = mpz_sgn(m.v) ? m.Str(-radix) : "";  // upper case; zero prints empty
-    EXPECT_EQ(a.GetString(radix), want) << "radix " << radix;
-    CBigInt back;
-    back.Parse(want.c_str(), radix);
-    EXPECT_SAME(back, m);
-  }
-  for (int i = 0; i < 200; ++i, ++g_cases) {
-    CBigInt a = -gen.NonNegative(kMaxBits);
-    EXPECT_EQ(a.GetString(10), ToMpz(a).Str(10));
-  }
-}
-
-TEST_P(BigIntVersusGmp, LongDecimalText) {
-  Operands gen(7);
-  for (int digits : {1000, 20000, 100000}) {
-    ++g_cases;
-    std::string text(digits, '0');
-    for (auto& c : text) c = static_cast<char>('0' + gen.Next() % 10);
-    text[0] = '7';
-    CBigInt a(text.c_str());
-    Mpz m;
-    mpz_set_str(m.v, text.c_str(), 10);
-    EXPECT_SAME(a, m);
-    EXPECT_EQ(a.GetString(), text);
-  }
-}
+INSTANTIATE_TEST_SUITE_P(, BigIntVersusGmp,
+                         ::testing::Combine(::testing::Bool(), ::testing::ValuesIn([] {
+                                              std::vector<const Operation*> all;
+                                              for (const auto& op : kOperations) all.push_back(&op);
+                                              return all;
+                                            }())),
+                         [](const auto& info) {
+                           return std::get<1>(info.param)->name +
+                                  mathtest::RowsName(std::get<0>(info.param));
+                         });
 
 // ---------------------------------------------------------------------------------------------
-// Sizes around the points where division and text conversion change method.
+// Sizes around the points where multiplication, division and text conversion change method.
+
+class BigIntThresholdsVersusGmp : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (!mathtest::UseRows(GetParam())) GTEST_SKIP() << "no BMI2 and ADX";
+  }
+  void TearDown() override { limbs::UseWideRows(true); }
+};
 
 constexpr int kLimbWords = limbs::kWordsPerLimb;
-
-// A non-negative value of exactly `words` words below the sign word, its top bit at one of the
-// top eight places (so the divisor's normalising shift varies), with runs of 0 and 1 words.
-CBigInt ExactWords(Operands& gen, int words) {
-  std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
-  for (int i = 0; i < words; ++i) w[i] = gen.Word();
-  const int top = 31 - static_cast<int>(gen.Next() % 8);
-  w[words - 1] = (w[words - 1] & ((1u << top) - 1)) | (1u << top);
-  CBigInt r(w.data(), words + 1);
-  r.Normalize();
-  return r;
-}
 
 CBigInt FromMpz(const Mpz& m) {
   CBigInt r;
@@ -176,12 +163,11 @@ CBigInt FromMpz(const Mpz& m) {
 void ExpectDivision(const CBigInt& a, const CBigInt& b) {
   Mpz q, r;
   mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
-  EXPECT_SAME(a / b, q);
-  EXPECT_SAME(a % b, r);
-  g_cases += 2;
+  EXPECT_TRUE(Same(a / b, q));
+  EXPECT_TRUE(Same(a % b, r));
 }
 
-TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
+TEST_P(BigIntThresholdsVersusGmp, Division) {
   Operands gen(8);
   const int t = static_cast<int>(limbs::kDivideRecursionThreshold);
   // Divisor and quotient lengths in limbs: one limb a step, the split, several splits, quotients
@@ -189,8 +175,8 @@ TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
   for (int dl : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 3 * t + 5}) {
     for (int ql : {1, t / 2 - 1, t / 2, t - 1, dl - 1, dl, dl + 1, 2 * dl + t / 2 + 3}) {
       for (int k = 0; k < 2; ++k) {
-        CBigInt b = ExactWords(gen, dl * kLimbWords - k);
-        CBigInt a = ExactWords(gen, (dl + ql) * kLimbWords - k);
+        CBigInt b = gen.Words(dl * kLimbWords - k);
+        CBigInt a = gen.Words((dl + ql) * kLimbWords - k);
         ExpectDivision(gen.Next() % 2 ? -a : a, gen.Next() % 2 ? -b : b);
         // Largest remainder and an exact multiple: every correction step at its limit.
         Mpz m, q;
@@ -213,37 +199,27 @@ TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
   }
 }
 
-TEST_P(BigIntVersusGmp, ProductsAndSquaresAroundTheSplitThresholds) {
+TEST_P(BigIntThresholdsVersusGmp, ProductsAndSquares) {
   Operands gen(10);
   for (size_t threshold : {limbs::kKaratsubaThreshold, limbs::kKaratsubaSquareThreshold,
                            limbs::kToom3Threshold, limbs::kToom3SquareThreshold}) {
     const int t = static_cast<int>(threshold);
     for (int n : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 4 * t + 3}) {
-      CBigInt a = ExactWords(gen, n * kLimbWords), b = ExactWords(gen, n * kLimbWords - 1);
-      CBigInt c = ExactWords(gen, (3 * n + 1) * kLimbWords);  // unbalanced
+      CBigInt a = gen.Words(n * kLimbWords), b = gen.Words(n * kLimbWords - 1);
+      CBigInt c = gen.Words((3 * n + 1) * kLimbWords);  // unbalanced
       Mpz sq, ab, ac;
       mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
       mpz_mul(ab.v, ToMpz(a).v, ToMpz(b).v);
       mpz_mul(ac.v, ToMpz(a).v, ToMpz(c).v);
-      EXPECT_SAME(a * a, sq);
-      EXPECT_SAME(a * b, ab);
       mpz_neg(ac.v, ac.v);
-      EXPECT_SAME(-a * c, ac);
-      g_cases += 3;
+      EXPECT_TRUE(Same(a * a, sq));
+      EXPECT_TRUE(Same(a * b, ab));
+      EXPECT_TRUE(Same(-a * c, ac));
     }
   }
 }
 
-// Digits of `radix` in one limb of the fast kernels.
-int DigitsPerLimb(int radix) {
-  const limbs::Limb max = ~static_cast<limbs::Limb>(0);
-  limbs::Limb big = static_cast<limbs::Limb>(radix);
-  int k = 1;
-  for (; big <= max / radix; ++k) big *= radix;
-  return k;
-}
-
-// Text of `count` digits in runs: zeros, the highest digit, or random digits, each run up to
+// Text of `count` digits in runs of zeros, the highest digit or random digits, each run up to
 // `maxRun` long, so that chunk and split borders fall inside runs of zeros.
 std::string RunText(Operands& gen, int radix, int count, int maxRun) {
   const char* digits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -258,34 +234,44 @@ std::string RunText(Operands& gen, int radix, int count, int maxRun) {
   return s;
 }
 
-TEST_P(BigIntVersusGmp, TextAroundTheSplitThresholdInEveryRadix) {
+TEST_P(BigIntThresholdsVersusGmp, TextInEveryRadix) {
   Operands gen(9);
   const int t = static_cast<int>(limbs::kTextSplitLimbs);
   for (int radix = 2; radix <= 36; ++radix) {
-    const int d = DigitsPerLimb(radix) * t;
+    // A limb holds one digit fewer than the largest limb value has: d digits make t limbs.
+    Mpz max;
+    mpz_ui_pow_ui(max.v, 2, limbs::kLimbBits);
+    mpz_sub_ui(max.v, max.v, 1);
+    const int d = static_cast<int>(max.Str(radix).size() - 1) * t;
     for (int count : {d - 1, d, d + 1, 2 * d - 1, 2 * d + 1, 4 * d + 3, 9 * d}) {
       const std::string text = RunText(gen, radix, count, 2 * d);
       CBigInt a;
       a.Parse(("0" + text).c_str(), radix);  // a leading zero digit changes nothing
       Mpz m;
       mpz_set_str(m.v, text.c_str(), radix);
-      EXPECT_SAME(a, m);
+      EXPECT_TRUE(Same(a, m));
       EXPECT_EQ(a.GetString(radix), text) << "radix " << radix << ", " << count << " digits";
-      g_cases += 2;
     }
     for (int words : {t - 1, t, t + 1, 2 * t + 1, 4 * t + 1, 16 * t}) {
-      CBigInt a = ExactWords(gen, words * kLimbWords);
+      CBigInt a = gen.Words(words * kLimbWords);
       EXPECT_EQ(a.GetString(radix), ToMpz(a).Str(-radix)) << "radix " << radix;
-      ++g_cases;
     }
   }
-  // A negative value's decimal text has its sign; the other radixes print the words unsigned.
-  const CBigInt n = -ExactWords(gen, 16 * t * kLimbWords);
+  // Long decimal text; a negative value's decimal text has its sign, the other radixes print the
+  // words unsigned.
+  const std::string text = RunText(gen, 10, 100000, 10);
+  Mpz m;
+  mpz_set_str(m.v, text.c_str(), 10);
+  EXPECT_TRUE(Same(CBigInt(text.c_str()), m));
+  EXPECT_EQ(CBigInt(text.c_str()).GetString(), text);
+  const CBigInt n = -gen.Words(16 * t * kLimbWords);
   EXPECT_EQ(std::string(CBigInt(n).GetString(10)), ToMpz(n).Str(10));
   Mpz u;
   mpz_import(u.v, n.m_nLength, -1, 4, 0, 0, n.m_pData);
   EXPECT_EQ(std::string(CBigInt(n).GetString(7)), u.Str(-7));
-  g_cases += 2;
 }
+
+INSTANTIATE_TEST_SUITE_P(, BigIntThresholdsVersusGmp, ::testing::Bool(),
+                         [](const auto& info) { return mathtest::RowsName(info.param); });
 
 }  // namespace

@@ -40,54 +40,54 @@ inline Mpz ToMpz(const CBigInt& x) {
   return r;
 }
 
-// Random non-negative value of 1..maxBits bits, with runs of 0 and 1 bits to reach carries.
+inline ::testing::AssertionResult Same(const CBigInt& got, const Mpz& want) {
+  const Mpz g = ToMpz(got);
+  if (mpz_cmp(g.v, want.v) == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16);
+}
+
+// Random values with runs of 0 and 1 words to reach carries.
 class Operands {
  public:
   explicit Operands(uint32_t seed) : m_rng(seed) {}
+  uint32_t Next() { return static_cast<uint32_t>(m_rng()); }
   uint32_t Word() {
-    const uint64_t kind = m_rng() % 4;
-    return kind == 0 ? 0xFFFFFFFFu : kind == 1 ? 0 : static_cast<uint32_t>(m_rng());
+    const uint32_t kind = Next() % 4;
+    return kind == 0 ? 0xFFFFFFFFu : kind == 1 ? 0 : Next();
   }
-  // Small sizes and the full range equally often; the top bit of the value is set.
-  CBigInt NonNegative(int maxBits) {
-    const int bits = 1 + static_cast<int>(m_rng() % 2 ? m_rng() % 96 : m_rng() % maxBits);
-    std::vector<uint32_t> w((bits + 31) / 32 + 1, 0);
-    for (size_t i = 0; i + 1 < w.size(); ++i) w[i] = Word();
-    const int top = (bits - 1) % 32;
-    uint32_t& hi = w[w.size() - 2];
-    hi &= top == 31 ? 0xFFFFFFFFu : ((1u << (top + 1)) - 1);
-    hi |= 1u << top;
-    CBigInt r(w.data(), static_cast<int>(w.size()));
+  // A non-negative value of exactly `words` words below the sign word, its top bit at `top`, by
+  // default one of the top eight places (so a divisor's normalising shift varies).
+  CBigInt Words(int words, int top = -1) {
+    std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
+    for (int i = 0; i < words; ++i) w[i] = Word();
+    if (top < 0) top = 31 - static_cast<int>(Next() % 8);
+    w[words - 1] = (w[words - 1] & ((1u << top) - 1)) | (1u << top);
+    CBigInt r(w.data(), words + 1);
     r.Normalize();
     return r;
   }
+  // 1..maxBits bits, small sizes and the full range equally often; the top bit is set.
+  CBigInt NonNegative(int maxBits) {
+    const int bits = 1 + static_cast<int>(Next() % 2 ? Next() % 96 : Next() % maxBits);
+    return Words((bits + 31) / 32, (bits - 1) % 32);
+  }
   CBigInt Signed(int maxBits) {
     CBigInt r = NonNegative(maxBits);
-    return m_rng() % 2 ? -r : r;
+    return Next() % 2 ? -r : r;
   }
-  uint32_t Next() { return static_cast<uint32_t>(m_rng()); }
 
  private:
   std::mt19937_64 m_rng;
 };
 
-// Differential tests run once with each form of the multiply rows the processor offers: the
-// parameter asks for the wide (BMI2/ADX) rows.
-class RowsTest : public ::testing::TestWithParam<bool> {
- protected:
-  void SetUp() override {
-    if (GetParam() && !deskaid::limbs::WideRowsAvailable()) GTEST_SKIP() << "no BMI2 and ADX";
-    deskaid::limbs::UseWideRows(GetParam());
-  }
-  void TearDown() override { deskaid::limbs::UseWideRows(true); }
-};
-
-inline std::string RowsName(const ::testing::TestParamInfo<bool>& info) {
-  return info.param ? "WideRows" : "PlainRows";
+// Asks for the wide (BMI2/ADX) multiply rows or the plain ones; false if the processor lacks the
+// wide ones. Differential tests run once with each form.
+inline bool UseRows(bool wide) {
+  if (wide && !deskaid::limbs::WideRowsAvailable()) return false;
+  deskaid::limbs::UseWideRows(wide);
+  return true;
 }
 
-}  // namespace mathtest
+inline std::string RowsName(bool wide) { return wide ? "WideRows" : "PlainRows"; }
 
-#define DESKAID_ROWS_SUITE(suite)                 \
-  class suite : public mathtest::RowsTest {};     \
-  INSTANTIATE_TEST_SUITE_P(, suite, ::testing::Bool(), mathtest::RowsName)
+}  // namespace mathtest
