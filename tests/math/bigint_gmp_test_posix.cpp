@@ -1,164 +1,200 @@
-// Differential tests against GMP wherever CBigInt's defined behaviour is exact arithmetic, each
-// with the plain and the wide multiply rows.
+// Differential tests against GMP wherever CBigInt's and CModPower's defined behaviour is exact
+// arithmetic, each run with the plain and with the wide (BMI2/ADX) multiply rows.
+#include <gmp.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <iterator>
+#include <random>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/internal/limb_kernels.h>
-#include "math/gmp_oracle.h"
+#include <deskaid/math/modpower.h>
 
 namespace {
 
-using mathtest::Mpz;
-using mathtest::Operands;
-using mathtest::Same;
-using mathtest::ToMpz;
 namespace limbs = deskaid::limbs;
 
-constexpr int kBits = 4096;
-
-unsigned long Small(const Mpz& m) { return mpz_get_ui(m.v); }
-int32_t Int(const CBigInt& b) { return static_cast<int32_t>(static_cast<int64_t>(b)); }
-// A right shift below the bit length of |a|, so within a's words.
-unsigned long Inside(const Mpz& a, const Mpz& b) { return Small(b) % mpz_sizeinbase(a.v, 2); }
-// The outcomes of the comparisons as bits: `==`, `<=` and `>=` read the left operand's words only
-// and are exact when it is not the shorter; `<` and `>` either way round.
-int Order(int c) {
-  return (c < 0) | (c > 0) << 1 | (c <= 0) << 2 | (c >= 0) << 3 | (c == 0) << 4 | (c > 0) << 5 |
-         (c < 0) << 6;
-}
-
-// One operation of CBigInt beside its GMP form, on operands from the two generators.
-struct Operation {
-  const char* name;
-  CBigInt (*a)(Operands&);
-  CBigInt (*b)(Operands&, const CBigInt& a);
-  CBigInt (*ours)(const CBigInt& a, const CBigInt& b);
-  void (*gmp)(Mpz& r, const Mpz& a, const Mpz& b);
+// RAII holder of an mpz_t.
+struct Mpz {
+  mpz_t v;
+  Mpz() { mpz_init(v); }
+  Mpz(const Mpz& o) { mpz_init_set(v, o.v); }
+  ~Mpz() { mpz_clear(v); }
+  Mpz& operator=(const Mpz& o) = delete;
+  std::string Str(int base = 10) const {
+    std::vector<char> b(mpz_sizeinbase(v, base < 0 ? -base : base) + 2);
+    return mpz_get_str(b.data(), base, v);
+  }
 };
 
-CBigInt NonNegative(Operands& g) { return g.NonNegative(kBits); }
-CBigInt Signed(Operands& g) { return g.Signed(kBits); }
-CBigInt Long(Operands& g) { return g.Signed(2 * kBits); }
-CBigInt NonNegativeB(Operands& g, const CBigInt&) { return g.NonNegative(kBits); }
-CBigInt SignedB(Operands& g, const CBigInt&) { return g.Signed(kBits); }
-CBigInt Word(Operands& g, const CBigInt&) { return CBigInt(g.Next()); }
-CBigInt Int31(Operands& g, const CBigInt&) { return CBigInt(static_cast<int32_t>(g.Next() | 1)); }
-CBigInt Count(Operands& g, const CBigInt&) { return CBigInt(g.Next() % 4096); }
-CBigInt Short(Operands& g) { return g.Signed(kBits / 8); }
-CBigInt NoLonger(Operands& g, const CBigInt& a) {
-  if (g.Next() % 4 == 0) return a;
-  CBigInt b;
-  do b = g.Signed(kBits / 8); while (b.m_nLength > a.m_nLength);
-  return b;
+// The two's-complement value of a CBigInt's words, read without any of CBigInt's own arithmetic.
+Mpz ToMpz(const CBigInt& x) {
+  Mpz r, wrap;
+  mpz_import(r.v, x.m_nLength, -1, 4, 0, 0, x.m_pData);
+  if (x.IsNegative()) mpz_setbit(wrap.v, 32u * x.m_nLength);
+  mpz_sub(r.v, r.v, wrap.v);
+  return r;
 }
 
-const Operation kOperations[] = {
-    {"Sum", NonNegative, NonNegativeB, [](auto& a, auto& b) { return a + b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_add(r.v, a.v, b.v); }},
-    {"Difference", NonNegative, NonNegativeB, [](auto& a, auto& b) { return a - b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_sub(r.v, a.v, b.v); }},
-    {"Product", Signed, SignedB, [](auto& a, auto& b) { return a * b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_mul(r.v, a.v, b.v); }},
-    {"Square", Signed, SignedB, [](auto& a, auto&) { return a * a; },
-     [](Mpz& r, auto& a, auto&) { mpz_mul(r.v, a.v, a.v); }},
-    {"ProductByWord", Signed, Word, [](auto& a, auto& b) { return a * b.m_pData[0]; },
-     [](Mpz& r, auto& a, auto& b) { mpz_mul(r.v, a.v, b.v); }},
-    {"Quotient", Long, SignedB, [](auto& a, auto& b) { return a / b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_q(r.v, a.v, b.v); }},
-    {"Remainder", Long, SignedB, [](auto& a, auto& b) { return a % b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_r(r.v, a.v, b.v); }},
-    {"QuotientByInt", Long, Int31, [](auto& a, auto& b) { return a / Int(b); },
-     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_q(r.v, a.v, b.v); }},
-    {"RemainderByInt", Long, Int31, [](auto& a, auto& b) { return a % Int(b); },
-     [](Mpz& r, auto& a, auto& b) { mpz_tdiv_r(r.v, a.v, b.v); }},
-    {"And", Signed, SignedB, [](auto& a, auto& b) { return a & b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_and(r.v, a.v, b.v); }},
-    {"Or", Signed, SignedB, [](auto& a, auto& b) { return a | b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_ior(r.v, a.v, b.v); }},
-    {"Xor", Signed, SignedB, [](auto& a, auto& b) { return a ^ b; },
-     [](Mpz& r, auto& a, auto& b) { mpz_xor(r.v, a.v, b.v); }},
-    {"LeftShift", Signed, Count, [](auto& a, auto& b) { return a << Int(b); },
-     [](Mpz& r, auto& a, auto& b) { mpz_mul_2exp(r.v, a.v, Small(b)); }},
-    {"RightShift", Signed, Count,
-     [](auto& a, auto& b) { return a >> static_cast<int>(Inside(ToMpz(a), ToMpz(b))); },
-     [](Mpz& r, auto& a, auto& b) { mpz_fdiv_q_2exp(r.v, a.v, Inside(a, b)); }},
-    {"Comparisons", Short, NoLonger,
-     [](auto& a, auto& b) {
-       return CBigInt((a < b) | (a > b) << 1 | (a <= b) << 2 | (a >= b) << 3 | (a == b) << 4 |
-                      (b < a) << 5 | (b > a) << 6);
-     },
-     [](Mpz& r, auto& a, auto& b) { mpz_set_ui(r.v, Order(mpz_cmp(a.v, b.v))); }},
-    // Text of non-negative values in every radix, read back; zero prints empty.
-    {"TextBothWays", NonNegative, Count,
-     [](auto& a, auto& b) {
-       const int radix = 2 + Int(b) % 35;
-       const std::string text = CBigInt(a).GetString(radix);
-       const Mpz m = ToMpz(a);
-       CBigInt back;
-       back.Parse(text.c_str(), radix);
-       return text == (mpz_sgn(m.v) ? m.Str(-radix) : "") ? back : CBigInt(-1);
-     },
-     [](Mpz& r, auto& a, auto&) { mpz_set(r.v, a.v); }},
-    {"NegativeDecimalText", NonNegative, NonNegativeB,
-     [](auto& a, auto&) {
-       CBigInt n = -a;
-       return CBigInt(n.GetString(10) == ToMpz(n).Str(10) ? 1 : 0);
-     },
-     [](Mpz& r, auto&, auto&) { mpz_set_ui(r.v, 1); }},
+::testing::AssertionResult Same(const CBigInt& got, const Mpz& want) {
+  const Mpz g = ToMpz(got);
+  if (mpz_cmp(g.v, want.v) == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16);
+}
+
+// Random values with runs of 0 and 1 words to reach carries.
+class Operands {
+ public:
+  explicit Operands(uint32_t seed) : m_rng(seed) {}
+  uint32_t Next() { return static_cast<uint32_t>(m_rng()); }
+  // A non-negative value of exactly `words` words below the sign word, its top bit at `top`, by
+  // default one of the top eight places (so a divisor's normalising shift varies).
+  CBigInt Words(int words, int top = -1) {
+    std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
+    for (int i = 0; i < words; ++i) {
+      const uint32_t kind = Next() % 4;
+      w[i] = kind == 0 ? 0xFFFFFFFFu : kind == 1 ? 0 : Next();
+    }
+    if (top < 0) top = 31 - static_cast<int>(Next() % 8);
+    w[words - 1] = (w[words - 1] & ((1u << top) - 1)) | (1u << top);
+    CBigInt r(w.data(), words + 1);
+    r.Normalize();
+    return r;
+  }
+  // 1..maxBits bits, small sizes and the full range equally often; the top bit is set.
+  CBigInt NonNegative(int maxBits) {
+    const int bits = 1 + static_cast<int>(Next() % 2 ? Next() % 96 : Next() % maxBits);
+    return Words((bits + 31) / 32, (bits - 1) % 32);
+  }
+  CBigInt Signed(int maxBits) {
+    const CBigInt r = NonNegative(maxBits);
+    return Next() % 2 ? -r : r;
+  }
+
+ private:
+  std::mt19937_64 m_rng;
 };
 
-class BigIntVersusGmp : public ::testing::TestWithParam<std::tuple<bool, const Operation*>> {
+// The multiply rows are the parameter, or the first part of it.
+template <typename Param = bool>
+class WithRows : public ::testing::TestWithParam<Param> {
  protected:
+  static bool Wide(bool wide) { return wide; }
+  static bool Wide(const std::tuple<bool, size_t>& p) { return std::get<0>(p); }
   void SetUp() override {
-    if (!mathtest::UseRows(std::get<0>(GetParam()))) GTEST_SKIP() << "no BMI2 and ADX";
+    const bool wide = Wide(this->GetParam());
+    if (limbs::UseWideRows(wide) != wide) GTEST_SKIP() << "no BMI2 and ADX";
   }
   void TearDown() override { limbs::UseWideRows(true); }
 };
 
+std::string RowsName(bool wide) { return wide ? "WideRows" : "PlainRows"; }
+
+// ---------------------------------------------------------------------------------------------
+// Each operation on random operands.
+
+constexpr int kBits = 4096;
+constexpr int kLimbWords = limbs::kWordsPerLimb;
+
+int32_t Int(const CBigInt& b) { return static_cast<int32_t>(static_cast<int64_t>(b)); }
+// A right shift below the bit length of |a|, so within a's words.
+unsigned long Inside(const Mpz& a, const Mpz& b) {
+  return mpz_get_ui(b.v) % mpz_sizeinbase(a.v, 2);
+}
+// The comparisons' outcomes as bits, from c = cmp(a, b) as Order(c, 0). `==`, `<=` and `>=` read
+// the left operand's words only and are exact when it is not the shorter; `<` and `>` either way.
+template <typename T, typename U>
+int Order(const T& a, const U& b) {
+  return (a < b) | (a > b) << 1 | (a <= b) << 2 | (a >= b) << 3 | (a == b) << 4 | (b < a) << 5 |
+         (b > a) << 6;
+}
+// Text of a non-negative value in a radix, read back; -1 if the text differs from GMP's.
+CBigInt TextBothWays(CBigInt a, int radix) {
+  const std::string text = a.GetString(radix);
+  CBigInt back;
+  back.Parse(text.c_str(), radix);
+  return text == ToMpz(a).Str(-radix) ? back : CBigInt(-1);
+}
+
+// Operand generators; the second operand's sees the first.
+using Generator = CBigInt (*)(Operands&, const CBigInt&);
+CBigInt NonNegative(Operands& g, const CBigInt&) { return g.NonNegative(kBits); }
+CBigInt Signed(Operands& g, const CBigInt&) { return g.Signed(kBits); }
+CBigInt Long(Operands& g, const CBigInt&) { return g.Signed(2 * kBits); }
+CBigInt Short(Operands& g, const CBigInt&) { return g.Signed(kBits / 8); }
+CBigInt Word(Operands& g, const CBigInt&) { return CBigInt(g.Next()); }
+CBigInt Int31(Operands& g, const CBigInt&) { return CBigInt(static_cast<int32_t>(g.Next() | 1)); }
+CBigInt Count(Operands& g, const CBigInt&) { return CBigInt(g.Next() % 4096); }
+CBigInt NoLonger(Operands& g, const CBigInt& a) {
+  CBigInt b = a;
+  if (g.Next() % 4) do b = g.Signed(kBits / 8); while (b.m_nLength > a.m_nLength);
+  return b;
+}
+
+#define OURS(...) []([[maybe_unused]] const CBigInt& a, [[maybe_unused]] const CBigInt& b) { \
+  return CBigInt(__VA_ARGS__);                                                                \
+}
+#define GMP(...) [](Mpz& r, const Mpz& a, [[maybe_unused]] const Mpz& b) { __VA_ARGS__; }
+
+const struct Operation {
+  const char* name;
+  Generator a, b;
+  CBigInt (*ours)(const CBigInt& a, const CBigInt& b);
+  void (*gmp)(Mpz& r, const Mpz& a, const Mpz& b);
+} kOperations[] = {
+    {"Sum", NonNegative, NonNegative, OURS(a + b), GMP(mpz_add(r.v, a.v, b.v))},
+    {"Difference", NonNegative, NonNegative, OURS(a - b), GMP(mpz_sub(r.v, a.v, b.v))},
+    {"Product", Signed, Signed, OURS(a * b), GMP(mpz_mul(r.v, a.v, b.v))},
+    {"Square", Signed, Signed, OURS(a * a), GMP(mpz_mul(r.v, a.v, a.v))},
+    {"ProductByWord", Signed, Word, OURS(a * b.m_pData[0]), GMP(mpz_mul(r.v, a.v, b.v))},
+    {"Quotient", Long, Signed, OURS(a / b), GMP(mpz_tdiv_q(r.v, a.v, b.v))},
+    {"Remainder", Long, Signed, OURS(a % b), GMP(mpz_tdiv_r(r.v, a.v, b.v))},
+    {"QuotientByInt", Long, Int31, OURS(a / Int(b)), GMP(mpz_tdiv_q(r.v, a.v, b.v))},
+    {"RemainderByInt", Long, Int31, OURS(a % Int(b)), GMP(mpz_tdiv_r(r.v, a.v, b.v))},
+    {"And", Signed, Signed, OURS(a & b), GMP(mpz_and(r.v, a.v, b.v))},
+    {"Or", Signed, Signed, OURS(a | b), GMP(mpz_ior(r.v, a.v, b.v))},
+    {"Xor", Signed, Signed, OURS(a ^ b), GMP(mpz_xor(r.v, a.v, b.v))},
+    {"LeftShift", Signed, Count, OURS(a << Int(b)),
+     GMP(mpz_mul_2exp(r.v, a.v, mpz_get_ui(b.v)))},
+    {"RightShift", Signed, Count, OURS(a >> int(Inside(ToMpz(a), ToMpz(b)))),
+     GMP(mpz_fdiv_q_2exp(r.v, a.v, Inside(a, b)))},
+    {"Comparisons", Short, NoLonger, OURS(Order(a, b)),
+     GMP(mpz_set_ui(r.v, Order(mpz_cmp(a.v, b.v), 0)))},
+    {"TextBothWays", NonNegative, Count, OURS(TextBothWays(a, 2 + Int(b) % 35)),
+     GMP(mpz_set(r.v, a.v))},
+};
+
+class BigIntVersusGmp : public WithRows<std::tuple<bool, size_t>> {};
+
 TEST_P(BigIntVersusGmp, RandomOperands) {
-  const Operation& op = *std::get<1>(GetParam());
-  Operands gen(static_cast<uint32_t>(&op - kOperations));
+  const Operation& op = kOperations[std::get<1>(GetParam())];
+  Operands gen(static_cast<uint32_t>(std::get<1>(GetParam())));
   for (int i = 0; i < 1500; ++i) {
-    const CBigInt a = op.a(gen), b = op.b(gen, a);
+    const CBigInt a = op.a(gen, CBigInt()), b = op.b(gen, a);
     Mpz want;
     op.gmp(want, ToMpz(a), ToMpz(b));
-    ASSERT_TRUE(Same(op.ours(a, b), want)) << "a " << ToMpz(a).Str(16) << "\nb " << ToMpz(b).Str(16);
+    ASSERT_TRUE(Same(op.ours(a, b), want)) << "a " << ToMpz(a).Str(16) << " b " << ToMpz(b).Str(16);
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(, BigIntVersusGmp,
-                         ::testing::Combine(::testing::Bool(), ::testing::ValuesIn([] {
-                                              std::vector<const Operation*> all;
-                                              for (const auto& op : kOperations) all.push_back(&op);
-                                              return all;
-                                            }())),
+                         ::testing::Combine(::testing::Bool(),
+                                            ::testing::Range<size_t>(0, std::size(kOperations))),
                          [](const auto& info) {
-                           return std::get<1>(info.param)->name +
-                                  mathtest::RowsName(std::get<0>(info.param));
+                           return kOperations[std::get<1>(info.param)].name +
+                                  RowsName(std::get<0>(info.param));
                          });
 
 // ---------------------------------------------------------------------------------------------
 // Sizes around the points where multiplication, division and text conversion change method.
 
-class BigIntThresholdsVersusGmp : public ::testing::TestWithParam<bool> {
- protected:
-  void SetUp() override {
-    if (!mathtest::UseRows(GetParam())) GTEST_SKIP() << "no BMI2 and ADX";
-  }
-  void TearDown() override { limbs::UseWideRows(true); }
-};
-
-constexpr int kLimbWords = limbs::kWordsPerLimb;
-
-CBigInt FromMpz(const Mpz& m) {
-  CBigInt r;
-  r.Parse(m.Str(16).c_str(), 16);
-  r.Normalize();
-  return r;
-}
+class BigIntThresholdsVersusGmp : public WithRows<> {};
+INSTANTIATE_TEST_SUITE_P(, BigIntThresholdsVersusGmp, ::testing::Bool(),
+                         [](const auto& info) { return RowsName(info.param); });
 
 void ExpectDivision(const CBigInt& a, const CBigInt& b) {
   Mpz q, r;
@@ -175,25 +211,14 @@ TEST_P(BigIntThresholdsVersusGmp, Division) {
   for (int dl : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 3 * t + 5}) {
     for (int ql : {1, t / 2 - 1, t / 2, t - 1, dl - 1, dl, dl + 1, 2 * dl + t / 2 + 3}) {
       for (int k = 0; k < 2; ++k) {
-        CBigInt b = gen.Words(dl * kLimbWords - k);
-        CBigInt a = gen.Words((dl + ql) * kLimbWords - k);
+        const CBigInt b = gen.Words(dl * kLimbWords - k);
+        const CBigInt a = gen.Words((dl + ql) * kLimbWords - k);
         ExpectDivision(gen.Next() % 2 ? -a : a, gen.Next() % 2 ? -b : b);
-        // Largest remainder and an exact multiple: every correction step at its limit.
-        Mpz m, q;
-        mpz_tdiv_q(q.v, ToMpz(a).v, ToMpz(b).v);
-        mpz_mul(m.v, q.v, ToMpz(b).v);
-        ExpectDivision(FromMpz(m), b);
-        mpz_add(m.v, m.v, ToMpz(b).v);
-        mpz_sub_ui(m.v, m.v, 1);
-        ExpectDivision(FromMpz(m), b);
-        // Dividends whose top words equal the divisor's, and b * 2^k - 1, whose partial
+        // Each correction step at its limit: an exact multiple of b and the largest remainder;
+        // then a dividend whose top words equal the divisor's, and b * 2^k - 1, whose partial
         // remainders are all b - 1: estimates from the divisor's top words overflow.
-        Mpz top;
-        mpz_mul_2exp(top.v, ToMpz(b).v, 32 * ql * kLimbWords);
-        mpz_add(m.v, top.v, ToMpz(a).v);
-        ExpectDivision(FromMpz(m), b);
-        mpz_sub_ui(top.v, top.v, 1);
-        ExpectDivision(FromMpz(top), b);
+        const CBigInt m = a / b * b, top = b << (32 * ql * kLimbWords), one(1);
+        for (const CBigInt& x : {m, m + b - one, top + a, top - one}) ExpectDivision(x, b);
       }
     }
   }
@@ -205,16 +230,13 @@ TEST_P(BigIntThresholdsVersusGmp, ProductsAndSquares) {
                            limbs::kToom3Threshold, limbs::kToom3SquareThreshold}) {
     const int t = static_cast<int>(threshold);
     for (int n : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 4 * t + 3}) {
-      CBigInt a = gen.Words(n * kLimbWords), b = gen.Words(n * kLimbWords - 1);
-      CBigInt c = gen.Words((3 * n + 1) * kLimbWords);  // unbalanced
-      Mpz sq, ab, ac;
-      mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
-      mpz_mul(ab.v, ToMpz(a).v, ToMpz(b).v);
-      mpz_mul(ac.v, ToMpz(a).v, ToMpz(c).v);
-      mpz_neg(ac.v, ac.v);
-      EXPECT_TRUE(Same(a * a, sq));
-      EXPECT_TRUE(Same(a * b, ab));
-      EXPECT_TRUE(Same(-a * c, ac));
+      const CBigInt a = gen.Words(n * kLimbWords), b = gen.Words(n * kLimbWords - 1);
+      const CBigInt c = -gen.Words((3 * n + 1) * kLimbWords);  // unbalanced
+      for (const CBigInt* x : {&a, &b, &c}) {  // a * a squares
+        Mpz p;
+        mpz_mul(p.v, ToMpz(a).v, ToMpz(*x).v);
+        EXPECT_TRUE(Same(a * *x, p));
+      }
     }
   }
 }
@@ -240,16 +262,14 @@ TEST_P(BigIntThresholdsVersusGmp, TextInEveryRadix) {
   for (int radix = 2; radix <= 36; ++radix) {
     // A limb holds one digit fewer than the largest limb value has: d digits make t limbs.
     Mpz max;
-    mpz_ui_pow_ui(max.v, 2, limbs::kLimbBits);
+    mpz_setbit(max.v, limbs::kLimbBits);
     mpz_sub_ui(max.v, max.v, 1);
     const int d = static_cast<int>(max.Str(radix).size() - 1) * t;
     for (int count : {d - 1, d, d + 1, 2 * d - 1, 2 * d + 1, 4 * d + 3, 9 * d}) {
       const std::string text = RunText(gen, radix, count, 2 * d);
       CBigInt a;
       a.Parse(("0" + text).c_str(), radix);  // a leading zero digit changes nothing
-      Mpz m;
-      mpz_set_str(m.v, text.c_str(), radix);
-      EXPECT_TRUE(Same(a, m));
+      EXPECT_EQ(ToMpz(a).Str(-radix), text);
       EXPECT_EQ(a.GetString(radix), text) << "radix " << radix << ", " << count << " digits";
     }
     for (int words : {t - 1, t, t + 1, 2 * t + 1, 4 * t + 1, 16 * t}) {
@@ -260,18 +280,79 @@ TEST_P(BigIntThresholdsVersusGmp, TextInEveryRadix) {
   // Long decimal text; a negative value's decimal text has its sign, the other radixes print the
   // words unsigned.
   const std::string text = RunText(gen, 10, 100000, 10);
-  Mpz m;
-  mpz_set_str(m.v, text.c_str(), 10);
-  EXPECT_TRUE(Same(CBigInt(text.c_str()), m));
-  EXPECT_EQ(CBigInt(text.c_str()).GetString(), text);
-  const CBigInt n = -gen.Words(16 * t * kLimbWords);
-  EXPECT_EQ(std::string(CBigInt(n).GetString(10)), ToMpz(n).Str(10));
+  CBigInt a(text.c_str()), n = -gen.Words(16 * t * kLimbWords);
+  EXPECT_EQ(a.GetString(), text);
+  EXPECT_EQ(n.GetString(10), ToMpz(n).Str(10));
   Mpz u;
-  mpz_import(u.v, n.m_nLength, -1, 4, 0, 0, n.m_pData);
-  EXPECT_EQ(std::string(CBigInt(n).GetString(7)), u.Str(-7));
+  mpz_setbit(u.v, 32u * n.m_nLength);
+  mpz_add(u.v, u.v, ToMpz(n).v);
+  EXPECT_EQ(n.GetString(7), u.Str(-7));
 }
 
-INSTANTIATE_TEST_SUITE_P(, BigIntThresholdsVersusGmp, ::testing::Bool(),
-                         [](const auto& info) { return mathtest::RowsName(info.param); });
+// ---------------------------------------------------------------------------------------------
+// Modular powers of non-negative bases, including the base written back.
+
+class ModPowerVersusGmp : public WithRows<> {};
+INSTANTIATE_TEST_SUITE_P(, ModPowerVersusGmp, ::testing::Bool(),
+                         [](const auto& info) { return RowsName(info.param); });
+
+std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }
+
+// Through each of the four entries (PowMod and Raise after setting the exponent and modulus,
+// Transform and TransformBlock, which set them); the base is squared once for each of the
+// exponent's bits but the top one. An odd modulus takes the Montgomery route; the plain route of
+// the negative modulus must leave the very same words.
+void CheckAgainstGmp(const CBigInt& base0, const CBigInt& e, const CBigInt& n, int entry) {
+  CModPower power, plain;
+  CBigInt base = base0, plainBase = base0, result;
+  if (entry >= 2) {
+    result = entry == 2 ? power.Transform(base, e, n) : power.TransformBlock(base, e, n);
+  } else {
+    power.SetExponent(e);
+    power.SetModulus(n);
+    result = entry == 0 ? power.PowMod(base) : power.Raise(base);
+  }
+  Mpz want, squarings;
+  mpz_powm(want.v, ToMpz(base0).v, ToMpz(e).v, ToMpz(n).v);
+  EXPECT_TRUE(Same(result, want)) << "n " << ToMpz(n).Str(16);
+  mpz_setbit(squarings.v, mpz_sizeinbase(ToMpz(e).v, 2) - 1);
+  mpz_powm(want.v, ToMpz(base0).v, squarings.v, ToMpz(n).v);
+  EXPECT_TRUE(Same(base, mpz_cmp_ui(squarings.v, 1) ? want : ToMpz(base0)));  // 1: left alone
+  if (n.m_pData[0] % 2 && n.m_nLength * 32 <= 1300) {
+    EXPECT_EQ(WordsOf(plain.Transform(plainBase, e, -n)), WordsOf(result));
+    EXPECT_EQ(WordsOf(plainBase), WordsOf(base));
+  }
+}
+
+TEST_P(ModPowerVersusGmp, OddAndEvenModuli) {
+  Operands gen(11);
+  for (int i = 0; i < 300; ++i) {
+    const int bits = i < 250 ? 1 + static_cast<int>(gen.Next() % 1300) : 1024 * (1 + i % 4);
+    CBigInt n = gen.NonNegative(bits);
+    if (i % 2 == 0) n = n | CBigInt(1);
+    if (n < CBigInt(2)) n = CBigInt(3);
+    CBigInt base = gen.NonNegative(bits + 40);  // not always below the modulus
+    CheckAgainstGmp(base, gen.NonNegative(i < 250 ? 300 : bits), n, i % 4);
+  }
+}
+
+TEST_P(ModPowerVersusGmp, ModulusLengthsAroundTheProductSplitsAndEveryWindowWidth) {
+  // Odd moduli one limb either side of where products and squares split, so that the Montgomery
+  // steps take both forms; exponent lengths either side of each change of window width. The
+  // widest windows on a shorter modulus to keep the run short.
+  Operands gen(13);
+  int i = 0;
+  auto check = [&](int modulusBits, int eBits) {
+    const CBigInt n = gen.NonNegative(modulusBits) | CBigInt(1) | (CBigInt(1) << (modulusBits - 1));
+    const CBigInt e = gen.NonNegative(eBits) | (CBigInt(1) << (eBits - 1));
+    CheckAgainstGmp(gen.NonNegative(modulusBits), e, n, i++ % 4);
+  };
+  for (size_t t : {limbs::kKaratsubaThreshold, limbs::kKaratsubaSquareThreshold}) {
+    for (int n : {static_cast<int>(t) - 1, static_cast<int>(t), static_cast<int>(t) + 1}) {
+      for (int eBits : {24, 25, 96, 97, 384, 385}) check(n * limbs::kLimbBits, eBits);
+    }
+  }
+  for (int eBits : {1536, 1537}) check(512, eBits);
+}
 
 }  // namespace
