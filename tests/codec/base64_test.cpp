@@ -13,12 +13,13 @@ namespace {
 
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-std::string Text(Base64Coder& c) {
-  return c.GetText() ? std::string(c.GetText(), c.GetTextLength()) : "";
+std::string Str(const void* p, size_t n) {
+  return p ? std::string(static_cast<const char*>(p), n) : "(none)";
 }
-std::string Data(Base64Coder& c) {
-  return std::string(reinterpret_cast<const char*>(c.GetData()), c.GetDataLength());
-}
+// The first n bytes of two buffers, either of which may be missing.
+bool SameBytes(const void* a, const void* b, size_t n) { return a && b ? !std::memcmp(a, b, n) : a == b; }
+std::string Text(Base64Coder& c) { return Str(c.GetText(), c.GetTextLength()); }
+std::string Data(Base64Coder& c) { return Str(c.GetData(), c.GetDataLength()); }
 
 std::string Encoded(const std::string& bytes) {
   Base64Coder coder;
@@ -39,18 +40,14 @@ struct StepwiseCoder : Base64Coder {
   uint32_t DataCapacity() const { return m_nDataCapacity; }
 };
 
-TEST(Base64Encode, Rfc4648VectorsInOneLine) {
-  const char* const cases[][2] = {{"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},
-                                  {"foo", "Zm9v"},  {"foob", "Zm9vYg=="},  {"fooba", "Zm9vYmE="},
-                                  {"foobar", "Zm9vYmFy"}};
+TEST(Base64Encode, Rfc4648VectorsAndNoLineBreaks) {
+  const char* const cases[][2] = {{"f", "Zg=="},         {"fo", "Zm8="},
+                                  {"foo", "Zm9v"},       {"foob", "Zm9vYg=="},
+                                  {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
   for (const auto& c : cases) EXPECT_EQ(Encoded(c[0]), c[1]);
-  EXPECT_EQ(Encoded(std::string("\0\xff\xfe", 3)), "AP/+");
   Base64Coder coder;
   coder.EncodeString(std::string(10000, '\n').c_str());
-  EXPECT_EQ(std::strlen(coder.GetText()), 13336u);  // no line breaks, NUL-terminated
-  std::string want;
-  for (int i = 0; i < 3333; ++i) want += "CgoK";
-  EXPECT_EQ(Text(coder), want + "Cg==");
+  EXPECT_EQ(std::strlen(coder.GetText()), 13336u);  // one line, NUL-terminated
 }
 
 TEST(Base64Encode, EmptyOrNullInputAllocatesNothingOrClears) {
@@ -72,10 +69,8 @@ TEST(Base64Encode, EmptyOrNullInputAllocatesNothingOrClears) {
 // characters decode without complaint.
 TEST(Base64Decode, SkipsWhiteSpaceAndKeepsItsQuirks) {
   const std::pair<std::string, std::string> cases[] = {
-      {"Zm9v", "foo"},
       {" Z\tm\r\n9\x0b\x0c v\x07\x08", "foo"},
       {"Zg==", std::string("f\0\0", 3)},  // padding still counts three bytes
-      {"Zm8=", std::string("fo\0", 3)},
       {"Zg", std::string("f\0", 2)},  // an unpadded tail counts characters
       {"Zm8", std::string("fo\0", 3)},
       {"Zm9vZg", std::string("foof\0", 5)},
@@ -113,7 +108,6 @@ TEST(Base64Coder, BuffersGrowInPagesNeverShrinkAndAreClearedBehindTheData) {
   plain.EncodeString("abc");
   EXPECT_EQ(plain.GetData(), data);
   EXPECT_EQ(plain.GetText(), text);
-  EXPECT_EQ(std::string(plain.GetText(), 4), "YWJj");
   EXPECT_EQ(std::string(plain.GetText() + 4, 12284), std::string(12284, '\0'));
   EXPECT_EQ(std::string(reinterpret_cast<char*>(data) + 3, 8189), std::string(8189, '\0'));
 }
@@ -148,64 +142,57 @@ TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
   std::mt19937 rng(1234);
   Base64Coder plain;
   StepwiseCoder stepwise;
-  const char kMix[] = "ABCZaz09+/=*\xDA\xBD \t\r\n\x07\x0e\x1f\x80\xff\x06!";
-  // Compares the whole buffers, or in brief the part in use and the byte behind it.
-  auto compare = [&](const std::string& input, int op, const char* what, bool brief) {
-    const uint32_t length = uint32_t(input.size());
+  const std::string kOdd("+/=*\xDA\xBD \t\r\n\x07\x0e\x1f\x80\xff\x06!\0", 18);
+  const std::string kMix = "ABCZaz09" + kOdd;
+  // Both lengths and both buffers: whole, or in brief the part in use and the byte behind it.
+  auto same = [&](bool brief) {
+    const uint32_t data = brief ? stepwise.GetDataLength() + 1 : stepwise.DataCapacity();
+    const uint32_t text = brief ? stepwise.GetTextLength() + 1 : stepwise.TextCapacity();
+    return plain.GetDataLength() == stepwise.GetDataLength() &&
+           plain.GetTextLength() == stepwise.GetTextLength() &&
+           SameBytes(plain.GetData(), stepwise.GetData(), data) &&
+           SameBytes(plain.GetText(), stepwise.GetText(), text);
+  };
+  // Operations: encode, decode, decode the own text (at times with its NUL), encode the own data.
+  auto compare = [&](const std::string& input, int op, bool brief) {
     const std::mt19937 saved = rng;
     for (Base64Coder* c : {&plain, static_cast<Base64Coder*>(&stepwise)}) {
       rng = saved;
+      const uint32_t length = uint32_t(input.size());
       if (op == 0) c->Encode(reinterpret_cast<const unsigned char*>(input.data()), length);
       if (op == 1) c->Decode(input.data(), length);
       if (op == 2) c->Decode(c->GetText(), c->GetTextLength() + rng() % 2);
       if (op == 3) c->Encode(c->GetData(), c->GetDataLength());
     }
-    ASSERT_EQ(plain.GetDataLength(), stepwise.GetDataLength()) << what << length;
-    ASSERT_EQ(plain.GetTextLength(), stepwise.GetTextLength()) << what << length;
-    ASSERT_EQ(plain.GetData() == nullptr, stepwise.GetData() == nullptr);
-    ASSERT_EQ(plain.GetText() == nullptr, stepwise.GetText() == nullptr);
-    if (plain.GetData()) {
-      const uint32_t n = !brief ? stepwise.DataCapacity() : stepwise.GetDataLength() + 1;
-      ASSERT_EQ(std::memcmp(plain.GetData(), stepwise.GetData(), n), 0) << what << length;
-    }
-    if (plain.GetText()) {
-      const uint32_t n = !brief ? stepwise.TextCapacity() : stepwise.GetTextLength() + 1;
-      ASSERT_EQ(std::memcmp(plain.GetText(), stepwise.GetText(), n), 0) << what << length;
-    }
+    ASSERT_TRUE(same(brief)) << "operation " << op << ", length " << input.size();
   };
   for (uint32_t length = 1; length <= 100; ++length) {
     std::string input(length, '\0');
     for (char& c : input) c = char(rng());
-    ASSERT_NO_FATAL_FAILURE(compare(input, 0, "encode, length ", true));
+    ASSERT_NO_FATAL_FAILURE(compare(input, 0, true));
     for (char& c : input) c = kAlphabet[rng() % 64];
-    ASSERT_NO_FATAL_FAILURE(compare(input, 1, "clean decode, length ", true));
+    ASSERT_NO_FATAL_FAILURE(compare(input, 1, true));
     for (uint32_t at = 0; at < length; ++at) {
-      for (const char* odd = kMix + 8; *odd; ++odd) {
+      for (char odd : kOdd) {
         std::string one = input;
-        one[at] = *odd;
-        ASSERT_NO_FATAL_FAILURE(compare(one, 1, "decode, length ", true));
+        one[at] = odd;
+        ASSERT_NO_FATAL_FAILURE(compare(one, 1, true));
       }
     }
-    std::string nul = input;
-    nul[length / 2] = '\0';
-    ASSERT_NO_FATAL_FAILURE(compare(nul, 1, "decode with NUL, length ", true));
   }
   for (int round = 0; round < 400; ++round) {
     const uint32_t length = round % 50 == 7 ? (1u << 20) + rng() % 9000
                             : rng() % 3 == 0 ? rng() % 9000
                                              : rng() % 40;
-    std::string input(length, '\0');
     // Random bytes, specials only, clean text with odd specials, or mail lines of 76 + CR LF.
     const int kind = rng() % 4;
+    std::string input(length, '\0');
     for (char& c : input) {
-      c = kind == 0   ? char(rng())
-          : kind == 1 ? kMix[rng() % (sizeof kMix - 1)]
-          : rng() % 200 ? kAlphabet[rng() % 64]
-                        : kMix[rng() % (sizeof kMix - 1)];
+      c = kind == 0 ? char(rng())
+          : kind == 1 || rng() % 200 == 0 ? kMix[rng() % kMix.size()] : kAlphabet[rng() % 64];
     }
     for (uint32_t at = 76; kind == 3 && at + 1 < length; at += 78) input.replace(at, 2, "\r\n");
-    const int ops[] = {0, 1, 1, 2, 3};
-    ASSERT_NO_FATAL_FAILURE(compare(input, ops[rng() % 5], "random, length ", false));
+    ASSERT_NO_FATAL_FAILURE(compare(input, "01123"[rng() % 5] - '0', false));
   }
 }
 
