@@ -253,21 +253,12 @@ TEST_P(VersusGmp, TextInEveryRadix) {
       EXPECT_EQ(ToMpz(a).Str(-radix), text);
       EXPECT_EQ(a.GetString(radix), text) << "radix " << radix << ", " << count << " digits";
     }
-    for (int words : {t - 1, t, t + 1, 2 * t + 1, 4 * t + 1, 16 * t}) {
-      CBigInt a = gen.Words(words * kLimbWords);
-      EXPECT_EQ(a.GetString(radix), ToMpz(a).Str(-radix)) << "radix " << radix;
-    }
   }
-  // Long decimal text; a negative value's decimal text has its sign, the other radixes print the
-  // words unsigned.
+  // Long decimal text, and a long negative value's, which has its sign.
   const std::string text = RunText(gen, 10, 100000, 10);
   CBigInt a(text.c_str()), n = -gen.Words(16 * t * kLimbWords);
   EXPECT_EQ(a.GetString(), text);
   EXPECT_EQ(n.GetString(10), ToMpz(n).Str(10));
-  Mpz u;
-  mpz_setbit(u.v, 32u * n.m_nLength);
-  mpz_add(u.v, u.v, ToMpz(n).v);
-  EXPECT_EQ(n.GetString(7), u.Str(-7));
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -118,6 +118,7 @@ TEST(BigIntText, OutputForms) {
   EXPECT_STREQ(m1.GetString(10), "-1");
   EXPECT_STREQ(m1.GetString(16), "FFFFFFFF");
   EXPECT_STREQ(CBigInt(-255).GetString(8), "37777777401");
+  EXPECT_STREQ(CBigInt(-255).GetString(7), "211301421541");
   EXPECT_STREQ(CBigInt(12).GetString(1), "");
   EXPECT_STREQ(null.GetString(16), "Null");
   const char* own = m1.GetString();
