@@ -40,15 +40,89 @@ constexpr std::array<unsigned char, 256> MakeDecodeTable() {
 constexpr std::array<unsigned char, 256> kDecodeTable = MakeDecodeTable();
 
 // ---------------------------------------------------------------------------------------------
-// Tables of the direct path. They yield exactly what the group steps compute, only with fewer
-// operations: a group's three bytes are the OR of one entry per character.
+// The rules of the format, each written once. The group steps apply them one group at a time;
+// the direct path's tables are built from them at compile time, so both coders give the same
+// results by construction and a change to a rule reaches both.
+
+// The characters decoding ignores: bytes 7 to 13 and the space.
+constexpr bool Skipped(unsigned char c) { return (c >= 7 && c <= 13) || c == 32; }
+
+// The value character `c` enters the arithmetic with at `position` of its group. In a whole
+// group only positions 2 and 3 may hold padding, which counts as 0 there; positions 0 and 1 take
+// the table value as it is. In the tail of one to three characters any "=" counts as 0.
+constexpr unsigned char ValueAt(unsigned char c, int position, bool tail) {
+  const unsigned char v = kDecodeTable[c];
+  return v == kPad && (tail || position >= 2) ? 0 : v;
+}
+
+// Three bytes to four six-bit values.
+constexpr void Split(const unsigned char* b, unsigned char* out) {
+  const unsigned b0 = b[0], b1 = b[1], b2 = b[2];
+  out[0] = static_cast<unsigned char>(b0 >> 2);
+  out[1] = static_cast<unsigned char>(((b0 << 4) | (b1 >> 4)) & 63);
+  out[2] = static_cast<unsigned char>(((b1 << 2) | (b2 >> 6)) & 63);
+  out[3] = static_cast<unsigned char>(b2 & 63);
+}
+
+// Four six-bit values to three bytes, in 8-bit arithmetic. Each byte is the OR of one term per
+// value, which the direct path's decode tables rely on.
+constexpr void Join(const unsigned char* v, unsigned char* out) {
+  const unsigned s0 = v[0], s1 = v[1], s2 = v[2], s3 = v[3];
+  out[0] = static_cast<unsigned char>((s0 << 2) | ((s1 >> 4) & 3));
+  out[1] = static_cast<unsigned char>((s1 << 4) | ((s2 >> 2) & 15));
+  out[2] = static_cast<unsigned char>((s2 << 6) | (s3 & 63));
+}
+
+// The group of up to three bytes to encode.
+Base64Group BytesGroup(const unsigned char* data, uint32_t count) {
+  Base64Group group = {};
+  std::memcpy(group.byValues, data, count);
+  group.byCount = static_cast<unsigned char>(count);
+  return group;
+}
+
+// The group of four characters of a whole group.
+Base64Group WholeGroup(const char* chars) {
+  Base64Group group = {};
+  for (int k = 0; k < 4; ++k) {
+    group.byValues[k] = ValueAt(static_cast<unsigned char>(chars[k]), k, false);
+  }
+  group.byCount = 4;
+  return group;
+}
+
+// The group of the last one to three characters of a decode.
+Base64Group TailGroup(const char* chars, uint32_t count) {
+  Base64Group group = {};
+  for (uint32_t j = 0; j < count; ++j) {
+    group.byValues[j] = ValueAt(static_cast<unsigned char>(chars[j]), int(j), true);
+  }
+  group.byCount = static_cast<unsigned char>(count);
+  return group;
+}
+
+// Decodes the last one to three characters through `decodeGroup`, which writes three bytes at
+// `out`; returns how many of them count: as many as the characters, not the bytes they make.
+template <typename DecodeGroup>
+uint32_t DecodeTail(const char* chars, uint32_t count, unsigned char* out,
+                    DecodeGroup&& decodeGroup) {
+  decodeGroup(TailGroup(chars, count), out);
+  return count;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Tables of the direct path, built from the rules above: the same results with fewer operations.
 
 // Two characters for every 12-bit value, in memory order.
 constexpr std::array<uint16_t, 4096> MakePairTable() {
   std::array<uint16_t, 4096> table{};
   for (int n = 0; n < 4096; ++n) {
-    const uint16_t first = static_cast<unsigned char>(kAlphabet[n >> 6]);
-    const uint16_t second = static_cast<unsigned char>(kAlphabet[n & 63]);
+    const unsigned char bytes[3] = {static_cast<unsigned char>(n >> 4),
+                                    static_cast<unsigned char>((n & 15) << 4), 0};
+    unsigned char values[4] = {};
+    Split(bytes, values);
+    const uint16_t first = static_cast<unsigned char>(kAlphabet[values[0]]);
+    const uint16_t second = static_cast<unsigned char>(kAlphabet[values[1]]);
     table[n] = kLittleEndian ? uint16_t(first | (second << 8)) : uint16_t((first << 8) | second);
   }
   return table;
@@ -57,34 +131,35 @@ constexpr std::array<uint16_t, 4096> kPairTable = MakePairTable();
 
 // Places the three bytes of a group in a word so that storing the word in memory order puts
 // byte 0 first.
-constexpr uint32_t PlaceBytes(uint32_t b0, uint32_t b1, uint32_t b2) {
-  return kLittleEndian ? (b0 | (b1 << 8) | (b2 << 16)) : ((b0 << 24) | (b1 << 16) | (b2 << 8));
+constexpr uint32_t PlaceBytes(const unsigned char* b) {
+  return kLittleEndian ? (b[0] | (b[1] << 8) | (b[2] << 16))
+                       : ((uint32_t(b[0]) << 24) | (b[1] << 16) | (b[2] << 8));
 }
 
-// The contribution of the character at position k of a full group. Positions 0 and 1 take the
-// table value as it is, positions 2 and 3 read "=" as 0, as the full-group rule has it.
+// The contribution of the character at position k of a whole group: the group's three bytes are
+// the OR of one entry per character.
 struct GroupTables {
   std::array<uint32_t, 256> position[4];
 };
 constexpr GroupTables MakeGroupTables() {
   GroupTables t{};
-  for (int c = 0; c < 256; ++c) {
-    const uint32_t v = kDecodeTable[c];
-    const uint32_t w = v == kPad ? 0 : v;
-    t.position[0][c] = PlaceBytes((v << 2) & 0xFF, 0, 0);
-    t.position[1][c] = PlaceBytes((v >> 4) & 3, (v << 4) & 0xFF, 0);
-    t.position[2][c] = PlaceBytes(0, (w >> 2) & 15, (w << 6) & 0xFF);
-    t.position[3][c] = PlaceBytes(0, 0, w & 63);
+  for (int k = 0; k < 4; ++k) {
+    for (int c = 0; c < 256; ++c) {
+      unsigned char values[4] = {};
+      unsigned char bytes[3] = {};
+      values[k] = ValueAt(static_cast<unsigned char>(c), k, false);
+      Join(values, bytes);
+      t.position[k][c] = PlaceBytes(bytes);
+    }
   }
   return t;
 }
 constexpr GroupTables kGroupTables = MakeGroupTables();
 
-// 1 for the characters IsSkipped accepts.
+// 1 for the skipped characters.
 constexpr std::array<unsigned char, 256> MakeSkipTable() {
   std::array<unsigned char, 256> table{};
-  for (int c = 7; c <= 13; ++c) table[c] = 1;
-  table[32] = 1;
+  for (int c = 0; c < 256; ++c) table[c] = Skipped(static_cast<unsigned char>(c)) ? 1 : 0;
   return table;
 }
 constexpr std::array<unsigned char, 256> kSkipTable = MakeSkipTable();
@@ -108,18 +183,6 @@ void Prepare(T*& buffer, uint32_t& capacity, uint32_t& length, uint32_t size) {
   Reserve(buffer, capacity, size);
   if (buffer != nullptr) std::memset(buffer, 0, capacity);
   length = 0;
-}
-
-// The group of the last one to three characters of a decode. Here any "=" counts as 0, in
-// whichever position it stands.
-Base64Group TailGroup(const char* chars, uint32_t count) {
-  Base64Group group = {};
-  for (uint32_t j = 0; j < count; ++j) {
-    const unsigned char v = kDecodeTable[static_cast<unsigned char>(chars[j])];
-    group.byValues[j] = v == kPad ? 0 : v;
-    ++group.byCount;
-  }
-  return group;
 }
 
 // Clears a buffer behind what is in use. Large stretches are cleared past the cache.
@@ -210,25 +273,14 @@ int32_t Base64Coder::DecodeGroup(const Base64Group& group, unsigned char* out) {
 }
 
 void Base64Coder::SplitGroup(unsigned char* out, const Base64Group& group) {
-  const unsigned b0 = group.byValues[0], b1 = group.byValues[1], b2 = group.byValues[2];
-  out[0] = static_cast<unsigned char>(b0 >> 2);
-  out[1] = static_cast<unsigned char>(((b0 << 4) | (b1 >> 4)) & 63);
-  out[2] = static_cast<unsigned char>(((b1 << 2) | (b2 >> 6)) & 63);
-  out[3] = static_cast<unsigned char>(b2 & 63);
+  Split(group.byValues, out);
 }
 
 void Base64Coder::JoinGroup(unsigned char* out, const Base64Group& group) {
-  const unsigned s0 = group.byValues[0], s1 = group.byValues[1], s2 = group.byValues[2],
-                 s3 = group.byValues[3];
-  out[0] = static_cast<unsigned char>((s0 << 2) | ((s1 >> 4) & 3));
-  out[1] = static_cast<unsigned char>((s1 << 4) | ((s2 >> 2) & 15));
-  out[2] = static_cast<unsigned char>((s2 << 6) | (s3 & 63));
+  Join(group.byValues, out);
 }
 
-bool Base64Coder::IsSkipped(char c) {
-  const unsigned char u = static_cast<unsigned char>(c);
-  return (u >= 7 && u <= 13) || u == 32;
-}
+bool Base64Coder::IsSkipped(char c) { return Skipped(static_cast<unsigned char>(c)); }
 
 // ---------------------------------------------------------------------------------------------
 // Encoding and decoding through the steps. A derived class may have replaced any of them, so
@@ -247,10 +299,7 @@ void Base64Coder::Encode(const unsigned char* data, uint32_t length) {
   PrepareText(2 * length);  // at least 4096 and thus room for 4 characters per 3 bytes
   for (uint32_t i = 0; i < length; i += 3) {
     const uint32_t count = length - i < 3 ? length - i : 3;
-    Base64Group group = {};
-    std::memcpy(group.byValues, m_pData + i, count);
-    group.byCount = static_cast<unsigned char>(count);
-    EncodeGroup(group, m_pszText + m_nTextLength);
+    EncodeGroup(BytesGroup(m_pData + i, count), m_pszText + m_nTextLength);
     m_nTextLength += 4;
   }
 }
@@ -266,22 +315,14 @@ void Base64Coder::Decode(const char* text, uint32_t length) {
   PrepareData(length);  // the unfiltered length: never less than the filtered one
   uint32_t i = 0;
   for (; i + 4 <= m_nTextLength; i += 4) {
-    Base64Group group = {};
-    for (int k = 0; k < 4; ++k) {
-      group.byValues[k] = kDecodeTable[static_cast<unsigned char>(m_pszText[i + k])];
-    }
-    // Only the last two positions may hold padding; the first two enter the arithmetic as they
-    // are.
-    if (group.byValues[2] == kPad) group.byValues[2] = 0;
-    if (group.byValues[3] == kPad) group.byValues[3] = 0;
-    group.byCount = 4;
-    DecodeGroup(group, m_pData + m_nDataLength);
+    DecodeGroup(WholeGroup(m_pszText + i), m_pData + m_nDataLength);
     m_nDataLength += 3;
   }
   if (i < m_nTextLength) {
-    DecodeGroup(TailGroup(m_pszText + i, m_nTextLength - i), m_pData + m_nDataLength);
-    // The tail counts its characters, not the bytes they make.
-    m_nDataLength += m_nTextLength - i;
+    m_nDataLength += DecodeTail(m_pszText + i, m_nTextLength - i, m_pData + m_nDataLength,
+                                [this](const Base64Group& g, unsigned char* out) {
+                                  DecodeGroup(g, out);
+                                });
   }
 }
 
@@ -364,10 +405,7 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
   }
   if (whole < length) {
     std::memcpy(m_pData + whole, data + whole, length - whole);
-    Base64Group group = {};
-    std::memcpy(group.byValues, data + whole, length - whole);
-    group.byCount = static_cast<unsigned char>(length - whole);
-    Base64Coder::EncodeGroup(group, m_pszText + textLength);
+    Base64Coder::EncodeGroup(BytesGroup(data + whole, length - whole), m_pszText + textLength);
     textLength += 4;
   }
   if (stream) kernels.streamFence();
@@ -446,10 +484,12 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   m_nTextLength = textLength;
   m_nDataLength = dataLength;
   if (waiting != 0) {
-    // The group writes three bytes but counts as many as its characters; the uncounted ones
-    // are zero. The data buffer, larger than the unfiltered input, has room for all three.
-    Base64Coder::DecodeGroup(TailGroup(filtered, waiting), m_pData + m_nDataLength);
-    m_nDataLength += waiting;
+    // The data buffer, larger than the unfiltered input, has room for all three bytes; the
+    // uncounted ones are zero.
+    m_nDataLength += DecodeTail(filtered, waiting, m_pData + m_nDataLength,
+                                [this](const Base64Group& g, unsigned char* out) {
+                                  Base64Coder::DecodeGroup(g, out);
+                                });
   }
   ClearFrom(kernels, m_pszText, m_nTextCapacity, m_nTextLength);
   ClearFrom(kernels, m_pData, m_nDataCapacity, m_nDataLength);

@@ -18,12 +18,8 @@ class Base64PathTest : public ::testing::TestWithParam<deskaid::base64::Path> {
 };
 
 inline std::string Base64PathName(const ::testing::TestParamInfo<deskaid::base64::Path>& info) {
-  switch (info.param) {
-    case deskaid::base64::Path::kScalar: return "Scalar";
-    case deskaid::base64::Path::kSsse3: return "Ssse3";
-    case deskaid::base64::Path::kAvx2: return "Avx2";
-  }
-  return "Unknown";
+  const char* const names[] = {"Scalar", "Ssse3", "Avx2"};
+  return names[static_cast<int>(info.param)];
 }
 
 #define DESKAID_EVERY_BASE64_PATH(suite)                                                       \

@@ -1,187 +1,190 @@
-// Differential tests against GMP wherever CBigInt's defined behaviour is exact arithmetic.
+// Differential tests against GMP wherever CBigInt's and CModPower's defined behaviour is exact
+// arithmetic, each run with the plain and with the wide (BMI2/ADX) multiply rows.
+#include <gmp.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <random>
 #include <string>
 #include <vector>
 
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/internal/limb_kernels.h>
-#include "math/gmp_oracle.h"
+#include <deskaid/math/modpower.h>
 
 namespace {
 
-using mathtest::Mpz;
-using mathtest::Operands;
-using mathtest::ToMpz;
 namespace limbs = deskaid::limbs;
 
-DESKAID_ROWS_SUITE(BigIntVersusGmp);
-
-constexpr int kMaxBits = 4096;
-constexpr int kRounds = 1500;
-
-#define EXPECT_SAME(big, oracle)                                              \
-  do {                                                                        \
-    Mpz got_ = ToMpz(big);                                                    \
-    EXPECT_EQ(mpz_cmp(got_.v, (oracle).v), 0)                                \
-        << "got " << got_.Str(16) << "\nwant " << (oracle).Str(16);           \
-  } while (0)
-
-int g_cases = 0;
-
-struct Report {
-  ~Report() { std::printf("differential cases run: %d\n", g_cases); }
-} g_report;
-
-TEST_P(BigIntVersusGmp, SumsAndDifferencesOfNonNegativeValues) {
-  Operands gen(1);
-  for (int i = 0; i < kRounds; ++i, g_cases += 2) {
-    CBigInt a = gen.NonNegative(kMaxBits), b = gen.NonNegative(kMaxBits);
-    Mpz s, d;
-    mpz_add(s.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_sub(d.v, ToMpz(a).v, ToMpz(b).v);
-    EXPECT_SAME(a + b, s);
-    EXPECT_SAME(a - b, d);
+// RAII holder of an mpz_t.
+struct Mpz {
+  mpz_t v;
+  Mpz() { mpz_init(v); }
+  Mpz(const Mpz& o) { mpz_init_set(v, o.v); }
+  ~Mpz() { mpz_clear(v); }
+  Mpz& operator=(const Mpz& o) = delete;
+  std::string Str(int base = 10) const {
+    std::vector<char> b(mpz_sizeinbase(v, base < 0 ? -base : base) + 2);
+    return mpz_get_str(b.data(), base, v);
   }
+};
+
+// The two's-complement value of a CBigInt's words, read without any of CBigInt's own arithmetic.
+Mpz ToMpz(const CBigInt& x) {
+  Mpz r, wrap;
+  mpz_import(r.v, x.m_nLength, -1, 4, 0, 0, x.m_pData);
+  if (x.IsNegative()) mpz_setbit(wrap.v, 32u * x.m_nLength);
+  mpz_sub(r.v, r.v, wrap.v);
+  return r;
 }
 
-TEST_P(BigIntVersusGmp, ProductsOfAnySign) {
-  Operands gen(2);
-  for (int i = 0; i < kRounds; ++i, g_cases += 3) {
-    CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
-    const uint32_t f = gen.Next();
-    Mpz p, q, sq;
-    mpz_mul(p.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_mul_ui(q.v, ToMpz(a).v, f);
-    mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
-    EXPECT_SAME(a * b, p);
-    EXPECT_SAME(a * f, q);
-    EXPECT_SAME(a * a, sq);
-  }
+::testing::AssertionResult Same(const CBigInt& got, const Mpz& want) {
+  const Mpz g = ToMpz(got);
+  if (mpz_cmp(g.v, want.v) == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16);
 }
 
-TEST_P(BigIntVersusGmp, TruncatingDivisionOfAnySign) {
-  Operands gen(3);
-  for (int i = 0; i < kRounds; ++i, g_cases += 4) {
-    CBigInt a = gen.Signed(2 * kMaxBits), b = gen.Signed(kMaxBits);
-    Mpz q, r;
-    mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
-    EXPECT_SAME(a / b, q);
-    EXPECT_SAME(a % b, r);
-    const int32_t s = static_cast<int32_t>(gen.Next() | 1);
-    Mpz qs, rs, ds;
-    mpz_set_si(ds.v, s);
-    mpz_tdiv_qr(qs.v, rs.v, ToMpz(a).v, ds.v);
-    EXPECT_SAME(a / s, qs);
-    EXPECT_SAME(a % s, rs);
+// Random values with runs of 0 and 1 words to reach carries.
+class Operands {
+ public:
+  explicit Operands(uint32_t seed) : m_rng(seed) {}
+  uint32_t Next() { return static_cast<uint32_t>(m_rng()); }
+  // A non-negative value of exactly `words` words below the sign word, its top bit at `top`, by
+  // default one of the top eight places (so a divisor's normalising shift varies).
+  CBigInt Words(int words, int top = -1) {
+    std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
+    for (int i = 0; i < words; ++i) {
+      const uint32_t kind = Next() % 4;
+      w[i] = kind == 0 ? 0xFFFFFFFFu : kind == 1 ? 0 : Next();
+    }
+    if (top < 0) top = 31 - static_cast<int>(Next() % 8);
+    w[words - 1] = (w[words - 1] & ((1u << top) - 1)) | (1u << top);
+    CBigInt r(w.data(), words + 1);
+    r.Normalize();
+    return r;
   }
+  // 1..maxBits bits, small sizes and the full range equally often; the top bit is set.
+  CBigInt NonNegative(int maxBits) {
+    const int bits = 1 + static_cast<int>(Next() % 2 ? Next() % 96 : Next() % maxBits);
+    return Words((bits + 31) / 32, (bits - 1) % 32);
+  }
+  CBigInt Signed(int maxBits) {
+    const CBigInt r = NonNegative(maxBits);
+    return Next() % 2 ? -r : r;
+  }
+
+ private:
+  std::mt19937_64 m_rng;
+};
+
+// Each test runs with the plain multiply rows and with the wide ones.
+class VersusGmp : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (limbs::UseWideRows(GetParam()) != GetParam()) GTEST_SKIP() << "no BMI2 and ADX";
+  }
+  void TearDown() override { limbs::UseWideRows(true); }
+};
+INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "WideRows" : "PlainRows"; });
+
+// ---------------------------------------------------------------------------------------------
+// Each operation on random operands.
+
+constexpr int kBits = 4096;
+constexpr int kLimbWords = limbs::kWordsPerLimb;
+
+int32_t Int(const CBigInt& b) { return static_cast<int32_t>(static_cast<int64_t>(b)); }
+// A right shift below the bit length of |a|, so within a's words.
+unsigned long Inside(const Mpz& a, const Mpz& b) {
+  return mpz_get_ui(b.v) % mpz_sizeinbase(a.v, 2);
+}
+// The comparisons' outcomes as bits, from c = cmp(a, b) as Order(c, 0). `==`, `<=` and `>=` read
+// the left operand's words only and are exact when it is not the shorter; `<` and `>` either way.
+template <typename T, typename U>
+int Order(const T& a, const U& b) {
+  return (a < b) | (a > b) << 1 | (a <= b) << 2 | (a >= b) << 3 | (a == b) << 4 | (b < a) << 5 |
+         (b > a) << 6;
+}
+// Text of a non-negative value in a radix, read back; -1 if the text differs from GMP's.
+CBigInt TextBothWays(CBigInt a, int radix) {
+  const std::string text = a.GetString(radix);
+  CBigInt back;
+  back.Parse(text.c_str(), radix);
+  return text == ToMpz(a).Str(-radix) ? back : CBigInt(-1);
 }
 
-TEST_P(BigIntVersusGmp, BitwiseOperationsAndShifts) {
-  Operands gen(4);
-  for (int i = 0; i < kRounds; ++i, g_cases += 5) {
-    CBigInt a = gen.Signed(kMaxBits), b = gen.Signed(kMaxBits);
-    Mpz x, y, z;
-    mpz_and(x.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_ior(y.v, ToMpz(a).v, ToMpz(b).v);
-    mpz_xor(z.v, ToMpz(a).v, ToMpz(b).v);
-    EXPECT_SAME(a & b, x);
-    EXPECT_SAME(a | b, y);
-    EXPECT_SAME(a ^ b, z);
-    const int left = static_cast<int>(gen.Next() % 300);
-    const int right = static_cast<int>(gen.Next() % (32 * a.m_nLength));
-    Mpz l, r;
-    mpz_mul_2exp(l.v, ToMpz(a).v, left);
-    mpz_fdiv_q_2exp(r.v, ToMpz(a).v, right);
-    EXPECT_SAME(a << left, l);
-    EXPECT_SAME(a >> right, r);
-  }
+// Operand generators; the second operand's sees the first.
+using Generator = CBigInt (*)(Operands&, const CBigInt&);
+CBigInt NonNegative(Operands& g, const CBigInt&) { return g.NonNegative(kBits); }
+CBigInt Signed(Operands& g, const CBigInt&) { return g.Signed(kBits); }
+CBigInt Long(Operands& g, const CBigInt&) { return g.Signed(2 * kBits); }
+CBigInt Short(Operands& g, const CBigInt&) { return g.Signed(kBits / 8); }
+CBigInt Word(Operands& g, const CBigInt&) { return CBigInt(g.Next()); }
+CBigInt Int31(Operands& g, const CBigInt&) { return CBigInt(static_cast<int32_t>(g.Next() | 1)); }
+CBigInt Count(Operands& g, const CBigInt&) { return CBigInt(g.Next() % 4096); }
+CBigInt NoLonger(Operands& g, const CBigInt& a) {
+  CBigInt b = a;
+  if (g.Next() % 4) do b = g.Signed(kBits / 8); while (b.m_nLength > a.m_nLength);
+  return b;
 }
 
-TEST_P(BigIntVersusGmp, Comparisons) {
-  Operands gen(5);
-  for (int i = 0; i < kRounds; ++i, g_cases += 5) {
-    CBigInt a = gen.Signed(kMaxBits / 8);
-    CBigInt b = gen.Next() % 4 ? gen.Signed(kMaxBits / 8) : a;
-    const int c = mpz_cmp(ToMpz(a).v, ToMpz(b).v);
-    EXPECT_EQ(a < b, c < 0);
-    EXPECT_EQ(a > b, c > 0);
-    EXPECT_EQ(a <= b, c <= 0);
-    EXPECT_EQ(a >= b, c >= 0);
-    // `==` reads the left operand's words only, exact when it is not the shorter one.
-    const CBigInt& longer = a.m_nLength >= b.m_nLength ? a : b;
-    const CBigInt& other = &longer == &a ? b : a;
-    EXPECT_EQ(longer == other, c == 0);
-  }
+#define OURS(...) []([[maybe_unused]] const CBigInt& a, [[maybe_unused]] const CBigInt& b) { \
+  return CBigInt(__VA_ARGS__);                                                                \
 }
+#define GMP(...) [](Mpz& r, const Mpz& a, [[maybe_unused]] const Mpz& b) { __VA_ARGS__; }
 
-TEST_P(BigIntVersusGmp, TextInEveryRadixBothWays) {
-  Operands gen(6);
-  for (int i = 0; i < kRounds; ++i, g_cases += 2) {
-    CBigInt a = gen.NonNegative(kMaxBits);
-    const int radix = 2 + i % 35;
-    const Mpz m = ToMpz(a);
-    const std::string want = mpz_sgn(m.v) ? m.Str(-radix) : "";  // upper case; zero prints empty
-    EXPECT_EQ(a.GetString(radix), want) << "radix " << radix;
-    CBigInt back;
-    back.Parse(want.c_str(), radix);
-    EXPECT_SAME(back, m);
-  }
-  for (int i = 0; i < 200; ++i, ++g_cases) {
-    CBigInt a = -gen.NonNegative(kMaxBits);
-    EXPECT_EQ(a.GetString(10), ToMpz(a).Str(10));
-  }
-}
+const struct Operation {
+  const char* name;
+  Generator a, b;
+  CBigInt (*ours)(const CBigInt& a, const CBigInt& b);
+  void (*gmp)(Mpz& r, const Mpz& a, const Mpz& b);
+} kOperations[] = {
+    {"Sum", NonNegative, NonNegative, OURS(a + b), GMP(mpz_add(r.v, a.v, b.v))},
+    {"Difference", NonNegative, NonNegative, OURS(a - b), GMP(mpz_sub(r.v, a.v, b.v))},
+    {"Product", Signed, Signed, OURS(a * b), GMP(mpz_mul(r.v, a.v, b.v))},
+    {"Square", Signed, Signed, OURS(a * a), GMP(mpz_mul(r.v, a.v, a.v))},
+    {"ProductByWord", Signed, Word, OURS(a * b.m_pData[0]), GMP(mpz_mul(r.v, a.v, b.v))},
+    {"Quotient", Long, Signed, OURS(a / b), GMP(mpz_tdiv_q(r.v, a.v, b.v))},
+    {"Remainder", Long, Signed, OURS(a % b), GMP(mpz_tdiv_r(r.v, a.v, b.v))},
+    {"QuotientByInt", Long, Int31, OURS(a / Int(b)), GMP(mpz_tdiv_q(r.v, a.v, b.v))},
+    {"RemainderByInt", Long, Int31, OURS(a % Int(b)), GMP(mpz_tdiv_r(r.v, a.v, b.v))},
+    {"And", Signed, Signed, OURS(a & b), GMP(mpz_and(r.v, a.v, b.v))},
+    {"Or", Signed, Signed, OURS(a | b), GMP(mpz_ior(r.v, a.v, b.v))},
+    {"Xor", Signed, Signed, OURS(a ^ b), GMP(mpz_xor(r.v, a.v, b.v))},
+    {"LeftShift", Signed, Count, OURS(a << Int(b)),
+     GMP(mpz_mul_2exp(r.v, a.v, mpz_get_ui(b.v)))},
+    {"RightShift", Signed, Count, OURS(a >> int(Inside(ToMpz(a), ToMpz(b)))),
+     GMP(mpz_fdiv_q_2exp(r.v, a.v, Inside(a, b)))},
+    {"Comparisons", Short, NoLonger, OURS(Order(a, b)),
+     GMP(mpz_set_ui(r.v, Order(mpz_cmp(a.v, b.v), 0)))},
+    {"TextBothWays", NonNegative, Count, OURS(TextBothWays(a, 2 + Int(b) % 35)),
+     GMP(mpz_set(r.v, a.v))},
+};
 
-TEST_P(BigIntVersusGmp, LongDecimalText) {
-  Operands gen(7);
-  for (int digits : {1000, 20000, 100000}) {
-    ++g_cases;
-    std::string text(digits, '0');
-    for (auto& c : text) c = static_cast<char>('0' + gen.Next() % 10);
-    text[0] = '7';
-    CBigInt a(text.c_str());
-    Mpz m;
-    mpz_set_str(m.v, text.c_str(), 10);
-    EXPECT_SAME(a, m);
-    EXPECT_EQ(a.GetString(), text);
+TEST_P(VersusGmp, EachOperationOnRandomOperands) {
+  for (const Operation& op : kOperations) {
+    Operands gen(static_cast<uint32_t>(&op - kOperations));
+    for (int i = 0; i < 1500; ++i) {
+      const CBigInt a = op.a(gen, CBigInt()), b = op.b(gen, a);
+      Mpz want;
+      op.gmp(want, ToMpz(a), ToMpz(b));
+      ASSERT_TRUE(Same(op.ours(a, b), want))
+          << op.name << ": a " << ToMpz(a).Str(16) << " b " << ToMpz(b).Str(16);
+    }
   }
 }
 
 // ---------------------------------------------------------------------------------------------
-// Sizes around the points where division and text conversion change method.
-
-constexpr int kLimbWords = limbs::kWordsPerLimb;
-
-// A non-negative value of exactly `words` words below the sign word, its top bit at one of the
-// top eight places (so the divisor's normalising shift varies), with runs of 0 and 1 words.
-CBigInt ExactWords(Operands& gen, int words) {
-  std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
-  for (int i = 0; i < words; ++i) w[i] = gen.Word();
-  const int top = 31 - static_cast<int>(gen.Next() % 8);
-  w[words - 1] = (w[words - 1] & ((1u << top) - 1)) | (1u << top);
-  CBigInt r(w.data(), words + 1);
-  r.Normalize();
-  return r;
-}
-
-CBigInt FromMpz(const Mpz& m) {
-  CBigInt r;
-  r.Parse(m.Str(16).c_str(), 16);
-  r.Normalize();
-  return r;
-}
+// Sizes around the points where multiplication, division and text conversion change method.
 
 void ExpectDivision(const CBigInt& a, const CBigInt& b) {
   Mpz q, r;
   mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
-  EXPECT_SAME(a / b, q);
-  EXPECT_SAME(a % b, r);
-  g_cases += 2;
+  EXPECT_TRUE(Same(a / b, q));
+  EXPECT_TRUE(Same(a % b, r));
 }
 
-TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
+TEST_P(VersusGmp, Division) {
   Operands gen(8);
   const int t = static_cast<int>(limbs::kDivideRecursionThreshold);
   // Divisor and quotient lengths in limbs: one limb a step, the split, several splits, quotients
@@ -189,61 +192,37 @@ TEST_P(BigIntVersusGmp, DivisionAroundTheSplitThreshold) {
   for (int dl : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 3 * t + 5}) {
     for (int ql : {1, t / 2 - 1, t / 2, t - 1, dl - 1, dl, dl + 1, 2 * dl + t / 2 + 3}) {
       for (int k = 0; k < 2; ++k) {
-        CBigInt b = ExactWords(gen, dl * kLimbWords - k);
-        CBigInt a = ExactWords(gen, (dl + ql) * kLimbWords - k);
+        const CBigInt b = gen.Words(dl * kLimbWords - k);
+        const CBigInt a = gen.Words((dl + ql) * kLimbWords - k);
         ExpectDivision(gen.Next() % 2 ? -a : a, gen.Next() % 2 ? -b : b);
-        // Largest remainder and an exact multiple: every correction step at its limit.
-        Mpz m, q;
-        mpz_tdiv_q(q.v, ToMpz(a).v, ToMpz(b).v);
-        mpz_mul(m.v, q.v, ToMpz(b).v);
-        ExpectDivision(FromMpz(m), b);
-        mpz_add(m.v, m.v, ToMpz(b).v);
-        mpz_sub_ui(m.v, m.v, 1);
-        ExpectDivision(FromMpz(m), b);
-        // Dividends whose top words equal the divisor's, and b * 2^k - 1, whose partial
+        // Each correction step at its limit: an exact multiple of b and the largest remainder;
+        // then a dividend whose top words equal the divisor's, and b * 2^k - 1, whose partial
         // remainders are all b - 1: estimates from the divisor's top words overflow.
-        Mpz top;
-        mpz_mul_2exp(top.v, ToMpz(b).v, 32 * ql * kLimbWords);
-        mpz_add(m.v, top.v, ToMpz(a).v);
-        ExpectDivision(FromMpz(m), b);
-        mpz_sub_ui(top.v, top.v, 1);
-        ExpectDivision(FromMpz(top), b);
+        const CBigInt m = a / b * b, top = b << (32 * ql * kLimbWords), one(1);
+        for (const CBigInt& x : {m, m + b - one, top + a, top - one}) ExpectDivision(x, b);
       }
     }
   }
 }
 
-TEST_P(BigIntVersusGmp, ProductsAndSquaresAroundTheSplitThresholds) {
+TEST_P(VersusGmp, ProductsAndSquares) {
   Operands gen(10);
   for (size_t threshold : {limbs::kKaratsubaThreshold, limbs::kKaratsubaSquareThreshold,
                            limbs::kToom3Threshold, limbs::kToom3SquareThreshold}) {
     const int t = static_cast<int>(threshold);
     for (int n : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 4 * t + 3}) {
-      CBigInt a = ExactWords(gen, n * kLimbWords), b = ExactWords(gen, n * kLimbWords - 1);
-      CBigInt c = ExactWords(gen, (3 * n + 1) * kLimbWords);  // unbalanced
-      Mpz sq, ab, ac;
-      mpz_mul(sq.v, ToMpz(a).v, ToMpz(a).v);
-      mpz_mul(ab.v, ToMpz(a).v, ToMpz(b).v);
-      mpz_mul(ac.v, ToMpz(a).v, ToMpz(c).v);
-      EXPECT_SAME(a * a, sq);
-      EXPECT_SAME(a * b, ab);
-      mpz_neg(ac.v, ac.v);
-      EXPECT_SAME(-a * c, ac);
-      g_cases += 3;
+      const CBigInt a = gen.Words(n * kLimbWords), b = gen.Words(n * kLimbWords - 1);
+      const CBigInt c = -gen.Words((3 * n + 1) * kLimbWords);  // unbalanced
+      for (const CBigInt* x : {&a, &b, &c}) {  // a * a squares
+        Mpz p;
+        mpz_mul(p.v, ToMpz(a).v, ToMpz(*x).v);
+        EXPECT_TRUE(Same(a * *x, p));
+      }
     }
   }
 }
 
-// Digits of `radix` in one limb of the fast kernels.
-int DigitsPerLimb(int radix) {
-  const limbs::Limb max = ~static_cast<limbs::Limb>(0);
-  limbs::Limb big = static_cast<limbs::Limb>(radix);
-  int k = 1;
-  for (; big <= max / radix; ++k) big *= radix;
-  return k;
-}
-
-// Text of `count` digits in runs: zeros, the highest digit, or random digits, each run up to
+// Text of `count` digits in runs of zeros, the highest digit or random digits, each run up to
 // `maxRun` long, so that chunk and split borders fall inside runs of zeros.
 std::string RunText(Operands& gen, int radix, int count, int maxRun) {
   const char* digits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -258,34 +237,59 @@ std::string RunText(Operands& gen, int radix, int count, int maxRun) {
   return s;
 }
 
-TEST_P(BigIntVersusGmp, TextAroundTheSplitThresholdInEveryRadix) {
+TEST_P(VersusGmp, TextInEveryRadix) {
   Operands gen(9);
   const int t = static_cast<int>(limbs::kTextSplitLimbs);
   for (int radix = 2; radix <= 36; ++radix) {
-    const int d = DigitsPerLimb(radix) * t;
+    // A limb holds one digit fewer than the largest limb value has: d digits make t limbs.
+    Mpz max;
+    mpz_setbit(max.v, limbs::kLimbBits);
+    mpz_sub_ui(max.v, max.v, 1);
+    const int d = static_cast<int>(max.Str(radix).size() - 1) * t;
     for (int count : {d - 1, d, d + 1, 2 * d - 1, 2 * d + 1, 4 * d + 3, 9 * d}) {
       const std::string text = RunText(gen, radix, count, 2 * d);
       CBigInt a;
       a.Parse(("0" + text).c_str(), radix);  // a leading zero digit changes nothing
-      Mpz m;
-      mpz_set_str(m.v, text.c_str(), radix);
-      EXPECT_SAME(a, m);
+      EXPECT_EQ(ToMpz(a).Str(-radix), text);
       EXPECT_EQ(a.GetString(radix), text) << "radix " << radix << ", " << count << " digits";
-      g_cases += 2;
-    }
-    for (int words : {t - 1, t, t + 1, 2 * t + 1, 4 * t + 1, 16 * t}) {
-      CBigInt a = ExactWords(gen, words * kLimbWords);
-      EXPECT_EQ(a.GetString(radix), ToMpz(a).Str(-radix)) << "radix " << radix;
-      ++g_cases;
     }
   }
-  // A negative value's decimal text has its sign; the other radixes print the words unsigned.
-  const CBigInt n = -ExactWords(gen, 16 * t * kLimbWords);
-  EXPECT_EQ(std::string(CBigInt(n).GetString(10)), ToMpz(n).Str(10));
-  Mpz u;
-  mpz_import(u.v, n.m_nLength, -1, 4, 0, 0, n.m_pData);
-  EXPECT_EQ(std::string(CBigInt(n).GetString(7)), u.Str(-7));
-  g_cases += 2;
+  // Long decimal text, and a long negative value's, which has its sign.
+  const std::string text = RunText(gen, 10, 100000, 10);
+  CBigInt a(text.c_str()), n = -gen.Words(16 * t * kLimbWords);
+  EXPECT_EQ(a.GetString(), text);
+  EXPECT_EQ(n.GetString(10), ToMpz(n).Str(10));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Modular powers of non-negative bases, including the base written back.
+
+std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }
+
+// The base comes back squared once for each of the exponent's bits but the top one. An odd
+// modulus takes the Montgomery route; the plain route of its negation must leave the same words.
+TEST_P(VersusGmp, ModularPowersOfNonNegativeBases) {
+  Operands gen(11);
+  for (int i = 0; i < 300; ++i) {
+    const int bits = i < 250 ? 1 + static_cast<int>(gen.Next() % 1300) : 1024 * (1 + i % 5);
+    CBigInt n = gen.NonNegative(bits);
+    if (i % 2 == 0) n = n | CBigInt(1);
+    if (n < CBigInt(2)) n = CBigInt(3);
+    const CBigInt base0 = gen.NonNegative(bits + 40), e = gen.NonNegative(i < 250 ? 300 : bits);
+    CModPower power, plain;
+    CBigInt base = base0, plainBase = base0;
+    const CBigInt result = power.Transform(base, e, n);
+    Mpz want, squarings;
+    mpz_powm(want.v, ToMpz(base0).v, ToMpz(e).v, ToMpz(n).v);
+    EXPECT_TRUE(Same(result, want)) << "n " << ToMpz(n).Str(16);
+    mpz_setbit(squarings.v, mpz_sizeinbase(ToMpz(e).v, 2) - 1);
+    mpz_powm(want.v, ToMpz(base0).v, squarings.v, ToMpz(n).v);
+    EXPECT_TRUE(Same(base, mpz_cmp_ui(squarings.v, 1) ? want : ToMpz(base0)));  // 1: left alone
+    if (n.m_pData[0] % 2 && bits <= 1300) {
+      EXPECT_EQ(WordsOf(plain.Transform(plainBase, e, -n)), WordsOf(result));
+      EXPECT_EQ(WordsOf(plainBase), WordsOf(base));
+    }
+  }
 }
 
 }  // namespace
