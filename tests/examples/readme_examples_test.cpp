@@ -20,7 +20,6 @@ namespace {
 TEST(ReadmeExamples, LogAndTrace) {
   ScratchDir dir;
   const std::string logPath = dir.PathOf("app.log");
-  fs::remove(logPath);
   uint32_t address = 0x0040121A;
   // README: log
   g_LogWriter.Open(logPath.c_str(), 1 << 20, /*encipher=*/1, /*dropPercent=*/20);
@@ -31,13 +30,11 @@ TEST(ReadmeExamples, LogAndTrace) {
   uint32_t month = 0, day = 0;
   EXPECT_TRUE(ReadLogStamp(logPath.c_str(), month, day));
   EXPECT_GT(fs::file_size(logPath), 74u);
-  fs::remove(logPath);
 }
 
 TEST(ReadmeExamples, Export) {
   ScratchDir dir;
   const std::string logPath = dir.PathOf("export.log"), textPath = dir.PathOf("export.txt");
-  fs::remove(logPath);
   CLogWriter writer;
   writer.Open(logPath.c_str(), 0xFFFFFFFF, 1, 20);
   writer.WriteFormat(LOG_LEVEL_4, 0, "%s", "disk full");
@@ -57,9 +54,6 @@ TEST(ReadmeExamples, Export) {
   std::getline(text, line);
   EXPECT_EQ(line.substr(0, 2), "4 ");
   EXPECT_NE(line.find("\tdisk full"), std::string::npos);
-  text.close();
-  fs::remove(logPath);
-  fs::remove(textPath);
 }
 
 TEST(ReadmeExamples, Symbols) {
@@ -139,7 +133,6 @@ TEST(ReadmeExamples, Md5AndBase64) {
   EXPECT_EQ(text, "TWFueSBoYW5kcyBtYWtlIGxpZ2h0IHdvcmsu");
   EXPECT_EQ(back, "Many hands make light work.");
   EXPECT_STREQ(timeout, "The request has timed out.");
-  fs::remove(path);
 }
 
 }  // namespace

@@ -3,31 +3,27 @@
 // host's code page, and reads back as UTF-16 what the platform shows, stores or opens.
 #include <windows.h>
 #include <commctrl.h>
-#include <wincrypt.h>
 
 #include <gtest/gtest.h>
-
-#include "support/input_win.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <deskaid/codec/base64.h>
 #include <deskaid/codec/md5.h>
-#include <deskaid/diag/debug_trace.h>
 #include <deskaid/diag/log_export.h>
 #include <deskaid/diag/log_writer.h>
 #include <deskaid/msgbox/internal/xdialog_template.h>
-#include <deskaid/msgbox/message_dialog.h>
 #include <deskaid/ui/hyperlink.h>
 
+#include "msgbox/msgbox_test_util_win.h"
 #include "support/scratch_dir.h"
 #include "ui/link_dialog.h"
+
+using msgbox_test::Needed;
+using msgbox_test::TextOf;
 
 namespace {
 
@@ -89,30 +85,8 @@ std::string Host(const std::wstring& wide) {
   return bytes;
 }
 
-std::wstring TextOf(HWND window) {
-  wchar_t text[1024] = {};
-  GetWindowTextW(window, text, 1024);
-  return text;
-}
-
 std::wstring WithoutAmpersands(std::wstring text) {
   text.erase(std::remove(text.begin(), text.end(), L'&'), text.end());
-  return text;
-}
-
-std::wstring ClipboardTextAfter(DWORD since) {
-  std::wstring text;
-  bool read = false;
-  WaitUntil([&] {
-    if (read) return true;
-    if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
-    if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
-      if (const wchar_t* wide = static_cast<const wchar_t*>(GlobalLock(data))) text = wide;
-      GlobalUnlock(data);
-    }
-    CloseClipboard();
-    return read = true;
-  }, 2000);
   return text;
 }
 
@@ -145,46 +119,29 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
 
   std::wstring title, message, check, copy;
   std::vector<std::wstring> shown;
-  RECT client{}, needed{};
-  std::thread driver([&] {
-    HWND dialog = nullptr;
-    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowW(L"#32770", s.caption)); },
-                   10000)) {
-      ADD_FAILURE() << "no dialog with the caption";
-      return;
-    }
+  SIZE room{}, needed{};
+  const int result = msgbox_test::Drive(caption.c_str(), MDS_DONTASKAGAIN, &p, [&](HWND dialog) {
     title = TextOf(dialog);
     HWND text = GetDlgItem(dialog, ID_FIRSTTEXT);
     message = TextOf(text);
     for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id) shown.push_back(TextOf(GetDlgItem(dialog, id)));
     check = TextOf(GetDlgItem(dialog, ID_CHECKBOX));
     // The message control holds the text as the dialog's font draws it.
+    RECT client;
     GetClientRect(text, &client);
-    HDC dc = GetDC(text);
-    HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(text, WM_GETFONT, 0, 0)));
-    needed = {0, 0, client.right, 0};
-    DrawTextW(dc, s.text, -1, &needed, DT_CALCRECT | DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX);
-    SelectObject(dc, old);
-    ReleaseDC(text, dc);
-
-    SetForegroundWindow(dialog);
-    Sleep(100);
-    const DWORD before = GetClipboardSequenceNumber();
-    PressCtrlC();
-    copy = ClipboardTextAfter(before);
+    room = {client.right, client.bottom};
+    needed = Needed(text, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, client.right);
+    copy = msgbox_test::CopyOf(dialog);
     SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
-  });
-  const int result =
-      ShowMessageDialog(nullptr, text.c_str(), caption.c_str(), MDS_DONTASKAGAIN | MDS_NOSOUND, &p);
-  driver.join();
+  }, text.c_str());
 
   EXPECT_EQ(result, IDCUSTOM2);
   EXPECT_EQ(title, s.caption);
   EXPECT_EQ(message, s.text);
   EXPECT_EQ(shown, (std::vector<std::wstring>{s.buttons[0], s.buttons[1], s.buttons[2]}));
   EXPECT_EQ(check, s.check);
-  EXPECT_LE(needed.right, client.right);
-  EXPECT_LE(needed.bottom, client.bottom);
+  EXPECT_LE(needed.cx, room.cx);
+  EXPECT_LE(needed.cy, room.cy);
 
   std::wstring lines = s.text;
   for (size_t at = 0; (at = lines.find(L'\n', at)) != std::wstring::npos; at += 2)
@@ -197,28 +154,13 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
 
 namespace {
 
-std::vector<std::wstring> ToolTexts(HWND tooltip) {
-  std::vector<std::wstring> texts;
-  const LRESULT count = SendMessageW(tooltip, TTM_GETTOOLCOUNT, 0, 0);
-  for (LRESULT i = 0; i < count; ++i) {
-    wchar_t text[1024] = {};
-    TTTOOLINFOW info = {};
-    info.cbSize = TTTOOLINFOW_V2_SIZE;
-    info.lpszText = text;
-    SendMessageW(tooltip, TTM_ENUMTOOLSW, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&info));
-    texts.push_back(text);
-  }
-  return texts;
-}
-
-// The width and height `text` takes in `window`'s font, word-wrapped within `area`.
-RECT Measure(HWND window, const std::wstring& text, RECT area) {
-  HDC dc = GetDC(window);
-  HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(window, WM_GETFONT, 0, 0)));
-  DrawTextW(dc, text.c_str(), static_cast<int>(text.size()), &area, DT_CALCRECT | DT_WORDBREAK);
-  SelectObject(dc, old);
-  ReleaseDC(window, dc);
-  return area;
+std::wstring FirstToolText(HWND tooltip) {
+  wchar_t text[1024] = {};
+  TTTOOLINFOW info = {};
+  info.cbSize = TTTOOLINFOW_V2_SIZE;
+  info.lpszText = text;
+  SendMessageW(tooltip, TTM_ENUMTOOLSW, 0, reinterpret_cast<LPARAM>(&info));
+  return text;
 }
 
 }  // namespace
@@ -235,13 +177,12 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   HWND control = dialog.AddStatic(target.c_str(), SS_LEFT, 101, {10, 10, 390, 30});
   ASSERT_TRUE(plain.AttachToWindow(control));
   EXPECT_EQ(TextOf(control), s.target);
-  EXPECT_EQ(ToolTexts(plain.GetToolTip()), std::vector<std::wstring>{s.target});
+  EXPECT_EQ(FirstToolText(plain.GetToolTip()), s.target);
   ASSERT_TRUE(plain.SetLabelText(Host(s.link).c_str()));
   EXPECT_EQ(TextOf(control), s.link);
   RECT client;
   GetClientRect(control, &client);
-  const RECT whole = Measure(control, s.link, client);
-  EXPECT_EQ(plain.GetLinkRect().right, whole.right);
+  EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.link, DT_WORDBREAK, client.right).cx);
 
   CHyperLinkEx tagged;
   tagged.SetExtendedStyle(LinkStyleUseTags);
@@ -250,18 +191,18 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   control = dialog.AddStatic(Host(label).c_str(), SS_LEFT, 102, {10, 40, 390, 60});
   ASSERT_TRUE(tagged.AttachToWindow(control));
   EXPECT_EQ(TextOf(control), label);
-  EXPECT_EQ(ToolTexts(tagged.GetToolTip()), std::vector<std::wstring>{s.target});
+  EXPECT_EQ(FirstToolText(tagged.GetToolTip()), s.target);
   GetClientRect(control, &client);
-  const RECT before = Measure(control, s.before, client);
-  RECT rest = client;
-  rest.left = before.right;
-  const RECT link = Measure(control, s.link, rest);  // underlining leaves widths alone
-  EXPECT_EQ(tagged.GetLinkRect().left, before.right);
-  EXPECT_EQ(tagged.GetLinkRect().right, link.right);
+  const SIZE before = Needed(control, s.before, DT_WORDBREAK, client.right);
+  // Underlining leaves widths alone.
+  const SIZE link = Needed(control, s.link, DT_WORDBREAK, client.right - before.cx);
+  EXPECT_EQ(tagged.GetLinkRect().left, before.cx);
+  EXPECT_EQ(tagged.GetLinkRect().right, before.cx + link.cx);
 }
 
 // A log in a folder of the host's characters: its file has that name, its record keeps the body's
-// bytes, and the converter and logexport write them out unchanged.
+// bytes, and the converter and logexport write them out unchanged; the text file, named in the
+// host's characters too, is hashed as its bytes are.
 TEST(CodePageHost, LogPathsBodiesAndExport) {
   const Samples& s = ForThisHost();
   ScratchDir scratch;
@@ -281,6 +222,7 @@ TEST(CodePageHost, LogPathsBodiesAndExport) {
   ASSERT_NE(tab, std::string::npos) << exported;
   EXPECT_EQ(exported.substr(tab + 1, body.size()), body);
   EXPECT_EQ(exported.find_first_not_of("\r\n", tab + 1 + body.size()), std::string::npos);
+  EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), std::string(HashString(exported.c_str())));
 
   // logexport, a program of its own, prints the same bytes to its standard output.
   wchar_t self[MAX_PATH];
@@ -313,57 +255,13 @@ TEST(CodePageHost, LogPathsBodiesAndExport) {
   EXPECT_EQ(printed.substr(printed.find('\t') + 1, body.size()), body) << printed;
 }
 
-// MD5 and Base64 work on the host's bytes, whatever characters they encode; a file named in the
-// host's characters is hashed too. CryptoAPI is the oracle.
-TEST(CodePageHost, DigestAndBase64OfTheBytes) {
-  const Samples& s = ForThisHost();
-  const std::string bytes = Host(s.body);
-  const BYTE* data = reinterpret_cast<const BYTE*>(bytes.data());
-  const DWORD size = static_cast<DWORD>(bytes.size());
-
-  HCRYPTPROV provider = 0;
-  HCRYPTHASH hash = 0;
-  ASSERT_TRUE(CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL,
-                                   CRYPT_VERIFYCONTEXT));
-  ASSERT_TRUE(CryptCreateHash(provider, CALG_MD5, 0, 0, &hash));
-  ASSERT_TRUE(CryptHashData(hash, data, size, 0));
-  BYTE digest[16];
-  DWORD digestSize = sizeof digest;
-  ASSERT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, digest, &digestSize, 0));
-  CryptDestroyHash(hash);
-  CryptReleaseContext(provider, 0);
-  char hex[33];
-  for (int i = 0; i < 16; ++i) std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);
-  EXPECT_STREQ(HashString(bytes.c_str()), hex);
-
-  ScratchDir scratch;
-  const std::wstring file = scratch.path().wstring() + L"\\" + s.folder + L".bin";
-  FILE* f = _wfopen(file.c_str(), L"wb");
-  ASSERT_NE(f, nullptr);
-  std::fwrite(bytes.data(), 1, bytes.size(), f);
-  std::fclose(f);
-  EXPECT_EQ(HashFile(Host(file).c_str()).value_or("none"), hex);
-
-  char encoded[256] = {};
-  DWORD encodedSize = sizeof encoded;
-  ASSERT_TRUE(CryptBinaryToStringA(data, size, CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF,
-                                   encoded, &encodedSize));
-  Base64Coder coder;
-  coder.Encode(data, size);
-  EXPECT_STREQ(coder.GetText(), encoded);
-  coder.DecodeString(encoded);
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(coder.GetData()), bytes.size()), bytes);
-}
-
 namespace {
 
-std::string Bytes(const std::wstring& wide) {
-  const int n = WideCharToMultiByte(CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()),
-                                    nullptr, 0, nullptr, nullptr);
-  std::string bytes(static_cast<size_t>(n), '\0');
-  if (n > 0)
-    WideCharToMultiByte(CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()), &bytes[0], n,
-                        nullptr, nullptr);
+std::string Bytes(const std::wstring& wide) {  // Host() without its check, for the many cuts below
+  std::string bytes(wide.size() * 4, '\0');
+  bytes.resize(static_cast<size_t>(WideCharToMultiByte(
+      CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()), &bytes[0],
+      static_cast<int>(bytes.size()), nullptr, nullptr)));
   return bytes;
 }
 

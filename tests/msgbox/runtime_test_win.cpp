@@ -2,41 +2,18 @@
 // disabled period, Escape, Help, Report, placement, the painted icon and handle hygiene.
 #include <gtest/gtest.h>
 
-#include "support/input_win.h"
-
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <deskaid/msgbox/message_dialog.h>
 #include "msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 
 namespace {
 
-// Shows a box titled `title` while `drive` gets it on a second thread.
-int Drive(const char* title, unsigned style, const MessageDialogParams* p,
-          const std::function<void(HWND)>& drive, const char* text = "Message text") {
-  std::thread driver([&] {
-    HWND dialog = nullptr;
-    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowA("#32770", title)); }, 10000)) {
-      ADD_FAILURE() << "no dialog titled " << title;
-      return;
-    }
-    drive(dialog);
-    // A driver that stopped early (a failed check) must not leave the modal loop waiting.
-    if (!WaitUntil([&] { return !IsWindow(dialog); }, 3000)) {
-      ADD_FAILURE() << "the dialog " << title << " was still open after its driver finished";
-      PostMessageA(dialog, WM_COMMAND, 0x7777, 0);
-    }
-  });
-  const int result = ShowMessageDialog(nullptr, text, title, style | MDS_NOSOUND, p);
-  driver.join();
-  return result;
-}
+using msgbox_test::CopyOf;
+using msgbox_test::Drive;
 
 std::string ControlText(HWND dialog, int id) {
   char text[256] = {};
@@ -51,28 +28,6 @@ void Escape(HWND dialog) {  // the key goes to the focused default button
 bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)) != FALSE; }
 bool CloseGrayed(HWND dialog) {
   return (GetMenuState(GetSystemMenu(dialog, FALSE), SC_CLOSE, MF_BYCOMMAND) & MF_GRAYED) != 0;
-}
-
-// The clipboard's text in `format` once the clipboard has changed after `since` (its sequence
-// number); empty if it does not change within two seconds.
-std::string ClipboardAfter(DWORD since, UINT format) {
-  std::string text;
-  WaitUntil([&] {
-    if (!text.empty()) return true;
-    if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
-    if (HANDLE data = GetClipboardData(format)) {
-      if (format == CF_UNICODETEXT) {
-        const WCHAR* wide = static_cast<const WCHAR*>(GlobalLock(data));
-        for (; wide && *wide; ++wide) text += *wide < 0x80 ? static_cast<char>(*wide) : '?';
-      } else {
-        text = static_cast<const char*>(GlobalLock(data));
-      }
-      GlobalUnlock(data);
-    }
-    CloseClipboard();
-    return true;
-  }, 2000);
-  return text;
 }
 
 // Stands in for the help viewer: WinHelp hands its request to the window of this class.
@@ -184,46 +139,46 @@ TEST(MessageDialogRuntime, EscapeAndCloseFollowTheButtonSet) {
   }
 }
 
+// The copy has the system box's layout; every message line ends in CR LF, whether the text broke
+// it with LF or CR LF. Access-key marks go, "&&" stays one "&"; Help and Report are listed, the
+// check box is not (wherever the focus is); a running countdown shows on its button but not in
+// the copy; an empty message leaves an empty line.
 TEST(MessageDialogRuntime, CtrlCCopiesTheBoxAsTheSystemBoxDoes) {
-  const std::string rule = "---------------------------\r\n";
-  auto copied = [&](const char* title, unsigned style, const MessageDialogParams* p,
-                    const char* text, int focus, UINT format) {
-    std::string clip;
-    Drive(title, style, p, [&](HWND dialog) {
-      SetForegroundWindow(dialog);
-      if (focus != 0) SendMessageA(dialog, WM_NEXTDLGCTL,
-                                   reinterpret_cast<WPARAM>(GetDlgItem(dialog, focus)), TRUE);
-      Sleep(100);
-      const DWORD before = GetClipboardSequenceNumber();
-      PressCtrlC();
-      clip = ClipboardAfter(before, format);
+  MessageDialogParams custom{}, countdown{};
+  std::strcpy(custom.szCustomButtons, "&Save\nSave && &close\nLa&ter");
+  custom.pfnReport = [](const char*, void*) {};
+  countdown.nTimeoutSeconds = 20;
+  const struct {
+    const char* title;
+    unsigned style;
+    const MessageDialogParams* p;
+    const char* text;
+    UINT format;
+    const wchar_t *message, *buttons;
+  } cases[] = {
+      {"Copy", MB_YESNOCANCEL | MB_HELP | MDS_DONTASKAGAIN, nullptr,
+       "First line\nsecond line\r\nthird", CF_UNICODETEXT, L"First line\r\nsecond line\r\nthird",
+       L"Yes   No   Cancel   Help"},
+      {"Custom", MB_OK, &custom, "Save?", CF_TEXT, L"Save?", L"Save   Save & close   Later   Report"},
+      {"Counting", MB_YESNO | MDS_YESTOALL | MDS_NOTOALL, &countdown, "", CF_UNICODETEXT, L"",
+       L"Yes   Yes to All   No   No to All"},
+  };
+  const std::wstring rule = L"---------------------------\r\n";
+  for (const auto& c : cases) {
+    std::wstring copy;
+    Drive(c.title, c.style, c.p, [&](HWND dialog) {
+      if (c.style & MDS_DONTASKAGAIN)
+        SendMessageA(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(GetDlgItem(dialog, ID_CHECKBOX)),
+                     TRUE);
+      copy = CopyOf(dialog, c.format);
       EXPECT_TRUE(IsWindowVisible(dialog)) << "copying leaves the box open";
       PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
       PostMessageA(dialog, WM_COMMAND, IDOK, 0);
-    }, text);
-    return clip;
-  };
-  // Each message line ends in CR LF as well, whether the text broke it with LF or CR LF; the
-  // check box is not part of the copy (the system box has none), wherever the focus is.
-  EXPECT_EQ(copied("Copy", MB_YESNOCANCEL | MB_HELP | MDS_DONTASKAGAIN, nullptr,
-                   "First line\nsecond line\r\nthird", ID_CHECKBOX, CF_UNICODETEXT),
-            rule + "Copy\r\n" + rule + "First line\r\nsecond line\r\nthird\r\n" + rule +
-                "Yes   No   Cancel   Help   \r\n" + rule);
-  // Custom buttons lose their access-key marks, "&&" stays one "&"; the Report button follows.
-  MessageDialogParams p{};
-  std::strcpy(p.szCustomButtons, "&Save\nSave && &close\nLa&ter");
-  p.pfnReport = [](const char*, void*) {};
-  EXPECT_EQ(copied("Custom", MB_OK, &p, "Save?", 0, CF_TEXT),
-            rule + "Custom\r\n" + rule + "Save?\r\n" + rule +
-                "Save   Save & close   Later   Report   \r\n" + rule);
-  // A running countdown shows on the default button but not in the copy; the yes/no-to-all
-  // buttons are all listed; an empty message leaves an empty line.
-  MessageDialogParams countdown{};
-  countdown.nTimeoutSeconds = 20;
-  EXPECT_EQ(copied("Counting", MB_YESNO | MDS_YESTOALL | MDS_NOTOALL, &countdown, "", 0,
-                   CF_UNICODETEXT),
-            rule + "Counting\r\n" + rule + "\r\n" + rule +
-                "Yes   Yes to All   No   No to All   \r\n" + rule);
+    }, c.text);
+    const std::wstring title(c.title, c.title + std::strlen(c.title));
+    EXPECT_EQ(copy, rule + title + L"\r\n" + rule + c.message + L"\r\n" + rule + c.buttons +
+                        L"   \r\n" + rule);
+  }
 }
 
 TEST(MessageDialogRuntime, DisabledPeriod) {
@@ -356,20 +311,16 @@ TEST(MessageDialogRuntime, ShownBoxesLeaveNoHandlesBehind) {
   };
   // The first boxes settle the process's lasting objects (classes, cached icons and fonts).
   ASSERT_NO_FATAL_FAILURE(boxes(20));
-  // The counters see three fonts and two menus while they live (second round, once the first
-  // has settled whatever creating them caches).
+  // The counters do see a font and a menu (in the second round, once the first has settled
+  // whatever creating them caches).
   for (int round = 0; round < 2; ++round) {
     const std::vector<DWORD> before = Objects();
-    HFONT fonts[3];
-    for (int i = 0; i < 3; ++i)
-      fonts[i] = CreateFontA(12 + i, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, "Arial");
-    HMENU menus[2] = {CreateMenu(), CreateMenu()};
+    HFONT font = CreateFontA(12, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, "Arial");
+    HMENU menu = CreateMenu();
     const std::vector<DWORD> with = Objects();
-    for (HFONT font : fonts) DeleteObject(font);
-    for (HMENU menu : menus) DestroyMenu(menu);
-    if (round == 0) continue;
-    EXPECT_EQ(with, (std::vector<DWORD>{before[0] + 3, before[1] + 2}));
-    EXPECT_EQ(Objects(), before);
+    DeleteObject(font);
+    DestroyMenu(menu);
+    EXPECT_TRUE(round == 0 || with == std::vector<DWORD>{before[0] + 1, before[1] + 1});
   }
   const std::vector<DWORD> before = Objects();
   ASSERT_NO_FATAL_FAILURE(boxes(200));

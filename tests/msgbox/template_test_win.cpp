@@ -96,36 +96,41 @@ Template Decode(const std::vector<unsigned char>& b) {
   return t;
 }
 
-// The test machine's metrics and text measures, taken independently of the engine.
-struct Screen {
-  LONG units = GetDialogBaseUnits();
-  int bx = static_cast<short>(LOWORD(units)), by = static_cast<short>(HIWORD(units));
-  int width = GetSystemMetrics(SM_CXSCREEN), icon = GetSystemMetrics(SM_CXICON);
-  SIZE Measure(const char* text, int maxWidth, UINT format) const {
-    NONCLIENTMETRICSA m{};
-    m.cbSize = 344;
-    SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, 344, &m, 0);
-    HDC dc = CreateDCA("DISPLAY", nullptr, nullptr, nullptr);
-    HFONT font = CreateFontIndirectA(&m.lfMessageFont);
-    SelectObject(dc, font);
-    RECT r = {0, 0, maxWidth, format & DT_SINGLELINE ? 16 : maxWidth};
-    DrawTextA(dc, text, -1, &r, format);
-    DeleteDC(dc);
-    DeleteObject(font);
-    return {r.right - r.left, r.bottom - r.top};
-  }
-  SIZE Message(const char* text, int reduce = 0) const {
-    return Measure(text, width / 2 + 80 - reduce, 0xC50);
-  }
-  // An item's or the dialog's {x, y, cx, cy} from pixels, in dialog units.
-  std::vector<int> Units(int x, int y, int cx, int cy) const {
-    return {x * 4 / bx, y * 8 / by, cx * 4 / bx, cy * 8 / by};
-  }
-  short X(int px) const { return static_cast<short>(px * 4 / bx); }
-};
+// Pixels in dialog units, from the test machine's dialog base units.
+short X(int px) { return static_cast<short>(px * 4 / LOWORD(GetDialogBaseUnits())); }
+short Y(int px) { return static_cast<short>(px * 8 / HIWORD(GetDialogBaseUnits())); }
 
-std::vector<int> Box(const DLGITEMTEMPLATE& i) { return {i.x, i.y, i.cx, i.cy}; }
-std::vector<int> Box(const DLGTEMPLATE& t) { return {t.x, t.y, t.cx, t.cy}; }
+enum Row { kCentred, kRight, kAnywhere };
+
+// What holds for every box (the texts' fit is measured on shown boxes, at several DPIs): each
+// control lies inside the dialog; the text right of the icon; the push buttons one row of equal,
+// evenly spaced buttons below both, centred or at the right; the check box below the row.
+void CheckLayout(const Template& t, Row align = kCentred) {
+  for (const Item& i : t.items)
+    EXPECT_TRUE(i.x >= 0 && i.y >= 0 && i.x + i.cx <= t.cx && i.y + i.cy <= t.cy) << i.id;
+  const Item *icon = t.Find(1000), *message = t.Find(1001), *check = t.Find(5555);
+  ASSERT_NE(message, nullptr);
+  EXPECT_TRUE(!icon || message->x >= icon->x + icon->cx);
+  std::vector<const Item*> row;
+  for (const Item& i : t.items)
+    if (i.classAtom == 0x80 && (i.style & 0xF) != BS_AUTOCHECKBOX) row.push_back(&i);
+  ASSERT_FALSE(row.empty());
+  for (size_t k = 0; k < row.size(); ++k) {
+    const Item& b = *row[k];
+    EXPECT_TRUE(b.y == row[0]->y && b.cx == row[0]->cx && b.cy == row[0]->cy) << b.id;
+    EXPECT_GE(b.y, std::max(message->y + message->cy, icon ? icon->y + icon->cy : 0));
+    if (k == 0) continue;
+    EXPECT_NEAR(b.x - row[k - 1]->x, row[1]->x - row[0]->x, 1);
+    EXPECT_GT(b.x, row[k - 1]->x + row[k - 1]->cx);
+  }
+  const int left = row.front()->x, right = t.cx - row.back()->x - row.back()->cx;
+  if (align == kRight) {
+    EXPECT_TRUE(right < left && right < X(20)) << left << " " << right;
+  } else if (align == kCentred) {
+    EXPECT_NEAR(left, right, 2);
+  }
+  EXPECT_TRUE(!check || check->y >= row[0]->y + row[0]->cy);
+}
 
 Template Build(const char* text, unsigned style, const MessageDialogParams* params = nullptr,
                const char* caption = "Caption") {
@@ -188,63 +193,62 @@ TEST(MessageDialogTemplate, BytesFollowTheTemplateFormat) {
             std::string(1023, 'T'));
 }
 
-TEST(MessageDialogTemplate, LayoutOfTextButtonsAndDialog) {
-  Screen s;
-  // One word, no icon: a lone 78-pixel OK centred in at least the row plus 32 pixels.
-  Template t = Build("Hello", MB_OK);
-  SIZE text = s.Message("Hello");
-  ASSERT_EQ(Ids(t), (std::vector<int>{1001, 1}));
-  EXPECT_EQ(Box(t.items[0]), s.Units(16, 16, text.cx + 12, text.cy + 5));
-  int width = std::max<int>(text.cx + 28, 110), top = text.cy + 31;
-  EXPECT_EQ(Box(t.items[1]), s.Units((width - 78) / 2, top, 78, 23));
-  EXPECT_EQ(Box(t), s.Units(0, 0, width, top + 35));
-
-  // A long text wraps narrower beside a system icon, which gets room and a holder control.
-  std::string words;
-  for (int i = 0; i < 80; ++i) words += "wrapping words ";
-  t = Build(words.c_str(), MB_ICONEXCLAMATION | MB_OKCANCEL);
-  text = s.Message(words.c_str(), 16 + s.icon);
-  ASSERT_EQ(Ids(t), (std::vector<int>{1000, 1001, 1, 2}));
-  EXPECT_EQ(t.items[0].x, s.X(8));
-  EXPECT_EQ(t.items[0].cx, s.X(s.icon + 2));
-  EXPECT_EQ(t.items[1].x, s.X(16 + s.icon + 8));
-  EXPECT_EQ(t.items[1].cx, s.X(text.cx + 12));
-  width = text.cx + 28 + s.icon + 16;
-  EXPECT_EQ(t.cx, s.X(width));
-  EXPECT_EQ(t.items[3].x, s.X((width - 162) / 2 + 84));
-
-  // A countdown makes every button 100 pixels; right justification ends the row 12 from the edge.
-  MessageDialogParams p{};
-  p.nTimeoutSeconds = 5;
-  p.dwOptions = MDO_RIGHTJUSTIFY;
-  t = Build("Right", MB_YESNO, &p);
-  width = std::max<int>(s.Message("Right").cx + 28, 2 * 106 - 6 + 32);
-  EXPECT_EQ(t.items[1].x, s.X(width - 2 * 106 - 6));
-  EXPECT_EQ(t.items[2].x, s.X(width - 106 - 6));
-  EXPECT_EQ(t.items[2].cx, s.X(100));
-
-  // The check box row: its width is the caption's plus a third.
-  t = Build("Hi", MB_OK | MDS_DONTSHOWAGAIN | MDS_NORESOURCE);
-  text = s.Message("Hi");
-  const int tw = s.Measure("Don't show again", s.width / 3, 0xC20).cx, y = text.cy + 31 + 35;
-  ASSERT_NE(t.Find(5555), nullptr);
-  EXPECT_EQ(Box(*t.Find(5555)), s.Units(17, y, tw + tw / 3, 16));
-  EXPECT_EQ(Box(t), s.Units(0, 0, std::max<int>({text.cx + 28, 110, 17 + tw + tw / 3}), y + 24));
-
+TEST(MessageDialogTemplate, LayoutsFitAndCentre) {
+  std::string words;  // many short words: wrapped close to the widest line the box allows
+  for (int i = 0; i < 300; ++i) words += "ab ";
+  MessageDialogParams report{}, countdown{}, custom{};
+  report.pfnReport = [](const char*, void*) {};
+  countdown.nTimeoutSeconds = 5;
+  countdown.dwOptions = MDO_RIGHTJUSTIFY;
+  std::strcpy(custom.szCustomButtons, "One\nTwo\nThree\nFour");
+  custom.pfnReport = report.pfnReport;
+  const struct {
+    const char* text;
+    unsigned style;
+    const MessageDialogParams* p;
+    Row align;
+  } cases[] = {
+      {"Hello", MB_OK, nullptr, kCentred},
+      {words.c_str(), MB_ICONEXCLAMATION | MB_OKCANCEL, nullptr, kCentred},
+      {"Line one\nLine two\n\n\tfour", MB_ICONQUESTION | MB_ABORTRETRYIGNORE, nullptr, kCentred},
+      // The check box row widens the dialog after the button row has been placed.
+      {"Hi", MB_OK | MDS_DONTSHOWAGAIN | MDS_NORESOURCE, nullptr, kAnywhere},
+      {"Save the changes?", MB_YESNOCANCEL | MB_HELP | MDS_DONTASKAGAIN, &report, kCentred},
+      {"Pick", MB_ICONASTERISK | MB_HELP, &custom, kCentred},
+      {"Right", MB_YESNO | MDS_DONTTELLAGAIN, &countdown, kRight},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    CheckLayout(Build(c.text, c.style, c.p), c.align);
+  }
+  // A lone OK is 78 pixels wide and 23 high in a dialog at least 110 wide; with a countdown every
+  // button is 100 pixels wide.
+  Template hello = Build("Hello", MB_OK);
+  EXPECT_EQ(hello.Find(IDOK)->cx, X(78));
+  EXPECT_EQ(hello.Find(IDOK)->cy, Y(23));
+  EXPECT_GE(hello.cx, X(110));
+  for (int id : {IDYES, IDNO}) EXPECT_EQ(Build("Right", MB_YESNO, &countdown).Find(id)->cx, X(100));
+  // Text wraps at half the screen plus 80 pixels (592 on a 1024-pixel screen); beside a style
+  // icon it wraps narrower by the icon's room, so the box stays as wide.
+  const Template plain = Build(words.c_str(), MB_OKCANCEL),
+                 icon = Build(words.c_str(), MB_ICONEXCLAMATION | MB_OKCANCEL);
+  EXPECT_NEAR(plain.cx, X(GetSystemMetrics(SM_CXSCREEN) / 2 + 80 + 28), X(24));
+  EXPECT_NEAR(icon.cx, plain.cx, X(24));
   // Undefined set 12: a lone default OK, centred as if the row were -6 pixels wide.
-  t = Build("Twelve", 12);
-  ASSERT_EQ(Ids(t), (std::vector<int>{1001, 1}));
-  EXPECT_EQ(t.items[1].x, s.X((s.Message("Twelve").cx + 28 + 6) / 2));
-  EXPECT_EQ(DefaultId(t), 1);
-  // Yes to All widens OK/Cancel without showing there: room for three, two shown.
-  t = Build("Hello there", MB_OKCANCEL | MDS_YESTOALL);
-  width = std::max<int>(s.Message("Hello there").cx + 28, 3 * 84 - 6 + 32);
-  ASSERT_EQ(Ids(t), (std::vector<int>{1001, 1, 2}));
-  EXPECT_EQ(t.items[1].x, s.X((width - (3 * 84 - 6)) / 2));
+  const Template twelve = Build("Twelve", 12);
+  ASSERT_EQ(Ids(twelve), (std::vector<int>{1001, 1}));
+  EXPECT_EQ(DefaultId(twelve), 1);
+  EXPECT_NEAR(2 * twelve.items[1].x - twelve.cx, X(6), 2);
+  // Yes to All widens OK/Cancel without showing there: placed as a row of three would be.
+  const Template two = Build("Hello there", MB_OKCANCEL | MDS_YESTOALL),
+                 three = Build("Hello there", MB_YESNOCANCEL);
+  ASSERT_EQ(Ids(two), (std::vector<int>{1001, 1, 2}));
+  EXPECT_EQ(two.cx, three.cx);
+  EXPECT_EQ(two.items[1].x, three.items[1].x);
+  EXPECT_EQ(two.items[2].x, three.items[2].x);
 }
 
 TEST(MessageDialogTemplate, IconSources) {
-  Screen s;
   MessageDialogParams p{};
   p.hIconModule = TestResources();
   ASSERT_NE(p.hIconModule, nullptr);
@@ -258,8 +262,8 @@ TEST(MessageDialogTemplate, IconSources) {
     EXPECT_EQ(dialog.Icon() != nullptr, id != 4242);
     Template t = Decode(dialog.TemplateBytes());
     EXPECT_EQ(t.Find(1000) != nullptr, id != 0);
-    ASSERT_NE(t.Find(1001), nullptr);
-    EXPECT_EQ(t.Find(1001)->x, s.X(id ? 16 + s.icon + 8 : 16));
+    EXPECT_TRUE(id != 0 || t.Find(1001)->x == X(16));
+    CheckLayout(t);
   }
 }
 
