@@ -320,7 +320,7 @@ TEST(MessageDialogRuntime, ShownBoxesLeaveNoHandlesBehind) {
     const std::vector<DWORD> with = Objects();
     DeleteObject(font);
     DestroyMenu(menu);
-    EXPECT_TRUE(round == 0 || with == std::vector<DWORD>{before[0] + 1, before[1] + 1});
+    EXPECT_TRUE(round == 0 || with == (std::vector<DWORD>{before[0] + 1, before[1] + 1}));
   }
   const std::vector<DWORD> before = Objects();
   ASSERT_NO_FATAL_FAILURE(boxes(200));
