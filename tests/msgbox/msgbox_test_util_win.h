@@ -45,18 +45,18 @@ inline HINSTANCE TestResources() {
 }
 
 // Shows a box titled `title` (in the host's code page) while `drive` gets it on a second thread;
-// the box's result.
+// the box's result. The waits are generous, as a loaded machine may take seconds to show or end a
+// box; a box its driver left open is ended with command 0x7777 and fails the test.
 inline int Drive(const char* title, unsigned style, const MessageDialogParams* p,
                  const std::function<void(HWND)>& drive, const char* text = "Message text") {
   std::thread driver([&] {
     HWND dialog = nullptr;
-    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowA("#32770", title)); }, 10000)) {
+    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowA("#32770", title)); }, 60000)) {
       ADD_FAILURE() << "no dialog titled " << title;
       return;
     }
     drive(dialog);
-    // A driver that stopped early (a failed check) must not leave the modal loop waiting.
-    if (!WaitUntil([&] { return !IsWindow(dialog); }, 3000)) {
+    if (!WaitUntil([&] { return !IsWindow(dialog); }, 30000)) {
       ADD_FAILURE() << "the dialog " << title << " was still open after its driver finished";
       PostMessageA(dialog, WM_COMMAND, 0x7777, 0);
     }
@@ -83,9 +83,9 @@ inline SIZE Needed(HWND control, const std::wstring& text, UINT format, int widt
   return {r.right, r.bottom};
 }
 
-// Presses Ctrl+C on the box and returns the clipboard's text in `format` once it has changed;
-// empty if it does not change within two seconds. The box stays open.
-inline std::wstring CopyOf(HWND dialog, UINT format = CF_UNICODETEXT) {
+// Presses Ctrl+C on the box and returns the clipboard's text once it has changed; empty if it
+// does not change within two seconds. The box stays open.
+inline std::wstring CopyOf(HWND dialog) {
   SetForegroundWindow(dialog);
   Sleep(100);
   const DWORD since = GetClipboardSequenceNumber();
@@ -93,15 +93,8 @@ inline std::wstring CopyOf(HWND dialog, UINT format = CF_UNICODETEXT) {
   std::wstring text;
   WaitUntil([&] {
     if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
-    if (HANDLE data = GetClipboardData(format)) {
-      if (format == CF_UNICODETEXT) {
-        text = static_cast<const wchar_t*>(GlobalLock(data));
-      } else {
-        const char* ansi = static_cast<const char*>(GlobalLock(data));
-        text.resize(static_cast<size_t>(MultiByteToWideChar(CP_ACP, 0, ansi, -1, nullptr, 0)));
-        MultiByteToWideChar(CP_ACP, 0, ansi, -1, &text[0], static_cast<int>(text.size()));
-        text.resize(text.size() - 1);
-      }
+    if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
+      text = static_cast<const wchar_t*>(GlobalLock(data));
       GlobalUnlock(data);
     }
     CloseClipboard();
