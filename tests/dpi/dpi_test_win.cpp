@@ -178,7 +178,7 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     GetExitCodeProcess(process.hProcess, &status);
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
-    EXPECT_TRUE(ended && status == 0) << "at " << dpi << " DPI: " << (ended ? "failed" : "timed out");
+    EXPECT_TRUE(ended && status == 0) << "at " << dpi << " DPI, " << (ended ? "failed" : "hung");
   }
   SetEnvironmentVariableA(kChildVariable, nullptr);
   if (hadValue)

@@ -2,6 +2,7 @@
 // checks that make it a test.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -12,10 +13,7 @@
 
 #include "support/scratch_dir.h"
 
-namespace fs = std::filesystem;
-
 namespace {
-
 
 TEST(ReadmeExamples, LogAndTrace) {
   ScratchDir dir;
@@ -29,7 +27,7 @@ TEST(ReadmeExamples, LogAndTrace) {
   // README: end
   uint32_t month = 0, day = 0;
   EXPECT_TRUE(ReadLogStamp(logPath.c_str(), month, day));
-  EXPECT_GT(fs::file_size(logPath), 74u);
+  EXPECT_GT(std::filesystem::file_size(logPath), 74u);
 }
 
 TEST(ReadmeExamples, Export) {
@@ -49,9 +47,8 @@ TEST(ReadmeExamples, Export) {
   bool converted = ConvertLogToText(logPath.c_str(), textPath.c_str(), nullptr);
   // README: end
   ASSERT_TRUE(converted);
-  std::ifstream text(textPath);
   std::string line;
-  std::getline(text, line);
+  std::getline(std::ifstream(textPath), line);
   EXPECT_EQ(line.substr(0, 2), "4 ");
   EXPECT_NE(line.find("\tdisk full"), std::string::npos);
 }
@@ -70,10 +67,9 @@ TEST(ReadmeExamples, Symbols) {
     }
   }  // the engine cleans up when it goes out of scope
   // README: end
-  ASSERT_FALSE(names.empty());
-  bool sawTest = false;
-  for (const auto& name : names) sawTest = sawTest || name.find("TestBody") != std::string::npos;
-  EXPECT_TRUE(sawTest) << "the walk passes through this test's own body";
+  EXPECT_TRUE(std::any_of(names.begin(), names.end(), [](const std::string& name) {
+    return name.find("TestBody") != std::string::npos;
+  })) << "the walk passes through this test's own body";
 }
 
 void UploadReport(const char* dumpPath, const char* logPath, void*) {

@@ -179,7 +179,7 @@ TEST(CodePageHost, LogPathsBodiesAndExport) {
   ASSERT_NE(tab, std::string::npos) << exported;
   EXPECT_EQ(exported.substr(tab + 1, body.size()), body);
   EXPECT_EQ(exported.find_first_not_of("\r\n", tab + 1 + body.size()), std::string::npos);
-  EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), std::string(HashString(exported.c_str())));
+  EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
 }
 
 namespace {
