@@ -1,51 +1,35 @@
 // The message box and the hyperlink demo's dialog on displays of 96, 120, 144 and 192 DPI: every
 // control's text fits the control in the font it is drawn with, the icon is not clipped, and
-// every control, the button row included, lies inside the dialog. The display's DPI is read when a program starts, so the test
-// sets it (Wine's LogPixels) and runs this program again for each value.
+// every control, the button row included, lies inside the dialog. The display's DPI is read when
+// a program starts, so the test sets it (Wine's LogPixels) and runs this program again for each
+// value.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
-#include "support/input_win.h"
-
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <thread>
-
-#include <deskaid/msgbox/message_dialog.h>
 
 #include "hyperlink_dialog_win.h"
+#include "msgbox/msgbox_test_util_win.h"
+
+using msgbox_test::Needed;
+using msgbox_test::TextOf;
 
 namespace {
 
 constexpr const char kDesktopKey[] = "Control Panel\\Desktop";
 constexpr const char kChildVariable[] = "DESKAID_TEST_DPI";
 
-std::wstring TextOf(HWND window) {
-  wchar_t text[1024] = {};
-  GetWindowTextW(window, text, 1024);
-  return text;
+bool Inside(const RECT& inner, const RECT& outer) {
+  return inner.left >= outer.left && inner.top >= outer.top && inner.right <= outer.right &&
+         inner.bottom <= outer.bottom;
 }
 
-// The room `text` takes in `control`'s font with `format`, within `width`.
-SIZE Needed(HWND control, const std::wstring& text, UINT format, int width) {
-  HDC dc = GetDC(control);
-  HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
-  RECT r = {0, 0, width, 0};
-  DrawTextW(dc, text.c_str(), -1, &r, format | DT_CALCRECT);
-  SelectObject(dc, old);
-  ReleaseDC(control, dc);
-  return {r.right, r.bottom};
-}
-
-// Checks every control of a shown message box.
+// Checks every control of a shown message box, and closes it.
 void CheckFits(HWND dialog) {
-  HDC screen = GetDC(nullptr);
-  const int dpi = GetDeviceCaps(screen, LOGPIXELSY);
-  ReleaseDC(nullptr, screen);
   RECT client;
   GetClientRect(dialog, &client);
   MapWindowPoints(dialog, nullptr, reinterpret_cast<POINT*>(&client), 2);
@@ -56,58 +40,28 @@ void CheckFits(HWND dialog) {
     RECT box, inner;
     GetWindowRect(control, &box);
     GetClientRect(control, &inner);
-    EXPECT_TRUE(box.left >= client.left && box.top >= client.top && box.right <= client.right &&
-                box.bottom <= client.bottom)
-        << "control " << id << " leaves the dialog";
+    EXPECT_TRUE(Inside(box, client)) << "control " << id << " leaves the dialog";
     const std::wstring text = TextOf(control);
     const LONG style = GetWindowLongW(control, GWL_STYLE);
-    SIZE need = {0, 0};
-    if (id == ID_ICON) {
+    SIZE need;
+    if (id == ID_ICON) {  // the icon unclipped
       need = {GetSystemMetrics(SM_CXICON), GetSystemMetrics(SM_CYICON)};
-      EXPECT_GE(inner.right, need.cx) << "icon clipped";
-      EXPECT_GE(inner.bottom, need.cy) << "icon clipped";
     } else if (id == ID_FIRSTTEXT) {
       need = Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, inner.right);
-      EXPECT_LE(need.cx, inner.right) << "message";
-      EXPECT_LE(need.cy, inner.bottom) << "message";
     } else if ((style & 0xF) == BS_AUTOCHECKBOX) {
       need = Needed(control, text, DT_SINGLELINE, 1 << 20);
       need.cx += GetSystemMetrics(SM_CXMENUCHECK) + 4;
-      EXPECT_LE(need.cx, inner.right) << "check box";
-      EXPECT_LE(need.cy, inner.bottom) << "check box";
     } else {  // a push button: the caption inside its border
       need = Needed(control, text, DT_SINGLELINE, 1 << 20);
       need.cx += 8;
       need.cy += 4;
-      EXPECT_LE(need.cx, inner.right) << "button " << id;
-      EXPECT_LE(need.cy, inner.bottom) << "button " << id;
     }
-    // The measurements, for the record: what the control's content needs and the room it has.
-    std::printf("dpi %d control %5d needs %4ldx%-3ld has %4ldx%-3ld dialog %ldx%ld\n", dpi, id,
-                need.cx, need.cy, inner.right, inner.bottom, client.right - client.left,
-                client.bottom - client.top);
+    EXPECT_TRUE(need.cx <= inner.right && need.cy <= inner.bottom)
+        << "control " << id << " needs " << need.cx << "x" << need.cy << ", has " << inner.right
+        << "x" << inner.bottom;
   }
   EXPECT_GE(controls, 3);
-}
-
-// Shows a box and checks it once `ready` holds.
-void ShowAndCheck(const char* title, const char* text, unsigned style,
-                  const MessageDialogParams& p, const std::function<bool(HWND)>& ready) {
-  std::thread driver([&] {
-    HWND dialog = nullptr;
-    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowA("#32770", title)); },
-                   10000)) {
-      ADD_FAILURE() << "no dialog " << title;
-      return;
-    }
-    EXPECT_TRUE(WaitUntil([&] { return ready(dialog); }, 5000));
-    CheckFits(dialog);
-    PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
-    PostMessageA(dialog, WM_COMMAND, IDOK, 0);
-    PostMessageA(dialog, WM_COMMAND, IDCUSTOM1, 0);
-  });
-  ShowMessageDialog(nullptr, text, title, style | MDS_NOSOUND, &p);
-  driver.join();
+  for (int id : {IDCANCEL, IDOK, IDCUSTOM1}) PostMessageA(dialog, WM_COMMAND, id, 0);
 }
 
 }  // namespace
@@ -119,24 +73,25 @@ TEST(HighDpi, BoxesFit) {
   HDC screen = GetDC(nullptr);
   EXPECT_EQ(GetDeviceCaps(screen, LOGPIXELSY), std::atoi(dpi));
   ReleaseDC(nullptr, screen);
-
-  MessageDialogParams p{};
+  std::printf("at %s DPI\n", dpi);
+  MessageDialogParams p{}, countdown{}, custom{};
   p.pfnReport = [](const char*, void*) {};
-  ShowAndCheck("Import finished",
-               "212 records were imported; 3 were skipped because their dates could not be read.",
-               MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN, p,
-               [](HWND) { return true; });
-  MessageDialogParams countdown{};
+  msgbox_test::Drive("Import finished", MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN,
+                     &p, CheckFits,
+                     "212 records were imported; 3 were skipped because their dates could not "
+                     "be read.");
   countdown.nTimeoutSeconds = 30;
-  ShowAndCheck("Unsaved changes", "The document has changed.\n\nSave it before closing?",
-               MB_YESNOCANCEL | MDS_YESTOALL | MB_ICONQUESTION, countdown, [](HWND dialog) {
-                 return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") != std::wstring::npos;
-               });
-  MessageDialogParams custom{};
+  msgbox_test::Drive("Unsaved changes", MB_YESNOCANCEL | MDS_YESTOALL | MB_ICONQUESTION,
+                     &countdown, [](HWND dialog) {
+                       EXPECT_TRUE(WaitUntil([&] {
+                         return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") != std::wstring::npos;
+                       }, 5000));
+                       CheckFits(dialog);
+                     }, "The document has changed.\n\nSave it before closing?");
   std::strcpy(custom.szCustomButtons, "&Save\nDiscard\nLater");
   custom.dwOptions = MDO_RIGHTJUSTIFY;
-  ShowAndCheck("Custom", "Keep the changes?", MB_ICONEXCLAMATION | MDS_DONTASKAGAIN, custom,
-               [](HWND) { return true; });
+  msgbox_test::Drive("Custom", MB_ICONEXCLAMATION | MDS_DONTASKAGAIN, &custom, CheckFits,
+                     "Keep the changes?");
 }
 
 namespace {
@@ -145,17 +100,6 @@ INT_PTR CALLBACK LinkDialogProc(HWND dialog, UINT message, WPARAM, LPARAM lParam
   if (message != WM_INITDIALOG) return FALSE;
   hyperlink_demo::AddLinks(dialog, *reinterpret_cast<hyperlink_demo::Links*>(lParam));
   return TRUE;
-}
-
-// The width and height of `length` characters of `text` on one line in `font`.
-SIZE Extent(HWND control, HFONT font, const char* text, int length) {
-  HDC dc = GetDC(control);
-  HGDIOBJ old = SelectObject(dc, font);
-  RECT r = {0, 0, 1 << 20, 0};
-  DrawTextA(dc, text, length, &r, DT_CALCRECT | DT_SINGLELINE);
-  SelectObject(dc, old);
-  ReleaseDC(control, dc);
-  return {r.right, r.bottom};
 }
 
 }  // namespace
@@ -172,33 +116,29 @@ TEST(HighDpi, LinksFit) {
   ASSERT_NE(dialog, nullptr);
   RECT dialogClient;
   GetClientRect(dialog, &dialogClient);
+  CHyperLinkEx* linkOf[] = {nullptr, &links.plain, &links.tagged, &links.bold, &links.hover};
   for (int id = 100; id <= 104; ++id) {
+    SCOPED_TRACE(id);
     HWND control = GetDlgItem(dialog, id);
     RECT client, box;
     GetClientRect(control, &client);
     GetWindowRect(control, &box);
     MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&box), 2);
-    EXPECT_LE(box.right, dialogClient.right) << "control " << id;
-    EXPECT_LE(box.bottom, dialogClient.bottom) << "control " << id;
-    char text[256] = {};
-    GetWindowTextA(control, text, sizeof text);
-    HFONT font = reinterpret_cast<HFONT>(SendMessageA(dialog, WM_GETFONT, 0, 0));
+    EXPECT_TRUE(Inside(box, dialogClient));
+    const std::wstring text = TextOf(control);
     if (id == 100) {
-      const SIZE need = Extent(control, font, text, -1);
-      EXPECT_LE(need.cx, client.right);
-      EXPECT_LE(need.cy, client.bottom);
+      const SIZE need = Needed(control, text, DT_SINGLELINE, 1 << 20);
+      EXPECT_TRUE(need.cx <= client.right && need.cy <= client.bottom);
       continue;
     }
-    CHyperLinkEx& link = id == 101 ? links.plain : id == 102 ? links.tagged
-                       : id == 103 ? links.bold : links.hover;
-    const RECT r = link.GetLinkRect();
-    EXPECT_TRUE(r.left >= 0 && r.top >= 0 && r.right <= client.right && r.bottom <= client.bottom)
-        << "link of control " << id;
-    const LinkLabelParts parts = deskaid::ParseTaggedText(text);
+    const RECT r = linkOf[id - 100]->GetLinkRect();
+    EXPECT_TRUE(Inside(r, client)) << "the link";
+    const std::string narrow(text.begin(), text.end());
+    const LinkLabelParts parts = deskaid::ParseTaggedText(narrow.c_str());
     if (parts.pszAfter != nullptr) {  // drawn from the link's right edge on, in the normal font
-      const SIZE after = Extent(control, font, parts.pszAfter, parts.cchAfter);
-      EXPECT_LE(r.right + after.cx, client.right) << "text after the link of control " << id;
-      EXPECT_LE(after.cy, client.bottom);
+      const SIZE after = Needed(control, std::wstring(parts.pszAfter, parts.pszAfter + parts.cchAfter),
+                                DT_SINGLELINE, 1 << 20);
+      EXPECT_TRUE(r.right + after.cx <= client.right && after.cy <= client.bottom) << "after";
     }
   }
   DestroyWindow(dialog);
@@ -229,12 +169,16 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     PROCESS_INFORMATION process = {};
     ASSERT_TRUE(CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                &startup, &process));
-    WaitForSingleObject(process.hProcess, 120000);
+    // A program that does not end in time is ended here, before the setting changes again.
+    const DWORD start = GetTickCount();
+    const bool ended = WaitForSingleObject(process.hProcess, 120000) == WAIT_OBJECT_0;
+    if (!ended) TerminateProcess(process.hProcess, 1), WaitForSingleObject(process.hProcess, 10000);
+    std::printf("the program for %lu DPI ran %lu ms\n", dpi, GetTickCount() - start);
     DWORD status = 1;
     GetExitCodeProcess(process.hProcess, &status);
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
-    EXPECT_EQ(status, 0u) << "at " << dpi << " DPI";
+    EXPECT_TRUE(ended && status == 0) << "at " << dpi << " DPI, " << (ended ? "failed" : "hung");
   }
   SetEnvironmentVariableA(kChildVariable, nullptr);
   if (hadValue)

@@ -2,6 +2,7 @@
 // checks that make it a test.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -12,15 +13,11 @@
 
 #include "support/scratch_dir.h"
 
-namespace fs = std::filesystem;
-
 namespace {
-
 
 TEST(ReadmeExamples, LogAndTrace) {
   ScratchDir dir;
   const std::string logPath = dir.PathOf("app.log");
-  fs::remove(logPath);
   uint32_t address = 0x0040121A;
   // README: log
   g_LogWriter.Open(logPath.c_str(), 1 << 20, /*encipher=*/1, /*dropPercent=*/20);
@@ -30,14 +27,12 @@ TEST(ReadmeExamples, LogAndTrace) {
   // README: end
   uint32_t month = 0, day = 0;
   EXPECT_TRUE(ReadLogStamp(logPath.c_str(), month, day));
-  EXPECT_GT(fs::file_size(logPath), 74u);
-  fs::remove(logPath);
+  EXPECT_GT(std::filesystem::file_size(logPath), 74u);
 }
 
 TEST(ReadmeExamples, Export) {
   ScratchDir dir;
   const std::string logPath = dir.PathOf("export.log"), textPath = dir.PathOf("export.txt");
-  fs::remove(logPath);
   CLogWriter writer;
   writer.Open(logPath.c_str(), 0xFFFFFFFF, 1, 20);
   writer.WriteFormat(LOG_LEVEL_4, 0, "%s", "disk full");
@@ -52,14 +47,10 @@ TEST(ReadmeExamples, Export) {
   bool converted = ConvertLogToText(logPath.c_str(), textPath.c_str(), nullptr);
   // README: end
   ASSERT_TRUE(converted);
-  std::ifstream text(textPath);
   std::string line;
-  std::getline(text, line);
+  std::getline(std::ifstream(textPath), line);
   EXPECT_EQ(line.substr(0, 2), "4 ");
   EXPECT_NE(line.find("\tdisk full"), std::string::npos);
-  text.close();
-  fs::remove(logPath);
-  fs::remove(textPath);
 }
 
 TEST(ReadmeExamples, Symbols) {
@@ -76,10 +67,9 @@ TEST(ReadmeExamples, Symbols) {
     }
   }  // the engine cleans up when it goes out of scope
   // README: end
-  ASSERT_FALSE(names.empty());
-  bool sawTest = false;
-  for (const auto& name : names) sawTest = sawTest || name.find("TestBody") != std::string::npos;
-  EXPECT_TRUE(sawTest) << "the walk passes through this test's own body";
+  EXPECT_TRUE(std::any_of(names.begin(), names.end(), [](const std::string& name) {
+    return name.find("TestBody") != std::string::npos;
+  })) << "the walk passes through this test's own body";
 }
 
 void UploadReport(const char* dumpPath, const char* logPath, void*) {
@@ -139,7 +129,6 @@ TEST(ReadmeExamples, Md5AndBase64) {
   EXPECT_EQ(text, "TWFueSBoYW5kcyBtYWtlIGxpZ2h0IHdvcmsu");
   EXPECT_EQ(back, "Many hands make light work.");
   EXPECT_STREQ(timeout, "The request has timed out.");
-  fs::remove(path);
 }
 
 }  // namespace

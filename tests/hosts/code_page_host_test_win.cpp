@@ -1,33 +1,29 @@
 // deskaid in hosts of two ANSI code pages: one whose manifest makes UTF-8 its code page, one of
 // the Western code page 1252. Each test writes its texts as UTF-16, hands them to deskaid in the
-// host's code page, and reads back as UTF-16 what the platform shows, stores or opens.
+// host's code page, and reads back as UTF-16 what the platform shows, stores or opens. What does
+// not depend on the code page is left to the other suites.
 #include <windows.h>
 #include <commctrl.h>
-#include <wincrypt.h>
 
 #include <gtest/gtest.h>
-
-#include "support/input_win.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include <deskaid/codec/base64.h>
 #include <deskaid/codec/md5.h>
-#include <deskaid/diag/debug_trace.h>
 #include <deskaid/diag/log_export.h>
 #include <deskaid/diag/log_writer.h>
 #include <deskaid/msgbox/internal/xdialog_template.h>
-#include <deskaid/msgbox/message_dialog.h>
 #include <deskaid/ui/hyperlink.h>
 
+#include "msgbox/msgbox_test_util_win.h"
 #include "support/scratch_dir.h"
 #include "ui/link_dialog.h"
+
+using msgbox_test::Needed;
+using msgbox_test::TextOf;
 
 namespace {
 
@@ -35,84 +31,44 @@ namespace {
 // holds together (Cyrillic, Chinese, characters outside the Basic Multilingual Plane); the
 // legacy host gets the Western letters and signs of 1252.
 struct Samples {
-  const wchar_t* text;
-  const wchar_t* caption;
-  const wchar_t* buttons[3];
-  const wchar_t* check;
-  const wchar_t* before;
-  const wchar_t* link;
-  const wchar_t* after;
-  const wchar_t* target;
-  const wchar_t* folder;
-  const wchar_t* body;
+  const wchar_t *text, *caption, *buttons[3], *link, *target, *body;
 };
 
 const Samples kUtf8 = {
-    L"Die Zahlung ist fehlgeschlagen.\n\u041F\u043E\u0432\u0442\u043E\u0440\u0438\u0442\u044C \u043F\u043B\u0430\u0442\u0451\u0436? \u8BF7\u7A0D\u540E\u91CD\u8BD5\u3002\U0001F642",
+    L"Die Zahlung ist fehlgeschlagen. \u041F\u043E\u0432\u0442\u043E\u0440\u0438\u0442\u044C \u043F\u043B\u0430\u0442\u0451\u0436? \u8BF7\u7A0D\u540E\u91CD\u8BD5\u3002\U0001F642",
     L"Zahlung \u2013 \u652F\u4ED8",
     {L"&Wiederholen", L"\u041E\u0442&\u043C\u0435\u043D\u0430", L"\u7A0D\u540E(&L)"},
-    L"Nicht mehr fragen \u2713",
-    L"Weiter zu ",
-    L"\u00DCberblick \u6982\u8981",
-    L" \u00F6ffnen",
+    L"\u00DCberblick \u6982\u8981 \u0416",
     L"https://example.invalid/\u00FCbersicht/\u6982\u8981?q=\u0436",
-    L"Protokolle \u65E5\u5FD7 \u0416",
     L"\u00DCberweisung 42 \u20AC an M\u00FCller \u2014 \u5DF2\u5B8C\u6210 \U0001F4B6",
 };
 
 const Samples kLegacy = {
-    L"Die Zahlung ist fehlgeschlagen.\nNoch einmal? Caf\u00E9 \u00AB na\u00EFve \u00BB \u2013 42 \u20AC",
+    L"Die Zahlung ist fehlgeschlagen. Noch einmal? Caf\u00E9 \u00AB na\u00EFve \u00BB \u2013 42 \u20AC",
     L"Zahlung \u2013 \u00DCbersicht",
     {L"&Wiederholen", L"Abbre&chen", L"Sp\u00E4&ter"},
-    L"Nicht mehr fragen \u00A9",
-    L"Weiter zu ",
-    L"\u00DCberblick \u00BD",
-    L" \u00F6ffnen",
+    L"\u00DCberblick \u00BD Gr\u00F6\u00DFe",
     L"https://example.invalid/\u00FCbersicht?q=\u00DF",
-    L"Protokolle Gr\u00F6\u00DFe",
     L"\u00DCberweisung 42 \u20AC an M\u00FCller \u2014 erledigt \u00B1",
 };
 
 const Samples& ForThisHost() { return GetACP() == CP_UTF8 ? kUtf8 : kLegacy; }
 
-// The text in the host's code page; fails the test if a character has no place in it.
-std::string Host(const std::wstring& wide) {
-  const int n = WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, nullptr, 0, nullptr, nullptr);
-  std::string bytes(static_cast<size_t>(n > 0 ? n : 1), '\0');
-  WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, &bytes[0], n, nullptr, nullptr);
-  bytes.resize(std::strlen(bytes.c_str()));
-  const int back = MultiByteToWideChar(CP_ACP, 0, bytes.c_str(), -1, nullptr, 0);
-  std::wstring round(static_cast<size_t>(back > 0 ? back : 1), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, bytes.c_str(), -1, &round[0], back);
-  round.resize(wcslen(round.c_str()));
-  EXPECT_EQ(round, wide) << "a sample does not fit code page " << GetACP();
+// The text in the host's code page; `whole` fails the test if a character has no place in it.
+std::string Host(const std::wstring& wide, bool whole = true) {
+  const int n = static_cast<int>(wide.size());
+  std::string bytes(wide.size() * 4, '\0');
+  bytes.resize(static_cast<size_t>(
+      WideCharToMultiByte(CP_ACP, 0, wide.data(), n, &bytes[0], 4 * n, nullptr, nullptr)));
+  std::wstring round(wide.size(), L'\0');
+  round.resize(static_cast<size_t>(MultiByteToWideChar(
+      CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), &round[0], n)));
+  EXPECT_TRUE(!whole || round == wide) << "a sample does not fit code page " << GetACP();
   return bytes;
 }
 
-std::wstring TextOf(HWND window) {
-  wchar_t text[1024] = {};
-  GetWindowTextW(window, text, 1024);
-  return text;
-}
-
-std::wstring WithoutAmpersands(std::wstring text) {
+std::wstring WithoutAmpersand(std::wstring text) {
   text.erase(std::remove(text.begin(), text.end(), L'&'), text.end());
-  return text;
-}
-
-std::wstring ClipboardTextAfter(DWORD since) {
-  std::wstring text;
-  bool read = false;
-  WaitUntil([&] {
-    if (read) return true;
-    if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
-    if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
-      if (const wchar_t* wide = static_cast<const wchar_t*>(GlobalLock(data))) text = wide;
-      GlobalUnlock(data);
-    }
-    CloseClipboard();
-    return read = true;
-  }, 2000);
   return text;
 }
 
@@ -130,8 +86,8 @@ std::string ReadFileW(const std::wstring& path) {
 
 TEST(CodePageHost, RunsInItsCodePage) { EXPECT_EQ(GetACP(), static_cast<UINT>(DESKAID_HOST_ACP)); }
 
-// Text, caption, custom buttons and check box caption reach the dialog's controls as the same
-// characters; the message is measured with them, and Ctrl+C copies them.
+// Text, caption and custom buttons reach the dialog's controls as the same characters; the
+// message is measured with them, and Ctrl+C copies them.
 TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
   const Samples& s = ForThisHost();
   MessageDialogParams p{};
@@ -139,89 +95,32 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
       Host(s.buttons[0]) + "\n" + Host(s.buttons[1]) + "\n" + Host(s.buttons[2]);
   ASSERT_LT(buttons.size(), sizeof p.szCustomButtons);
   std::strcpy(p.szCustomButtons, buttons.c_str());
-  p.bUserCaptions = TRUE;
-  std::strcpy(p.UserCaptions.szDontAskAgain, Host(s.check).c_str());
   const std::string text = Host(s.text), caption = Host(s.caption);
-
-  std::wstring title, message, check, copy;
-  std::vector<std::wstring> shown;
-  RECT client{}, needed{};
-  std::thread driver([&] {
-    HWND dialog = nullptr;
-    if (!WaitUntil([&] { return IsWindowVisible(dialog = FindWindowW(L"#32770", s.caption)); },
-                   10000)) {
-      ADD_FAILURE() << "no dialog with the caption";
-      return;
-    }
+  std::wstring title, message, copy, shown;
+  SIZE room{}, needed{};
+  const int result = msgbox_test::Drive(caption.c_str(), MB_OK, &p, [&](HWND dialog) {
     title = TextOf(dialog);
     HWND text = GetDlgItem(dialog, ID_FIRSTTEXT);
     message = TextOf(text);
-    for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id) shown.push_back(TextOf(GetDlgItem(dialog, id)));
-    check = TextOf(GetDlgItem(dialog, ID_CHECKBOX));
+    for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id) shown += TextOf(GetDlgItem(dialog, id)) + L"|";
     // The message control holds the text as the dialog's font draws it.
+    RECT client;
     GetClientRect(text, &client);
-    HDC dc = GetDC(text);
-    HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(text, WM_GETFONT, 0, 0)));
-    needed = {0, 0, client.right, 0};
-    DrawTextW(dc, s.text, -1, &needed, DT_CALCRECT | DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX);
-    SelectObject(dc, old);
-    ReleaseDC(text, dc);
-
-    SetForegroundWindow(dialog);
-    Sleep(100);
-    const DWORD before = GetClipboardSequenceNumber();
-    PressCtrlC();
-    copy = ClipboardTextAfter(before);
+    room = {client.right, client.bottom};
+    needed = Needed(text, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, client.right);
+    copy = msgbox_test::CopyOf(dialog);
     SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
-  });
-  const int result =
-      ShowMessageDialog(nullptr, text.c_str(), caption.c_str(), MDS_DONTASKAGAIN | MDS_NOSOUND, &p);
-  driver.join();
-
+  }, text.c_str());
   EXPECT_EQ(result, IDCUSTOM2);
   EXPECT_EQ(title, s.caption);
   EXPECT_EQ(message, s.text);
-  EXPECT_EQ(shown, (std::vector<std::wstring>{s.buttons[0], s.buttons[1], s.buttons[2]}));
-  EXPECT_EQ(check, s.check);
-  EXPECT_LE(needed.right, client.right);
-  EXPECT_LE(needed.bottom, client.bottom);
-
-  std::wstring lines = s.text;
-  for (size_t at = 0; (at = lines.find(L'\n', at)) != std::wstring::npos; at += 2)
-    lines.insert(at, 1, L'\r');
+  EXPECT_EQ(shown, std::wstring(s.buttons[0]) + L"|" + s.buttons[1] + L"|" + s.buttons[2] + L"|");
+  EXPECT_TRUE(needed.cx <= room.cx && needed.cy <= room.cy);
   const std::wstring rule = L"---------------------------\r\n";
-  EXPECT_EQ(copy, rule + s.caption + L"\r\n" + rule + lines + L"\r\n" + rule +
-                      WithoutAmpersands(s.buttons[0]) + L"   " + WithoutAmpersands(s.buttons[1]) +
-                      L"   " + WithoutAmpersands(s.buttons[2]) + L"   \r\n" + rule);
+  EXPECT_EQ(copy, rule + s.caption + L"\r\n" + rule + s.text + L"\r\n" + rule +
+                      WithoutAmpersand(s.buttons[0]) + L"   " + WithoutAmpersand(s.buttons[1]) +
+                      L"   " + WithoutAmpersand(s.buttons[2]) + L"   \r\n" + rule);
 }
-
-namespace {
-
-std::vector<std::wstring> ToolTexts(HWND tooltip) {
-  std::vector<std::wstring> texts;
-  const LRESULT count = SendMessageW(tooltip, TTM_GETTOOLCOUNT, 0, 0);
-  for (LRESULT i = 0; i < count; ++i) {
-    wchar_t text[1024] = {};
-    TTTOOLINFOW info = {};
-    info.cbSize = TTTOOLINFOW_V2_SIZE;
-    info.lpszText = text;
-    SendMessageW(tooltip, TTM_ENUMTOOLSW, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&info));
-    texts.push_back(text);
-  }
-  return texts;
-}
-
-// The width and height `text` takes in `window`'s font, word-wrapped within `area`.
-RECT Measure(HWND window, const std::wstring& text, RECT area) {
-  HDC dc = GetDC(window);
-  HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(window, WM_GETFONT, 0, 0)));
-  DrawTextW(dc, text.c_str(), static_cast<int>(text.size()), &area, DT_CALCRECT | DT_WORDBREAK);
-  SelectObject(dc, old);
-  ReleaseDC(window, dc);
-  return area;
-}
-
-}  // namespace
 
 // A static whose text is an address targets it and shows it in its tooltip; a tagged label keeps
 // its characters, its separate target goes to the tooltip, and its link part is measured where
@@ -230,152 +129,69 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   const Samples& s = ForThisHost();
   LinkDialog dialog;
   const std::string target = Host(s.target);
-
-  CHyperLinkEx plain;
+  auto toolText = [](const CHyperLinkEx& link) {
+    wchar_t text[1024] = {};
+    TTTOOLINFOW info = {};
+    info.cbSize = TTTOOLINFOW_V2_SIZE;
+    info.lpszText = text;
+    SendMessageW(link.GetToolTip(), TTM_ENUMTOOLSW, 0, reinterpret_cast<LPARAM>(&info));
+    return std::wstring(text);
+  };
+  CHyperLinkEx plain, tagged;
   HWND control = dialog.AddStatic(target.c_str(), SS_LEFT, 101, {10, 10, 390, 30});
   ASSERT_TRUE(plain.AttachToWindow(control));
-  EXPECT_EQ(TextOf(control), s.target);
-  EXPECT_EQ(ToolTexts(plain.GetToolTip()), std::vector<std::wstring>{s.target});
-  ASSERT_TRUE(plain.SetLabelText(Host(s.link).c_str()));
-  EXPECT_EQ(TextOf(control), s.link);
+  EXPECT_EQ(toolText(plain), s.target);
   RECT client;
   GetClientRect(control, &client);
-  const RECT whole = Measure(control, s.link, client);
-  EXPECT_EQ(plain.GetLinkRect().right, whole.right);
+  EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.target, DT_WORDBREAK, client.right).cx);
 
-  CHyperLinkEx tagged;
   tagged.SetExtendedStyle(LinkStyleUseTags);
   ASSERT_TRUE(tagged.SetTarget(target.c_str()));
-  const std::wstring label = std::wstring(s.before) + L"<a>" + s.link + L"</a>" + s.after;
+  const std::wstring before = L"Weiter zu ", label = before + L"<a>" + s.link + L"</a> \u00F6ffnen";
   control = dialog.AddStatic(Host(label).c_str(), SS_LEFT, 102, {10, 40, 390, 60});
   ASSERT_TRUE(tagged.AttachToWindow(control));
   EXPECT_EQ(TextOf(control), label);
-  EXPECT_EQ(ToolTexts(tagged.GetToolTip()), std::vector<std::wstring>{s.target});
+  EXPECT_EQ(toolText(tagged), s.target);
   GetClientRect(control, &client);
-  const RECT before = Measure(control, s.before, client);
-  RECT rest = client;
-  rest.left = before.right;
-  const RECT link = Measure(control, s.link, rest);  // underlining leaves widths alone
-  EXPECT_EQ(tagged.GetLinkRect().left, before.right);
-  EXPECT_EQ(tagged.GetLinkRect().right, link.right);
+  const LONG left = Needed(control, before, DT_WORDBREAK, client.right).cx;
+  EXPECT_EQ(tagged.GetLinkRect().left, left);  // underlining leaves widths alone
+  EXPECT_EQ(tagged.GetLinkRect().right,
+            left + Needed(control, s.link, DT_WORDBREAK, client.right - left).cx);
 }
 
 // A log in a folder of the host's characters: its file has that name, its record keeps the body's
-// bytes, and the converter and logexport write them out unchanged.
+// bytes, and the converter writes them out unchanged; the text file, named in the host's
+// characters too, is hashed as its bytes are.
 TEST(CodePageHost, LogPathsBodiesAndExport) {
   const Samples& s = ForThisHost();
   ScratchDir scratch;
-  const std::wstring folder = scratch.path().wstring() + L"\\" + s.folder;
+  const std::wstring folder = scratch.path().wstring() + L"\\" + s.link;
   ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
-  const std::wstring log = folder + L"\\" + s.folder + L".log";
-  const std::wstring text = folder + L"\\" + s.folder + L".txt";
+  const std::wstring log = folder + L"\\" + s.link + L".log", text = log + L".txt";
   const std::string body = Host(s.body);
   ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, 1, 20));
   ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", body.c_str()), 0u);
   g_LogWriter.Close();
   EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
-
   ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
   const std::string exported = ReadFileW(text);
   const size_t tab = exported.find('\t');
   ASSERT_NE(tab, std::string::npos) << exported;
   EXPECT_EQ(exported.substr(tab + 1, body.size()), body);
   EXPECT_EQ(exported.find_first_not_of("\r\n", tab + 1 + body.size()), std::string::npos);
-
-  // logexport, a program of its own, prints the same bytes to its standard output.
-  wchar_t self[MAX_PATH];
-  GetModuleFileNameW(nullptr, self, MAX_PATH);
-  std::wstring tool = self;
-  tool.erase(tool.find_last_of(L'\\') + 1) += L"..\\..\\tools\\logexport.exe";
-  const std::wstring copy = scratch.path().wstring() + L"\\plain.log";
-  const std::wstring out = scratch.path().wstring() + L"\\plain.out";
-  ASSERT_TRUE(CopyFileW(log.c_str(), copy.c_str(), FALSE));
-  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  HANDLE output = CreateFileW(out.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                              CREATE_ALWAYS, 0, nullptr);
-  ASSERT_NE(output, INVALID_HANDLE_VALUE);
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = startup.hStdError = output;
-  std::wstring command = L"\"" + tool + L"\" \"" + copy + L"\"";
-  PROCESS_INFORMATION process = {};
-  ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                             &startup, &process));
-  WaitForSingleObject(process.hProcess, 60000);
-  DWORD status = 1;
-  GetExitCodeProcess(process.hProcess, &status);
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
-  CloseHandle(output);
-  EXPECT_EQ(status, 0u);
-  const std::string printed = ReadFileW(out);
-  EXPECT_EQ(printed.substr(printed.find('\t') + 1, body.size()), body) << printed;
-}
-
-// MD5 and Base64 work on the host's bytes, whatever characters they encode; a file named in the
-// host's characters is hashed too. CryptoAPI is the oracle.
-TEST(CodePageHost, DigestAndBase64OfTheBytes) {
-  const Samples& s = ForThisHost();
-  const std::string bytes = Host(s.body);
-  const BYTE* data = reinterpret_cast<const BYTE*>(bytes.data());
-  const DWORD size = static_cast<DWORD>(bytes.size());
-
-  HCRYPTPROV provider = 0;
-  HCRYPTHASH hash = 0;
-  ASSERT_TRUE(CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL,
-                                   CRYPT_VERIFYCONTEXT));
-  ASSERT_TRUE(CryptCreateHash(provider, CALG_MD5, 0, 0, &hash));
-  ASSERT_TRUE(CryptHashData(hash, data, size, 0));
-  BYTE digest[16];
-  DWORD digestSize = sizeof digest;
-  ASSERT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, digest, &digestSize, 0));
-  CryptDestroyHash(hash);
-  CryptReleaseContext(provider, 0);
-  char hex[33];
-  for (int i = 0; i < 16; ++i) std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);
-  EXPECT_STREQ(HashString(bytes.c_str()), hex);
-
-  ScratchDir scratch;
-  const std::wstring file = scratch.path().wstring() + L"\\" + s.folder + L".bin";
-  FILE* f = _wfopen(file.c_str(), L"wb");
-  ASSERT_NE(f, nullptr);
-  std::fwrite(bytes.data(), 1, bytes.size(), f);
-  std::fclose(f);
-  EXPECT_EQ(HashFile(Host(file).c_str()).value_or("none"), hex);
-
-  char encoded[256] = {};
-  DWORD encodedSize = sizeof encoded;
-  ASSERT_TRUE(CryptBinaryToStringA(data, size, CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF,
-                                   encoded, &encodedSize));
-  Base64Coder coder;
-  coder.Encode(data, size);
-  EXPECT_STREQ(coder.GetText(), encoded);
-  coder.DecodeString(encoded);
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(coder.GetData()), bytes.size()), bytes);
+  EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
 }
 
 namespace {
 
-std::string Bytes(const std::wstring& wide) {
-  const int n = WideCharToMultiByte(CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()),
-                                    nullptr, 0, nullptr, nullptr);
-  std::string bytes(static_cast<size_t>(n), '\0');
-  if (n > 0)
-    WideCharToMultiByte(CP_ACP, 0, wide.c_str(), static_cast<int>(wide.size()), &bytes[0], n,
-                        nullptr, nullptr);
-  return bytes;
-}
-
 // What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
 std::string Cut(const std::wstring& wide, size_t limit) {
   std::string kept;
-  for (size_t i = 0; i < wide.size();) {
-    const size_t units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
-    const std::string one = Bytes(wide.substr(i, units));
+  for (size_t i = 0, units; i < wide.size(); i += units) {
+    units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
+    const std::string one = Host(wide.substr(i, units), false);
     if (kept.size() + one.size() > limit) break;
     kept += one;
-    i += units;
   }
   return kept;
 }

@@ -8,6 +8,8 @@
 
 #include <vector>
 
+#include "hyperlink_dialog_win.h"
+
 class LinkDialog {
  public:
   // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK. Zeroed by each dialog.
@@ -23,14 +25,9 @@ class LinkDialog {
     INITCOMMONCONTROLSEX icc = {sizeof(icc), ICC_WIN95_CLASSES};
     ::InitCommonControlsEx(&icc);
     record = Record();
-    // DLGTEMPLATE, then no menu, the default class, no title, point size 8 and the face name.
-    alignas(4) WORD buffer[64] = {};
-    auto* tmpl = reinterpret_cast<DLGTEMPLATE*>(buffer);
-    *tmpl = {DS_SETFONT | DS_MODALFRAME | WS_POPUP | WS_VISIBLE | WS_CAPTION, 0, 0, 0, 0, 200, 100};
-    WORD* p = reinterpret_cast<WORD*>(tmpl + 1) + 3;
-    *p++ = 8;
-    for (const char* face = "MS Shell Dlg"; *face; ++face) *p++ = static_cast<WORD>(*face);
-    m_hWnd = ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr), tmpl, nullptr, Proc, 0);
+    alignas(4) WORD buffer[64] = {};  // the demo's dialog: dialog font, no controls of its own
+    m_hWnd = ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr),
+                                          hyperlink_demo::Template(buffer), nullptr, Proc, 0);
     if (m_hWnd == nullptr) ADD_FAILURE() << "no dialog could be created: is there a display?";
   }
   ~LinkDialog() { ::DestroyWindow(m_hWnd); }
