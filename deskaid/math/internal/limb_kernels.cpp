@@ -372,26 +372,27 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
 
 #endif
 
-#if DESKAID_LIMB_ASM
+#if DESKAID_LIMB_ROWS_ASM
 namespace {
 
+#if DESKAID_LIMB_ASM
 // Two limbs a pass: load, multiply, add the carry, then add the product's low limb to the limb
-// of r (op addq) or take it away (op subq), carrying or borrowing into the next product's high
+// of r (op add) or take it away (op sub), carrying or borrowing into the next product's high
 // limb, with one chain through the flags.
-#define DESKAID_MUL1_ROW_LOOP(op, acc)                                   \
+#define DESKAID_ROW_LOOP(op, acc)                                      \
   __asm__(                                                               \
       "1:\n\t"                                                            \
       "movq (%[a]), %%rax\n\t"                                            \
       "mulq %[m]\n\t"                                                     \
       "addq %[c], %%rax\n\t"                                              \
       "movq 8(%[a]), %[c]\n\t"                                            \
-      "adcq $0, %%rdx\n\t" op " %%rax, (%[r])\n\t"                        \
+      "adcq $0, %%rdx\n\t" op "q %%rax, (%[r])\n\t"                        \
       "movq %%rdx, %[t]\n\t"                                              \
       "adcq $0, %[t]\n\t"                                                 \
       "movq %[c], %%rax\n\t"                                              \
       "mulq %[m]\n\t"                                                     \
       "addq %[t], %%rax\n\t"                                              \
-      "adcq $0, %%rdx\n\t" op " %%rax, 8(%[r])\n\t"                       \
+      "adcq $0, %%rdx\n\t" op "q %%rax, 8(%[r])\n\t"                       \
       "adcq $0, %%rdx\n\t"                                                \
       "movq %%rdx, %[c]\n\t"                                              \
       "leaq 16(%[a]), %[a]\n\t"                                           \
@@ -401,6 +402,35 @@ namespace {
       : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(acc), [t] "=&r"(next) \
       : [m] "r"(m)                                                       \
       : "rax", "rdx", "cc", "memory")
+
+#else
+// 32-bit x86: the loop of the x86-64 rows above, two limbs a pass, with the count and the
+// multiplier in memory, which leaves the registers the loop needs.
+#define DESKAID_ROW_LOOP(op, acc)                                        \
+  __asm__(                                                                \
+      "1:\n\t"                                                             \
+      "movl (%[a]), %%eax\n\t"                                             \
+      "mull %[m]\n\t"                                                      \
+      "addl %[c], %%eax\n\t"                                               \
+      "movl 4(%[a]), %[c]\n\t"                                             \
+      "adcl $0, %%edx\n\t" op "l %%eax, (%[r])\n\t"                         \
+      "movl %%edx, %[t]\n\t"                                               \
+      "adcl $0, %[t]\n\t"                                                  \
+      "movl %[c], %%eax\n\t"                                               \
+      "mull %[m]\n\t"                                                      \
+      "addl %[t], %%eax\n\t"                                               \
+      "adcl $0, %%edx\n\t" op "l %%eax, 4(%[r])\n\t"                        \
+      "adcl $0, %%edx\n\t"                                                 \
+      "movl %%edx, %[c]\n\t"                                               \
+      "leal 8(%[a]), %[a]\n\t"                                             \
+      "leal 8(%[r]), %[r]\n\t"                                             \
+      "decl %[n]\n\t"                                                      \
+      "jnz 1b\n\t"                                                         \
+      : [r] "+r"(r), [a] "+r"(a), [n] "+m"(n), [c] "+r"(acc), [t] "=&r"(next) \
+      : [m] "m"(m)                                                        \
+      : "eax", "edx", "cc", "memory")
+
+#endif
 
 Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
@@ -414,7 +444,7 @@ Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   n /= 2;
   if (n == 0) return carry;
   Limb next;
-  DESKAID_MUL1_ROW_LOOP("addq", carry);
+  DESKAID_ROW_LOOP("add", carry);
   return carry;
 }
 
@@ -431,11 +461,17 @@ Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   n /= 2;
   if (n == 0) return borrow;
   Limb next;
-  DESKAID_MUL1_ROW_LOOP("subq", borrow);
+  DESKAID_ROW_LOOP("sub", borrow);
   return borrow;
 }
 
-#undef DESKAID_MUL1_ROW_LOOP
+#undef DESKAID_ROW_LOOP
+
+}  // namespace
+#endif
+
+#if DESKAID_LIMB_ASM
+namespace {
 
 // The same rows with BMI2 and ADX: mulx leaves the flags alone, so the carries of the products
 // (adcx, carry flag) and of the additions into r (adox, overflow flag) run as two chains side by
@@ -554,49 +590,7 @@ bool UseWideRows(bool wanted) {
   return wide;
 }
 #elif DESKAID_LIMB_ROWS_ASM
-// 32-bit x86: the loop of the x86-64 rows above, two limbs a pass, with the count and the
-// multiplier in memory, which leaves the registers the loop needs.
-#define DESKAID_I386_ROW_LOOP(op, acc)                                    \
-  __asm__(                                                                \
-      "1:\n\t"                                                             \
-      "movl (%[a]), %%eax\n\t"                                             \
-      "mull %[m]\n\t"                                                      \
-      "addl %[c], %%eax\n\t"                                               \
-      "movl 4(%[a]), %[c]\n\t"                                             \
-      "adcl $0, %%edx\n\t" op " %%eax, (%[r])\n\t"                         \
-      "movl %%edx, %[t]\n\t"                                               \
-      "adcl $0, %[t]\n\t"                                                  \
-      "movl %[c], %%eax\n\t"                                               \
-      "mull %[m]\n\t"                                                      \
-      "addl %[t], %%eax\n\t"                                               \
-      "adcl $0, %%edx\n\t" op " %%eax, 4(%[r])\n\t"                        \
-      "adcl $0, %%edx\n\t"                                                 \
-      "movl %%edx, %[c]\n\t"                                               \
-      "leal 8(%[a]), %[a]\n\t"                                             \
-      "leal 8(%[r]), %[r]\n\t"                                             \
-      "decl %[n]\n\t"                                                      \
-      "jnz 1b\n\t"                                                         \
-      : [r] "+r"(r), [a] "+r"(a), [n] "+m"(n), [c] "+r"(acc), [t] "=&r"(next) \
-      : [m] "m"(m)                                                        \
-      : "eax", "edx", "cc", "memory")
-
 namespace {
-
-Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb carry = 0;
-  if (n & 1) {
-    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
-    r[0] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-    ++r;
-    ++a;
-  }
-  n /= 2;
-  if (n == 0) return carry;
-  Limb next;
-  DESKAID_I386_ROW_LOOP("addl", carry);
-  return carry;
-}
 
 // With SSE2 a row is split in halves, one in each 64-bit lane of a register, so that two carry
 // chains run side by side; at the end the low half's carry enters the high half. A lane adds
@@ -650,23 +644,8 @@ Limb (*&ActiveAddMul1())(Limb*, const Limb*, size_t, Limb) {
 
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveAddMul1()(r, a, n, m); }
 
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb borrow = 0;
-  if (n & 1) {
-    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
-    const Limb pl = static_cast<Limb>(p);
-    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
-    r[0] -= pl;
-    ++r;
-    ++a;
-  }
-  n /= 2;
-  if (n == 0) return borrow;
-  Limb next;
-  DESKAID_I386_ROW_LOOP("subl", borrow);
-  return borrow;
-}
-#undef DESKAID_I386_ROW_LOOP
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return SubMul1Plain(r, a, n, m); }
+
 
 bool WideRowsAvailable() {
   static const bool available = ProcessorHasSse2();
