@@ -13,7 +13,7 @@
 #include <deskaid/common/rc4.h>
 #include <deskaid/diag/log_format.h>
 #include <deskaid/diag/log_writer.h>
-#include "export/export_probe.h"
+#include "support/known_functions.h"
 #include "support/scratch_dir.h"
 
 namespace {
