@@ -1,6 +1,6 @@
 // Test-side helpers for logs: a reader of log files written from the file layout alone, so that
-// it checks the writer rather than repeating it, the messages of a log exported as text, and a
-// capture of trace lines.
+// it checks the writer rather than repeating it; a log's archives; its messages exported as text;
+// and a capture of trace lines.
 #pragma once
 
 #include <algorithm>
@@ -18,6 +18,7 @@
 
 namespace logtest {
 
+// The little-endian number of `bytes` bytes at `at`.
 inline uint32_t U32(const std::string& b, size_t at, int bytes = 4) {
   uint32_t v = 0;
   for (int i = bytes - 1; i >= 0; --i) v = (v << 8) | static_cast<uint8_t>(b[at + i]);
@@ -25,18 +26,13 @@ inline uint32_t U32(const std::string& b, size_t at, int bytes = 4) {
 }
 
 struct Record {
-  uint8_t level = 0, kind = 0;
-  uint16_t keyIndex = 0;
-  uint32_t time = 0;
-  std::string raw;   // the body as stored
-  std::string text;  // the body deciphered
+  uint32_t level, kind, keyIndex, time;
+  std::string raw, text;  // the body as stored and deciphered
 };
 
 struct ParsedLog {
   bool valid = false;  // a trailer with the magic, and records that exactly fill the space before it
-  uint32_t recordCount = 0;
-  uint8_t month = 0, day = 0;
-  uint32_t keys[16] = {};
+  uint32_t recordCount = 0, month = 0, day = 0, keys[16] = {};
   std::vector<Record> records;
   std::vector<std::string> Texts() const {
     std::vector<std::string> texts;
@@ -45,32 +41,25 @@ struct ParsedLog {
   }
 };
 
-inline ParsedLog Parse(const std::string& bytes) {
+inline ParsedLog Parse(const std::string& b) {
   ParsedLog log;
-  if (bytes.size() < 74) return log;
-  const size_t end = bytes.size() - 74;
-  if (U32(bytes, end, 2) != 0x5156 || U32(bytes, end + 2, 2) != 16) return log;
-  log.recordCount = U32(bytes, end + 4);
-  log.month = static_cast<uint8_t>(bytes[end + 8]);
-  log.day = static_cast<uint8_t>(bytes[end + 9]);
-  for (int i = 0; i < 16; ++i) log.keys[i] = U32(bytes, end + 10 + 4 * i);
+  const size_t end = b.size() - 74;
+  if (b.size() < 74 || U32(b, end, 2) != 0x5156 || U32(b, end + 2, 2) != 16) return log;
+  log.recordCount = U32(b, end + 4);
+  log.month = U32(b, end + 8, 1);
+  log.day = U32(b, end + 9, 1);
+  for (int i = 0; i < 16; ++i) log.keys[i] = U32(b, end + 10 + 4 * i);
   size_t pos = 0;
-  while (pos + 10 <= end) {
-    Record r;
-    r.level = static_cast<uint8_t>(bytes[pos]);
-    r.kind = static_cast<uint8_t>(bytes[pos + 1]);
-    r.keyIndex = static_cast<uint16_t>(U32(bytes, pos + 2, 2));
-    const size_t length = U32(bytes, pos + 4, 2);
-    r.time = U32(bytes, pos + 6);
-    if (pos + 10 + length > end) return log;
-    r.raw = r.text = bytes.substr(pos + 10, length);
+  for (size_t length; pos + 10 <= end && pos + 10 + (length = U32(b, pos + 4, 2)) <= end;
+       pos += 10 + length) {
+    Record r{U32(b, pos, 1), U32(b, pos + 1, 1), U32(b, pos + 2, 2), U32(b, pos + 6), b.substr(pos + 10, length), ""};
+    r.text = r.raw;
     if (r.keyIndex < 16) {
-      const uint32_t key = log.keys[r.keyIndex];
-      const uint8_t k[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
+      const uint8_t k[4] = {uint8_t(log.keys[r.keyIndex]), uint8_t(log.keys[r.keyIndex] >> 8),
+                            uint8_t(log.keys[r.keyIndex] >> 16), uint8_t(log.keys[r.keyIndex] >> 24)};
       Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
     }
     log.records.push_back(r);
-    pos += 10 + length;
   }
   log.valid = pos == end && log.records.size() == log.recordCount;
   return log;
@@ -81,9 +70,8 @@ inline ParsedLog ParseFile(const std::string& path) { return Parse(ReadFileBytes
 // The other files of the folder that holds `path`, its archives, in the order of their names.
 inline std::vector<std::string> ArchivesBeside(const std::string& path) {
   std::vector<std::string> found;
-  const std::filesystem::path live(path);
-  for (const auto& entry : std::filesystem::directory_iterator(live.parent_path())) {
-    if (entry.path().filename() != live.filename()) found.push_back(entry.path().string());
+  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+    if (entry.path().filename() != std::filesystem::path(path).filename()) found.push_back(entry.path().string());
   }
   std::sort(found.begin(), found.end());
   return found;
@@ -92,13 +80,12 @@ inline std::vector<std::string> ArchivesBeside(const std::string& path) {
 // The log exported to `text` (with `image` to resolve addresses), one message per line.
 inline std::vector<std::string> ExportedMessages(const std::string& log, const std::string& text,
                                                  const char* image = nullptr) {
-  std::vector<std::string> messages;
   if (!ConvertLogToText(log.c_str(), text.c_str(), image)) return {"(not converted)"};
+  std::vector<std::string> messages;
   std::ifstream in(text);
   for (std::string line; std::getline(in, line);) {
-    std::string message = line.substr(line.find('\t') + 1);
-    while (!message.empty() && message.back() == '\r') message.pop_back();
-    messages.push_back(message);
+    messages.push_back(line.substr(line.find('\t') + 1));
+    while (!messages.back().empty() && messages.back().back() == '\r') messages.back().pop_back();
   }
   return messages;
 }

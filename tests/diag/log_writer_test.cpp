@@ -65,12 +65,9 @@ TEST_F(LogWriterTest, FirstRecordIsHeaderBodyAndTrailer) {
   const std::string text = "open C:\\data.bin failed";
   EXPECT_EQ(fs::file_size(path), 10 + text.size() + 74);
   const auto log = logtest::ParseFile(path);
-  ASSERT_TRUE(log.valid);
-  ASSERT_EQ(log.records.size(), 1u);
+  ASSERT_TRUE(log.valid && log.records.size() == 1);
   const auto& r = log.records[0];
-  EXPECT_EQ(r.level, 2);
-  EXPECT_EQ(r.kind, 2);
-  EXPECT_EQ(r.keyIndex, 0xFFFF);
+  EXPECT_EQ(std::to_string(r.level) + " " + std::to_string(r.kind) + " " + std::to_string(r.keyIndex), "2 2 65535");
   EXPECT_EQ(r.raw, text);
   EXPECT_NEAR(r.time, deskaid::platform::Time32(), 2.0);
   uint8_t month = 0, day = 0;
@@ -98,11 +95,7 @@ TEST_F(LogWriterTest, EncipheredLogReopensBehindItsRecordsUnderItsKeys) {
   ASSERT_TRUE(log.valid);
   EXPECT_EQ(log.Texts(), sent);
   EXPECT_EQ(0, std::memcmp(first.keys, log.keys, sizeof log.keys));
-  for (const auto& r : log.records) {
-    EXPECT_LT(r.keyIndex, 16);
-    EXPECT_NE(r.raw, r.text);
-    EXPECT_EQ(r.level, 8);
-  }
+  for (const auto& r : log.records) EXPECT_TRUE(r.keyIndex < 16 && r.raw != r.text && r.level == 8);
 }
 
 TEST_F(LogWriterTest, LevelBitsTraceOnlyMaskAndCuts) {
@@ -185,8 +178,7 @@ TEST_F(LogWriterTest, FilesWithoutATrailer) {
   CLogWriter fresh;  // one that never held a trailer
   WriteFileBytes(dir_.PathOf("short.log"), std::string(50, 's'));
   const std::string path = Open(fresh, "short.log");
-  EXPECT_EQ(fs::file_size(path), 50u);
-  EXPECT_EQ(fresh.GetSize(), 50u);
+  EXPECT_EQ(fs::file_size(path) + fresh.GetSize(), 100u);
   ASSERT_TRUE(fresh.Write(1, "abc", 3, 2));
   const std::string bytes = ReadFileBytes(path);
   ASSERT_EQ(bytes.size(), 10u + 3 + 74);
@@ -205,9 +197,8 @@ TEST_F(LogWriterTest, CompactionDropsTheOldestShareRoundedDown) {
   // Nine records of 18 bytes stay below the limit; the tenth reaches it and drops 20 % of ten.
   const std::string path = Open(writer, "compact.log", 10 * 18, 1);
   for (int i = 0; i < 10; ++i) writer.WriteFormat(1, 0, "record %d", i);
-  auto log = logtest::ParseFile(path);
-  ASSERT_TRUE(log.valid);
-  EXPECT_EQ(log.Texts().size(), 8u);
+  const auto log = logtest::ParseFile(path);
+  ASSERT_TRUE(log.valid && log.records.size() == 8);
   EXPECT_EQ(log.Texts().front(), "record 2");
   EXPECT_FALSE(fs::exists(path + ".n_"));
   EXPECT_EQ(writer.GetSize(), fs::file_size(path));
