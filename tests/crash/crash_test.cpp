@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -20,7 +21,6 @@
 #include "support/child_process_win.h"
 #include "support/input_win.h"
 #else
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -29,14 +29,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
+#ifdef _WIN32
+constexpr bool kWindows = true;
+#else
+constexpr bool kWindows = false;
+#endif
+
 std::string ChildPath() {
   char own[deskaid::kMaxPath];
   deskaid::platform::ExecutablePath(own, sizeof own);
-#ifdef _WIN32
-  return (fs::path(own).parent_path() / "crash_child.exe").string();
-#else
-  return (fs::path(own).parent_path() / "crash_child").string();
-#endif
+  return (fs::path(own).parent_path() / "crash_child").string() + (kWindows ? ".exe" : "");
 }
 
 // How the child ended: on Windows its exit code, elsewhere the signal that ended it (0 for none).
@@ -70,10 +72,8 @@ Outcome RunChild(const char* kind, const ScratchDir& dir, const char* flag = nul
 std::vector<fs::path> DumpsIn(const fs::path& folder) {
   std::vector<fs::path> dumps;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    const std::string name = entry.path().filename().string();
-    if (name.rfind("crash_child - ", 0) == 0 && entry.path().extension() == ".dmp") {
-      dumps.push_back(entry.path());
-    }
+    const fs::path& path = entry.path();
+    if (path.filename().string().rfind("crash_child - ", 0) == 0 && path.extension() == ".dmp") dumps.push_back(path);
   }
   return dumps;
 }
@@ -95,14 +95,13 @@ std::pair<uint32_t, uint32_t> DumpException(const fs::path& path) {
 }
 #endif
 
-struct Failure {
-  const char* kind;
-  const char* name;         // as the first crash record names it
-  unsigned long status;     // Windows exit code, POSIX signal
-  const char* crashedIn;    // the function the first crash record resolves to, when known
-};
-
-const Failure kFailures[] = {
+// Each failure: its kind, its name in the first crash record, its exit code (Windows) or signal,
+// and the function the first crash record resolves to, when known.
+const struct Failure {
+  const char *kind, *name;
+  unsigned long status;
+  const char* crashedIn;
+} kFailures[] = {
 #ifdef _WIN32
     {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, "CrashingFunction"},
     {"divide", "EXCEPTION_INT_DIVIDE_BY_ZERO", 0xC0000094, "CrashingFunction"},
@@ -146,20 +145,15 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
     std::snprintf(code, sizeof code, "0x%08lX", failure.status);
     EXPECT_EQ(records[1].rfind(std::string("Crash: ") + failure.name + " (" + code + ") at [", 0),
               0u) << records[1];
-    for (size_t i = 2; i < records.size(); ++i) {
-      EXPECT_EQ(records[i].rfind("Crash: frame " + std::to_string(i - 2) + " returns to [", 0), 0u);
-    }
-
     // Turned into names: the failing function, and the chain that called it.
     const auto messages = logtest::ExportedMessages(dir.PathOf("crash.log"), dir.PathOf("crash.txt"),
                                                     ChildPath().c_str());
     ASSERT_EQ(messages.size(), records.size());
-    if (failure.crashedIn != nullptr) {
-      EXPECT_NE(messages[1].find(std::string(" at ") + failure.crashedIn), std::string::npos)
-          << messages[1];
-    }
+    EXPECT_TRUE(!failure.crashedIn || messages[1].find(std::string(" at ") + failure.crashedIn) != std::string::npos)
+        << messages[1];
     bool callerNamed = kind == "stack";
-    for (size_t i = 2; i < messages.size(); ++i) {
+    for (size_t i = 2; i < records.size(); ++i) {
+      EXPECT_EQ(records[i].rfind("Crash: frame " + std::to_string(i - 2) + " returns to [", 0), 0u);
       callerNamed = callerNamed || messages[i].find("returns to CallerOfCrash") != std::string::npos;
     }
     EXPECT_TRUE(callerNamed) << "no frame returns to CallerOfCrash";
@@ -181,11 +175,8 @@ TEST(CrashHandler, SecondFailureInsideTheHandlerEndsTheProcessPromptly) {
   const Outcome outcome = RunChild("divide", dir, "second");
   ASSERT_TRUE(outcome.finished);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-#ifdef _WIN32
-  EXPECT_EQ(outcome.status, 0xC0000094u) << "the first failure's code";
-#else
-  EXPECT_EQ(outcome.status, unsigned(SIGSEGV)) << "the second failure, blocked in the handler";
-#endif
+  // Windows ends it with the first failure's code, POSIX with the second, blocked in the handler.
+  EXPECT_EQ(outcome.status, kWindows ? 0xC0000094u : unsigned(SIGSEGV));
   EXPECT_EQ(logtest::ParseFile(dir.PathOf("crash.log")).Texts(),
             std::vector<std::string>{"child ready"});
 }

@@ -57,14 +57,16 @@ class LogWriterTest : public ::testing::Test {
   CLogWriter writer;
 };
 
-TEST_F(LogWriterTest, FirstRecordIsHeaderBodyAndTrailer) {
+// LogPrintf's first record: header, plain body and trailer; then its level bits, the trace-only
+// mask and the cuts of long texts.
+TEST_F(LogWriterTest, FirstRecordLevelBitsAndCuts) {
   const std::string path = Open(g_LogWriter, "first.log", 0x100000);
-  EXPECT_EQ(fs::file_size(path), 0u) << "the trailer waits for the first record";
-  EXPECT_EQ(g_LogWriter.GetSize(), 0u);
+  EXPECT_EQ(fs::file_size(path) + g_LogWriter.GetSize(), 0u) << "the trailer waits for a record";
   EXPECT_EQ(LogPrintf(LOG_LEVEL_2, "open %s failed", "C:\\data.bin"), 1u);
   const std::string text = "open C:\\data.bin failed";
   EXPECT_EQ(fs::file_size(path), 10 + text.size() + 74);
-  const auto log = logtest::ParseFile(path);
+  EXPECT_EQ(g_LogWriter.GetSize(), 10 + text.size()) << "a file begun empty counts no trailer";
+  auto log = logtest::ParseFile(path);
   ASSERT_TRUE(log.valid && log.records.size() == 1);
   const auto& r = log.records[0];
   EXPECT_EQ(std::to_string(r.level) + " " + std::to_string(r.kind) + " " + std::to_string(r.keyIndex), "2 2 65535");
@@ -73,7 +75,22 @@ TEST_F(LogWriterTest, FirstRecordIsHeaderBodyAndTrailer) {
   uint8_t month = 0, day = 0;
   deskaid::platform::ExecutableStamp(month, day);
   EXPECT_EQ(log.month * 100 + log.day, month * 100 + day);
-  EXPECT_EQ(g_LogWriter.GetSize(), 10 + text.size()) << "a file begun empty counts no trailer";
+
+  const std::string big(2000, 'q'), cut(1023, 'q');
+  TraceCapture trace;
+  EXPECT_EQ(LogPrintf(0x03, "a"), 1u);
+  EXPECT_EQ(LogPrintf(0x0C, "b"), 1u);
+  EXPECT_EQ(LogPrintf(0x10, "only traced %d", 7), 0u);
+  EXPECT_EQ(LogPrintf(0x18, "c"), 1u);
+  EXPECT_EQ(LogPrintf(0x00, "nothing"), 0u);
+  LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, "%s", big.c_str());
+  g_LogWriter.WriteFormat(0x7F, 12345, "%s!", big.c_str());
+  EXPECT_EQ(trace.lines, (Texts{"LOG: only traced 7\n", "LOG: c\n", "LOG: " + std::string(506, 'q')}));
+  log = logtest::ParseFile(path);
+  EXPECT_EQ(log.Texts(), (Texts{text, "a", "b", "c", cut, cut}));
+  std::string levels;
+  for (const auto& record : log.records) levels += std::to_string(record.level) + " ";
+  EXPECT_EQ(levels, "2 1 4 8 1 127 ") << "WriteFormat passes the level on unchanged";
 }
 
 TEST_F(LogWriterTest, EncipheredLogReopensBehindItsRecordsUnderItsKeys) {
@@ -98,29 +115,14 @@ TEST_F(LogWriterTest, EncipheredLogReopensBehindItsRecordsUnderItsKeys) {
   for (const auto& r : log.records) EXPECT_TRUE(r.keyIndex < 16 && r.raw != r.text && r.level == 8);
 }
 
-TEST_F(LogWriterTest, LevelBitsTraceOnlyMaskAndCuts) {
-  const std::string path = Open(g_LogWriter, "levels.log");
-  const std::string big(2000, 'q'), cut(1023, 'q');
-  TraceCapture trace;
-  EXPECT_EQ(LogPrintf(0x03, "a"), 1u);
-  EXPECT_EQ(LogPrintf(0x0C, "b"), 1u);
-  EXPECT_EQ(LogPrintf(0x10, "only traced %d", 7), 0u);
-  EXPECT_EQ(LogPrintf(0x18, "c"), 1u);
-  EXPECT_EQ(LogPrintf(0x00, "nothing"), 0u);
-  LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, "%s", big.c_str());
-  g_LogWriter.WriteFormat(0x7F, 12345, "%s!", big.c_str());
-  EXPECT_EQ(trace.lines, (Texts{"LOG: only traced 7\n", "LOG: c\n", "LOG: " + std::string(506, 'q')}));
-  const auto log = logtest::ParseFile(path);
-  ASSERT_TRUE(log.valid);
-  EXPECT_EQ(log.Texts(), (Texts{"a", "b", "c", cut, cut}));
-  std::string levels;
-  for (const auto& r : log.records) levels += std::to_string(r.level) + " ";
-  EXPECT_EQ(levels, "1 4 8 1 127 ") << "WriteFormat passes the level on unchanged";
-}
-
-TEST_F(LogWriterTest, ClosedWriterAndBadArgumentsFailCleanly) {
+TEST_F(LogWriterTest, ClosedWriterBadArgumentsAndMaxSize) {
   EXPECT_FALSE(writer.IsOpen());
   EXPECT_STREQ(writer.GetPath(), "");
+  const uint32_t sizes[][2] = {{0, 0xFFFFFFFF}, {1, 65536}, {65535, 65536}, {65537, 65537}};
+  for (const auto& size : sizes) {
+    writer.SetMaxSize(size[0]);
+    EXPECT_EQ(writer.GetMaxSize(), size[1]) << size[0];
+  }
   EXPECT_FALSE(writer.Write(1, "x", 1, 2));
   EXPECT_FALSE(writer.WriteFormat(1, 0, "x"));
   EXPECT_EQ(LogPrintf(LOG_LEVEL_1, "nobody listens"), 0u);
@@ -140,17 +142,9 @@ TEST_F(LogWriterTest, ClosedWriterAndBadArgumentsFailCleanly) {
   EXPECT_EQ(writer.GetPath(), path);
   EXPECT_FALSE(writer.WriteFormat(1, 0, nullptr));
   EXPECT_EQ(writer.GetSize(), 0u);
-}
-
-TEST_F(LogWriterTest, MaxSizeClampsOnlyThroughSetMaxSize) {
-  EXPECT_EQ(writer.GetMaxSize(), 0xFFFFFFFFu);
-  const uint32_t cases[][2] = {{0, 0xFFFFFFFF}, {1, 65536}, {65535, 65536}, {65537, 65537}};
-  for (const auto& c : cases) {
-    writer.SetMaxSize(c[0]);
-    EXPECT_EQ(writer.GetMaxSize(), c[1]) << c[0];
-  }
+  writer.Close();
   Open(writer, "zero.log", 0);
-  EXPECT_EQ(writer.GetMaxSize(), 0u);
+  EXPECT_EQ(writer.GetMaxSize(), 0u) << "Open takes any limit";
 }
 
 TEST_F(LogWriterTest, BareNamesGoBesideTheExecutable) {

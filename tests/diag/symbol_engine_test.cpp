@@ -54,16 +54,6 @@ TEST(SymbolEngine, RefusesUntilInitialisedAndStaysBoundToItsFirstProcess) {
   EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));  // usable again
 }
 
-TEST(SymbolEngine, OptionsAreProcessWideAndAddOptionsKeepsOtherBits) {
-  CSymbolEngine first, second;
-  const uint32_t saved = first.GetOptions();
-  first.SetOptions(0x00000004);
-  EXPECT_EQ(second.GetOptions(), 0x00000004u);
-  EXPECT_EQ(second.AddOptions(0x80000030), 0x80000034u);
-  EXPECT_EQ(first.GetOptions(), 0x80000034u);
-  first.SetOptions(saved);
-}
-
 // Loads this test's own executable as the converter does: by name, at 0x00400000, and once more
 // at a second base after a look-up in the first.
 TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
