@@ -7,11 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include <deskaid/common/internal/platform.h>
 

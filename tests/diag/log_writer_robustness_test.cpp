@@ -8,10 +8,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <filesystem>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "log_file.h"
 

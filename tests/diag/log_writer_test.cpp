@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "log_file.h"
 

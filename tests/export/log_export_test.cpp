@@ -4,11 +4,8 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <random>
-#include <string>
-#include <vector>
 
 #include <deskaid/common/rc4.h>
 #include <deskaid/diag/log_format.h>
@@ -85,14 +82,10 @@ class LogExport : public ::testing::Test {
   std::string m_image = OwnExecutablePath();
 };
 
-std::string Hex8(uint64_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(value));
-  return text;
-}
-
 TEST_F(LogExport, MarkersNeedExactlyEightCharactersAndFailedLookupsRepeatTheLastName) {
-  const std::string probe = Hex8(ProbeAddress()), name = kProbeName;
+  char hex[16];
+  std::snprintf(hex, sizeof hex, "%08X", static_cast<unsigned>(ProbeAddress()));
+  const std::string probe = hex, name = kProbeName;
   std::string bytes = LogBuilder()
                           .Add("x [00000010] before any success")
                           .Add("call [" + probe + "] ok")
