@@ -54,8 +54,8 @@ TEST(SymbolEngine, RefusesUntilInitialisedAndStaysBoundToItsFirstProcess) {
   EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));  // usable again
 }
 
-// Loads this test's own executable as the converter does: by name, at 0x00400000, and once more
-// at a second base after a look-up in the first.
+// Loads this test's own executable as the converter does: by name, at 0x00400000; natively the
+// C library too, at a base of its own.
 TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
   CSymbolEngine engine;
   const uint32_t saved = engine.AddOptions(kSymOptLoadLines);
@@ -95,7 +95,7 @@ TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
   EXPECT_EQ(line, static_cast<uint32_t>(kProbeLine));
 
 #ifndef _WIN32
-  // A second module after a look-up in the first: the C library, at a base of its own.
+  // A second module; unloading it keeps the first.
   void* function = dlsym(RTLD_DEFAULT, "strverscmp");
   Dl_info c{};
   ASSERT_TRUE(function != nullptr && dladdr(function, &c) != 0);
