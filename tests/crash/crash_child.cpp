@@ -1,5 +1,5 @@
 // A host that fails on purpose, with the crash handler installed:
-//   crash_child KIND DIR [box] [nolog] [second]
+//   crash_child KIND DIR [box | nolog | second]
 // KIND names the failure. DIR receives the log (crash.log, unless "nolog") and, when the crash
 // box's Report button is pressed, report.txt with "<dump path>|<log path>". "second" plants a
 // failure inside the handler: a trace hook that faults.
@@ -21,11 +21,7 @@
 
 // The failures are meant to reach the processor: the undefined-behaviour checks of a sanitized
 // build would otherwise stop them first.
-#if defined(__GNUC__)
 #define CHILD_NOINLINE __attribute__((noinline, no_sanitize_undefined))
-#else
-#define CHILD_NOINLINE __declspec(noinline)
-#endif
 
 namespace {
 
@@ -45,13 +41,7 @@ void WriteReport(const char* dumpPath, const char* logPath, void*) {
 
 // Where a call of a pure virtual function lands: the runtime's pure-call entry. The call itself is
 // undefined behaviour that an optimiser may turn into anything, so the child calls the entry.
-#if defined(_MSC_VER)
-extern "C" int __cdecl _purecall();
-#define PURE_CALL_ENTRY() _purecall()
-#else
 extern "C" void __cxa_pure_virtual();
-#define PURE_CALL_ENTRY() __cxa_pure_virtual()
-#endif
 
 CHILD_NOINLINE void FaultingTraceHook(const char*, void*) { *g_null = 1; }
 
@@ -70,7 +60,7 @@ extern "C" CHILD_NOINLINE void CrashingFunction(const char* kind) {
   if (std::strcmp(kind, "stack") == 0) g_sink = Recurse(0);
   if (std::strcmp(kind, "abort") == 0) std::abort();
   if (std::strcmp(kind, "terminate") == 0) std::terminate();
-  if (std::strcmp(kind, "purecall") == 0) PURE_CALL_ENTRY();
+  if (std::strcmp(kind, "purecall") == 0) __cxa_pure_virtual();
 #ifdef _WIN32
   if (std::strcmp(kind, "parameter") == 0) {
     // A runtime that checks its arguments reports this one to its invalid-parameter handler.
@@ -102,18 +92,13 @@ extern "C" CHILD_NOINLINE void CallerOfCrash(const char* kind) {
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
   g_dir = argv[2];
-  bool box = false, log = true, second = false;
-  for (int i = 3; i < argc; ++i) {
-    box = box || std::strcmp(argv[i], "box") == 0;
-    log = log && std::strcmp(argv[i], "nolog") != 0;
-    second = second || std::strcmp(argv[i], "second") == 0;
-  }
-  if (log) g_LogWriter.Open((g_dir + "/crash.log").c_str(), 0xFFFFFFFF, 1, 20);
+  const std::string flag = argc > 3 ? argv[3] : "";
+  if (flag != "nolog") g_LogWriter.Open((g_dir + "/crash.log").c_str(), 0xFFFFFFFF, 1, 20);
   CrashHandlerOptions options;
-  if (box) options.dwOptions |= CRASH_SHOW_MESSAGE_BOX;
+  if (flag == "box") options.dwOptions |= CRASH_SHOW_MESSAGE_BOX;
   options.pfnReport = WriteReport;
   if (!InstallCrashHandler(&options)) return 3;
-  if (second) SetDebugTraceSink(FaultingTraceHook, nullptr);
+  if (flag == "second") SetDebugTraceSink(FaultingTraceHook, nullptr);
   LogPrintf(LOG_LEVEL_2, "child ready");
   CallerOfCrash(argv[1]);
   return 0;

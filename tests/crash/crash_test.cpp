@@ -5,24 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <deskaid/common/internal/platform.h>
 
 #include "diag/log_file.h"
-#include "support/scratch_dir.h"
 
 #ifdef _WIN32
-#include <windows.h>
+#include "support/child_process_win.h"
+#include "support/input_win.h"
 #else
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -31,166 +25,94 @@ namespace fs = std::filesystem;
 
 namespace {
 
+#ifdef _WIN32
+constexpr bool kWindows = true;
+#else
+constexpr bool kWindows = false;
+#endif
+
 std::string ChildPath() {
   char own[deskaid::kMaxPath];
   deskaid::platform::ExecutablePath(own, sizeof own);
-  fs::path self(own);
-#ifdef _WIN32
-  return (self.parent_path() / "crash_child.exe").string();
-#else
-  return (self.parent_path() / "crash_child").string();
-#endif
+  return (fs::path(own).parent_path() / "crash_child").string() + (kWindows ? ".exe" : "");
 }
 
+// How the child ended: on Windows its exit code, elsewhere the signal that ended it (0 for none).
+// Runs the child on `kind` with the folder of `dir` and a flag; `whileRunning` once it started.
 struct Outcome {
-  bool finished = false;  // within the time allowed
-  unsigned long exitCode = 0;  // Windows: the exit code
-  int signal = 0;              // POSIX: the signal that ended it, 0 for a normal exit
+  bool finished = false;  // within a minute; a hung POSIX child is left to the test's timeout
+  unsigned long status = 0;
 };
-
-// Runs the child and waits up to `seconds`; `whileRunning` is called once it has started.
-Outcome RunChild(const std::vector<std::string>& args, int seconds,
+Outcome RunChild(const char* kind, const ScratchDir& dir, const char* flag = nullptr,
                  const std::function<void()>& whileRunning = nullptr) {
-  Outcome outcome;
+  const std::string path = ChildPath(), folder = dir.path().string();
 #ifdef _WIN32
-  std::string line = "\"" + ChildPath() + "\"";
-  for (const auto& a : args) line += " \"" + a + "\"";
-  STARTUPINFOA startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process = {};
-  if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                      &process)) {
-    ADD_FAILURE() << "CreateProcess failed: " << GetLastError();
-    return outcome;
-  }
-  if (whileRunning) whileRunning();
-  outcome.finished = WaitForSingleObject(process.hProcess, seconds * 1000) == WAIT_OBJECT_0;
-  if (!outcome.finished) TerminateProcess(process.hProcess, 1);
-  DWORD code = 0;
-  GetExitCodeProcess(process.hProcess, &code);
-  outcome.exitCode = code;
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
+  const ChildExit exit = RunChildProcess("\"" + path + "\" " + kind + " \"" + folder + "\" " +
+                                         (flag ? flag : ""), 60000, whileRunning);
+  EXPECT_TRUE(exit.started) << path;
+  return Outcome{exit.finished, exit.code};
 #else
-  const std::string path = ChildPath();
   pid_t child = fork();
   if (child == 0) {
-    std::vector<char*> argv{const_cast<char*>(path.c_str())};
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(path.c_str(), argv.data());
+    execl(path.c_str(), path.c_str(), kind, folder.c_str(), flag, nullptr);
     _exit(127);
   }
   if (whileRunning) whileRunning();
   int status = 0;
-  for (int waited = 0; waited < seconds * 100; ++waited) {
-    if (waitpid(child, &status, WNOHANG) == child) {
-      outcome.finished = true;
-      break;
-    }
-    usleep(10000);
-  }
-  if (!outcome.finished) {
-    kill(child, SIGKILL);
-    waitpid(child, &status, 0);
-  }
-  outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
-  outcome.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  const bool finished = waitpid(child, &status, 0) == child;
+  return Outcome{finished, WIFSIGNALED(status) ? static_cast<unsigned long>(WTERMSIG(status)) : 0};
 #endif
-  return outcome;
 }
-
-std::vector<std::string> LogTexts(const std::string& path) {
-  std::vector<std::string> texts;
-  for (const auto& record : logtest::ParseFile(path).records) texts.push_back(record.text);
-  return texts;
-}
-
-// The log turned into text with the child's own image, one message per line.
-std::vector<std::string> ExportedMessages(const ScratchDir& dir) {
-  const std::string text = dir.PathOf("crash.txt");
-  EXPECT_TRUE(ConvertLogToText(dir.PathOf("crash.log").c_str(), text.c_str(), ChildPath().c_str()));
-  std::vector<std::string> messages;
-  std::ifstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    std::string message = line.substr(line.find('\t') + 1);
-    while (!message.empty() && message.back() == '\r') message.pop_back();
-    messages.push_back(message);
-  }
-  return messages;
-}
-
-struct Failure {
-  const char* kind;
-  const char* name;       // as the first crash record names it
-  unsigned long code;     // Windows exit code
-  int signal;             // POSIX signal
-  const char* crashedIn;  // the function the first crash record resolves to, when known
-};
 
 #ifdef _WIN32
-uint32_t AddressIn(const std::string& record) {
-  size_t open = record.find('[');
-  return open == std::string::npos ? 0 : std::stoul(record.substr(open + 1, 8), nullptr, 16);
-}
-
 std::vector<fs::path> DumpsIn(const fs::path& folder) {
   std::vector<fs::path> dumps;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    const std::string name = entry.path().filename().string();
-    if (name.rfind("crash_child - ", 0) == 0 && entry.path().extension() == ".dmp") {
-      dumps.push_back(entry.path());
-    }
+    const fs::path& path = entry.path();
+    if (path.filename().string().rfind("crash_child - ", 0) == 0 && path.extension() == ".dmp") dumps.push_back(path);
   }
   return dumps;
 }
 
-// Reads a minidump's header and exception stream: signature, exception code and address.
-struct DumpFacts {
-  bool valid = false;
-  uint32_t code = 0;
-  uint64_t address = 0;
-};
-DumpFacts ReadDump(const fs::path& path) {
-  DumpFacts facts;
-  std::ifstream in(path, std::ios::binary);
-  std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
-  auto u32 = [&](size_t at) {
-    uint32_t v = 0;
-    if (at + 4 <= bytes.size()) std::memcpy(&v, &bytes[at], 4);
-    return v;
-  };
-  if (bytes.size() < 32 || std::memcmp(bytes.data(), "MDMP", 4) != 0) return facts;
-  const uint32_t streams = u32(8), directory = u32(12);
-  for (uint32_t i = 0; i < streams; ++i) {
-    const size_t entry = directory + 12u * i;
-    if (u32(entry) != 6) continue;  // ExceptionStream
-    const size_t at = u32(entry + 8);
-    // ThreadId, alignment, then ExceptionCode, ExceptionFlags, ExceptionRecord (8), Address (8).
-    facts.code = u32(at + 8);
-    facts.address = u32(at + 24) | (static_cast<uint64_t>(u32(at + 28)) << 32);
-    facts.valid = true;
+// A minidump's exception code and address, read from its exception stream (0, 0 if it has
+// none or is no minidump).
+std::pair<uint32_t, uint32_t> DumpException(const fs::path& path) {
+  const std::string bytes = ReadFileBytes(path.string());
+  auto u32 = [&](size_t at) { return at + 4 <= bytes.size() ? logtest::U32(bytes, at) : 0u; };
+  if (bytes.compare(0, 4, "MDMP") != 0) return {0, 0};
+  for (uint32_t i = 0, directory = u32(12); i < u32(8); ++i) {
+    // Stream 6: thread id, alignment, then code, flags, record (8 bytes), address.
+    if (u32(directory + 12 * i) == 6) {
+      const size_t at = u32(directory + 12 * i + 8);
+      return {u32(at + 8), u32(at + 24)};
+    }
   }
-  return facts;
+  return {0, 0};
 }
 #endif
 
-const Failure kFailures[] = {
+// Each failure: its kind, its name in the first crash record, its exit code (Windows) or signal,
+// and the function the first crash record resolves to, when known.
+const struct Failure {
+  const char *kind, *name;
+  unsigned long status;
+  const char* crashedIn;
+} kFailures[] = {
 #ifdef _WIN32
-    {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, 0, "CrashingFunction"},
-    {"divide", "EXCEPTION_INT_DIVIDE_BY_ZERO", 0xC0000094, 0, "CrashingFunction"},
-    {"illegal", "EXCEPTION_ILLEGAL_INSTRUCTION", 0xC000001D, 0, "CrashingFunction"},
-    {"stack", "EXCEPTION_STACK_OVERFLOW", 0xC00000FD, 0, "Recurse"},
-    {"abort", "abort", 0x40000015, 0, nullptr},
-    {"terminate", "std::terminate", 0x40000015, 0, nullptr},
-    {"purecall", "std::terminate", 0x40000015, 0, nullptr},
-    {"parameter", "invalid parameter", 0xC0000417, 0, nullptr},
+    {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, "CrashingFunction"},
+    {"divide", "EXCEPTION_INT_DIVIDE_BY_ZERO", 0xC0000094, "CrashingFunction"},
+    {"illegal", "EXCEPTION_ILLEGAL_INSTRUCTION", 0xC000001D, "CrashingFunction"},
+    {"stack", "EXCEPTION_STACK_OVERFLOW", 0xC00000FD, "Recurse"},
+    {"abort", "abort", 0x40000015, nullptr},
+    {"terminate", "std::terminate", 0x40000015, nullptr},
+    {"purecall", "std::terminate", 0x40000015, nullptr},
+    {"parameter", "invalid parameter", 0xC0000417, nullptr},
 #else
-    {"access", "SIGSEGV", 0, SIGSEGV, "CrashingFunction"},
-    {"divide", "SIGFPE", 0, SIGFPE, "CrashingFunction"},
-    {"illegal", "SIGILL", 0, SIGILL, "CrashingFunction"},
-    {"bus", "SIGBUS", 0, SIGBUS, "CrashingFunction"},
-    {"abort", "SIGABRT", 0, SIGABRT, nullptr},
+    {"access", "SIGSEGV", SIGSEGV, "CrashingFunction"},
+    {"divide", "SIGFPE", SIGFPE, "CrashingFunction"},
+    {"illegal", "SIGILL", SIGILL, "CrashingFunction"},
+    {"bus", "SIGBUS", SIGBUS, "CrashingFunction"},
+    {"abort", "SIGABRT", SIGABRT, nullptr},
 #endif
 };
 
@@ -198,55 +120,45 @@ const Failure kFailures[] = {
 TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCode) {
   for (const Failure& failure : kFailures) {
     SCOPED_TRACE(failure.kind);
+    const std::string kind = failure.kind;
 #ifdef _WIN32
     // 64-bit Wine (8.0) ends a thread whose stack overflowed inside its own exception dispatch,
     // before any handler of the program runs; the 32-bit build is tested for it.
-    if (sizeof(void*) == 8 && std::string(failure.kind) == "stack" &&
+    if (sizeof(void*) == 8 && kind == "stack" &&
         GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
       continue;
     }
 #endif
     ScratchDir dir;
-    const Outcome outcome = RunChild({failure.kind, dir.path().string()}, 60);
+    const Outcome outcome = RunChild(failure.kind, dir);
     ASSERT_TRUE(outcome.finished);
-#ifdef _WIN32
-    EXPECT_EQ(outcome.exitCode, failure.code);
-#else
-    EXPECT_EQ(outcome.signal, failure.signal);
-#endif
-    const std::vector<std::string> records = LogTexts(dir.PathOf("crash.log"));
+    EXPECT_EQ(outcome.status, failure.status);
+    const std::vector<std::string> records = logtest::ParseFile(dir.PathOf("crash.log")).Texts();
     ASSERT_GE(records.size(), 3u);
+    ASSERT_LE(records.size(), 2u + 64u);
     EXPECT_EQ(records[0], "child ready");
     char code[16];
-    std::snprintf(code, sizeof code, "0x%08lX",
-                  static_cast<unsigned long>(failure.code != 0 ? failure.code : failure.signal));
+    std::snprintf(code, sizeof code, "0x%08lX", failure.status);
     EXPECT_EQ(records[1].rfind(std::string("Crash: ") + failure.name + " (" + code + ") at [", 0),
               0u) << records[1];
-    EXPECT_LE(records.size(), 2u + 64u);
+    // Turned into names: the failing function, and the chain that called it.
+    const auto messages = logtest::ExportedMessages(dir.PathOf("crash.log"), dir.PathOf("crash.txt"),
+                                                    ChildPath().c_str());
+    ASSERT_EQ(messages.size(), records.size());
+    EXPECT_TRUE(!failure.crashedIn || messages[1].find(std::string(" at ") + failure.crashedIn) != std::string::npos)
+        << messages[1];
+    bool callerNamed = kind == "stack";
     for (size_t i = 2; i < records.size(); ++i) {
       EXPECT_EQ(records[i].rfind("Crash: frame " + std::to_string(i - 2) + " returns to [", 0), 0u);
-    }
-
-    // Turned into names: the failing function, and the chain that called it.
-    const std::vector<std::string> messages = ExportedMessages(dir);
-    ASSERT_EQ(messages.size(), records.size());
-    if (failure.crashedIn != nullptr) {
-      EXPECT_NE(messages[1].find(std::string(" at ") + failure.crashedIn), std::string::npos)
-          << messages[1];
-    }
-    bool callerNamed = false;
-    for (size_t i = 2; i < messages.size(); ++i) {
       callerNamed = callerNamed || messages[i].find("returns to CallerOfCrash") != std::string::npos;
     }
-    EXPECT_TRUE(callerNamed || std::string(failure.kind) == "stack")
-        << "no frame returns to CallerOfCrash";
+    EXPECT_TRUE(callerNamed) << "no frame returns to CallerOfCrash";
 #ifdef _WIN32
     const auto dumps = DumpsIn(dir.path());
     ASSERT_EQ(dumps.size(), 1u) << "the dump goes beside the log";
-    const DumpFacts facts = ReadDump(dumps[0]);
-    ASSERT_TRUE(facts.valid);
-    EXPECT_EQ(facts.code, failure.code);
-    EXPECT_EQ(static_cast<uint32_t>(facts.address), AddressIn(records[1]));
+    const std::string at = records[1].substr(records[1].find('[') + 1, 8);
+    EXPECT_EQ(DumpException(dumps[0]),
+              std::make_pair(uint32_t(failure.status), uint32_t(std::stoul(at, nullptr, 16))));
 #endif
   }
 }
@@ -256,15 +168,13 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
 TEST(CrashHandler, SecondFailureInsideTheHandlerEndsTheProcessPromptly) {
   ScratchDir dir;
   const auto start = std::chrono::steady_clock::now();
-  const Outcome outcome = RunChild({"divide", dir.path().string(), "second"}, 30);
+  const Outcome outcome = RunChild("divide", dir, "second");
   ASSERT_TRUE(outcome.finished);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-#ifdef _WIN32
-  EXPECT_EQ(outcome.exitCode, 0xC0000094u) << "the first failure's code";
-#else
-  EXPECT_EQ(outcome.signal, SIGSEGV) << "the second failure, blocked in the handler, ends it";
-#endif
-  EXPECT_EQ(LogTexts(dir.PathOf("crash.log")), std::vector<std::string>{"child ready"});
+  // Windows ends it with the first failure's code, POSIX with the second, blocked in the handler.
+  EXPECT_EQ(outcome.status, kWindows ? 0xC0000094u : unsigned(SIGSEGV));
+  EXPECT_EQ(logtest::ParseFile(dir.PathOf("crash.log")).Texts(),
+            std::vector<std::string>{"child ready"});
 }
 
 #ifdef _WIN32
@@ -274,22 +184,22 @@ LONG WINAPI PreviousFilter(EXCEPTION_POINTERS*) { return EXCEPTION_CONTINUE_SEAR
 TEST(CrashHandler, InstallRemembersAndRemoveRestoresWhatWasThere) {
 #ifdef _WIN32
   SetUnhandledExceptionFilter(PreviousFilter);
-  ASSERT_TRUE(InstallCrashHandler(nullptr));
-  EXPECT_FALSE(InstallCrashHandler(nullptr)) << "one handler at a time";
-  EXPECT_TRUE(RemoveCrashHandler());
-  EXPECT_EQ(SetUnhandledExceptionFilter(nullptr), &PreviousFilter);
 #else
   struct sigaction mine {}, seen {};
   mine.sa_handler = [](int) {};
   sigaction(SIGBUS, &mine, nullptr);
+#endif
   ASSERT_TRUE(InstallCrashHandler(nullptr));
   EXPECT_FALSE(InstallCrashHandler(nullptr)) << "one handler at a time";
   EXPECT_TRUE(RemoveCrashHandler());
+  EXPECT_FALSE(RemoveCrashHandler());
+#ifdef _WIN32
+  EXPECT_EQ(SetUnhandledExceptionFilter(nullptr), &PreviousFilter);
+#else
   sigaction(SIGBUS, nullptr, &seen);
   EXPECT_EQ(seen.sa_handler, mine.sa_handler);
   signal(SIGBUS, SIG_DFL);
 #endif
-  EXPECT_FALSE(RemoveCrashHandler());
 }
 
 #ifdef _WIN32
@@ -298,15 +208,13 @@ TEST(CrashHandler, WithoutALogTheDumpGoesBesideTheExecutable) {
   ScratchDir dir;
   const fs::path folder = fs::path(ChildPath()).parent_path();
   for (const auto& old : DumpsIn(folder)) fs::remove(old);
-  const Outcome outcome = RunChild({"access", dir.path().string(), "nolog"}, 60);
+  const Outcome outcome = RunChild("access", dir, "nolog");
   ASSERT_TRUE(outcome.finished);
-  EXPECT_EQ(outcome.exitCode, 0xC0000005u);
+  EXPECT_EQ(outcome.status, 0xC0000005u);
   EXPECT_FALSE(fs::exists(dir.PathOf("crash.log")));
   const auto dumps = DumpsIn(folder);
   ASSERT_EQ(dumps.size(), 1u);
-  const DumpFacts facts = ReadDump(dumps[0]);
-  EXPECT_TRUE(facts.valid);
-  EXPECT_EQ(facts.code, 0xC0000005u);
+  EXPECT_EQ(DumpException(dumps[0]).first, 0xC0000005u);
   for (const auto& dump : dumps) fs::remove(dump);
 }
 
@@ -314,29 +222,25 @@ TEST(CrashHandler, WithoutALogTheDumpGoesBesideTheExecutable) {
 // leaves it open, Close ends the process.
 TEST(CrashHandler, CrashBoxReportsToTheHostAndCloseEndsTheProcess) {
   ScratchDir dir;
-  HWND box = nullptr;
   std::string text, report;
   bool openAfterReport = false;
-  const Outcome outcome = RunChild({"access", dir.path().string(), "box"}, 60, [&] {
-    // Shown means set up: the box handles its buttons once it is visible.
-    for (int i = 0; i < 3000; ++i) {
+  const Outcome outcome = RunChild("access", dir, "box", [&] {
+    HWND box = nullptr;  // shown means set up: the box handles its buttons once it is visible
+    ASSERT_TRUE(WaitUntil([&] {
       box = FindWindowA("#32770", "crash_child.exe");
-      if (box != nullptr && IsWindowVisible(box)) break;
-      Sleep(10);
-    }
-    ASSERT_TRUE(box != nullptr && IsWindowVisible(box)) << "no crash box";
+      return box != nullptr && IsWindowVisible(box);
+    }, 30000)) << "no crash box";
     char buffer[1024] = {};
     GetDlgItemTextA(box, ID_FIRSTTEXT, buffer, sizeof buffer);
     text = buffer;
     SendMessageA(GetDlgItem(box, ID_REPORTBUTTON), BM_CLICK, 0, 0);
-    for (int i = 0; i < 500 && !fs::exists(dir.PathOf("report.txt")); ++i) Sleep(10);
-    std::ifstream in(dir.PathOf("report.txt"));
-    std::getline(in, report);
+    WaitUntil([&] { return fs::exists(dir.PathOf("report.txt")); }, 5000);
+    report = ReadFileBytes(dir.PathOf("report.txt"));
     openAfterReport = IsWindow(box) != FALSE;
     SendMessageA(GetDlgItem(box, IDCUSTOM1), BM_CLICK, 0, 0);
   });
   ASSERT_TRUE(outcome.finished);
-  EXPECT_EQ(outcome.exitCode, 0xC0000005u);
+  EXPECT_EQ(outcome.status, 0xC0000005u);
   EXPECT_TRUE(openAfterReport) << "Report leaves the box open";
   const size_t bar = report.find('|');
   ASSERT_NE(bar, std::string::npos) << report;

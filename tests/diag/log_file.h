@@ -1,81 +1,104 @@
-// Test-side reader of log files, written from the file layout alone so that it checks the writer
-// rather than repeating it.
+// Test-side helpers for logs: a reader of log files written from the file layout alone, so that
+// it checks the writer rather than repeating it; a log's archives; its messages exported as text;
+// and a capture of trace lines.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include <deskaid/common/rc4.h>
+#include <deskaid/diag/debug_trace.h>
+#include <deskaid/diag/log_export.h>
+
+#include "support/scratch_dir.h"
 
 namespace logtest {
 
-inline uint16_t U16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
-inline uint32_t U32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-         (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
-}
-
-inline std::vector<uint8_t> ReadBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+// The little-endian number of `bytes` bytes at `at`.
+inline uint32_t U32(const std::string& b, size_t at, int bytes = 4) {
+  uint32_t v = 0;
+  for (int i = bytes - 1; i >= 0; --i) v = (v << 8) | static_cast<uint8_t>(b[at + i]);
+  return v;
 }
 
 struct Record {
-  uint8_t level = 0;
-  uint8_t kind = 0;
-  uint16_t keyIndex = 0;
-  uint32_t time = 0;
-  std::string raw;   // the body as stored
-  std::string text;  // the body deciphered
+  uint32_t level, kind, keyIndex, time;
+  std::string raw, text;  // the body as stored and deciphered
 };
 
 struct ParsedLog {
   bool valid = false;  // a trailer with the magic, and records that exactly fill the space before it
-  uint32_t recordCount = 0;
-  uint8_t month = 0, day = 0;
-  uint32_t keys[16] = {};
+  uint32_t recordCount = 0, month = 0, day = 0, keys[16] = {};
   std::vector<Record> records;
+  std::vector<std::string> Texts() const {
+    std::vector<std::string> texts;
+    for (const auto& r : records) texts.push_back(r.text);
+    return texts;
+  }
 };
 
-inline std::string Decipher(uint32_t key, std::string body) {
-  uint8_t k[4] = {static_cast<uint8_t>(key), static_cast<uint8_t>(key >> 8),
-                  static_cast<uint8_t>(key >> 16), static_cast<uint8_t>(key >> 24)};
-  Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&body[0]), body.size());
-  return body;
-}
-
-inline ParsedLog Parse(const std::vector<uint8_t>& bytes) {
+inline ParsedLog Parse(const std::string& b) {
   ParsedLog log;
-  if (bytes.size() < 74) return log;
-  const uint8_t* t = bytes.data() + bytes.size() - 74;
-  if (U16(t) != 0x5156 || U16(t + 2) != 16) return log;
-  log.recordCount = U32(t + 4);
-  log.month = t[8];
-  log.day = t[9];
-  for (int i = 0; i < 16; ++i) log.keys[i] = U32(t + 10 + 4 * i);
-  size_t pos = 0, end = bytes.size() - 74;
-  while (pos + 10 <= end) {
-    const uint8_t* h = bytes.data() + pos;
-    Record r;
-    r.level = h[0];
-    r.kind = h[1];
-    r.keyIndex = U16(h + 2);
-    uint16_t length = U16(h + 4);
-    r.time = U32(h + 6);
-    if (pos + 10 + length > end) return log;
-    r.raw.assign(reinterpret_cast<const char*>(h + 10), length);
-    r.text = r.keyIndex < 16 ? Decipher(log.keys[r.keyIndex], r.raw) : r.raw;
+  const size_t end = b.size() - 74;
+  if (b.size() < 74 || U32(b, end, 2) != 0x5156 || U32(b, end + 2, 2) != 16) return log;
+  log.recordCount = U32(b, end + 4);
+  log.month = U32(b, end + 8, 1);
+  log.day = U32(b, end + 9, 1);
+  for (int i = 0; i < 16; ++i) log.keys[i] = U32(b, end + 10 + 4 * i);
+  size_t pos = 0;
+  for (size_t length; pos + 10 <= end && pos + 10 + (length = U32(b, pos + 4, 2)) <= end;
+       pos += 10 + length) {
+    Record r{U32(b, pos, 1), U32(b, pos + 1, 1), U32(b, pos + 2, 2), U32(b, pos + 6), b.substr(pos + 10, length), ""};
+    r.text = r.raw;
+    if (r.keyIndex < 16) {
+      const uint8_t k[4] = {uint8_t(log.keys[r.keyIndex]), uint8_t(log.keys[r.keyIndex] >> 8),
+                            uint8_t(log.keys[r.keyIndex] >> 16), uint8_t(log.keys[r.keyIndex] >> 24)};
+      Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
+    }
     log.records.push_back(r);
-    pos += 10 + length;
   }
   log.valid = pos == end && log.records.size() == log.recordCount;
   return log;
 }
 
-inline ParsedLog ParseFile(const std::string& path) { return Parse(ReadBytes(path)); }
+inline ParsedLog ParseFile(const std::string& path) { return Parse(ReadFileBytes(path)); }
+
+// The other files of the folder that holds `path`, its archives, in the order of their names.
+inline std::vector<std::string> ArchivesBeside(const std::string& path) {
+  std::vector<std::string> found;
+  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+    if (entry.path().filename() != std::filesystem::path(path).filename()) found.push_back(entry.path().string());
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+// The log exported to `text` (with `image` to resolve addresses), one message per line.
+inline std::vector<std::string> ExportedMessages(const std::string& log, const std::string& text,
+                                                 const char* image = nullptr) {
+  if (!ConvertLogToText(log.c_str(), text.c_str(), image)) return {"(not converted)"};
+  std::vector<std::string> messages;
+  std::ifstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    messages.push_back(line.substr(line.find('\t') + 1));
+    while (!messages.back().empty() && messages.back().back() == '\r') messages.back().pop_back();
+  }
+  return messages;
+}
 
 }  // namespace logtest
+
+// Collects the trace lines while it lives.
+struct TraceCapture {
+  TraceCapture() {
+    SetDebugTraceSink([](const char* line, void* self) {
+      static_cast<TraceCapture*>(self)->lines.push_back(line);
+    }, this);
+  }
+  ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
+  std::vector<std::string> lines;
+};

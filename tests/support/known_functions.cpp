@@ -1,4 +1,4 @@
-#include "export/export_probe.h"
+#include "support/known_functions.h"
 
 #include <deskaid/common/internal/platform.h>
 

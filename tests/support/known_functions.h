@@ -1,4 +1,4 @@
-// Functions of the test executable whose names, lines and call chain the tests know, so that
+// Functions of the test program whose names, lines and call chain the tests know, so that
 // addresses inside this very program can be resolved and checked.
 #pragma once
 
@@ -9,27 +9,22 @@
 #include <deskaid/diag/symbol_engine.h>
 
 extern "C" int ExportProbeTarget(int value);
-
 constexpr const char* kProbeName = "ExportProbeTarget";
 extern const int kProbeLine;  // the source line of ExportProbeTarget's body
 
-inline uint64_t ProbeAddress() {
-  return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(&ExportProbeTarget));
-}
+inline uint64_t ProbeAddress() { return reinterpret_cast<uintptr_t>(&ExportProbeTarget); }
 
-// Full path of the running test executable.
 std::string OwnExecutablePath();
 
-// Three walks made from WalkChainInner, called by WalkChainMiddle, called by WalkChainOuter.
+// Walks made in WalkChainInner, called by WalkChainMiddle, called by WalkChainOuter, skipping
+// 0, 2 and -5 frames.
 struct WalkResults {
-  std::vector<StackFrameEntry> skip0;
-  std::vector<StackFrameEntry> skip2;
-  std::vector<StackFrameEntry> skipNegative;
+  std::vector<StackFrameEntry> skip0, skip2, skipNegative;
 };
 WalkResults WalkThroughKnownChain(CSymbolEngine& engine);
 
 #ifndef _WIN32
 // A walk from registers given by the caller: ContextChainInner's own frame, reached through
-// ContextChainOuter. These functions keep frame pointers.
+// ContextChainOuter.
 std::vector<StackFrameEntry> WalkFromOwnContext(CSymbolEngine& engine);
 #endif
