@@ -375,61 +375,41 @@ Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
 #if DESKAID_LIMB_ROWS_ASM
 namespace {
 
-#if DESKAID_LIMB_ASM
 // Two limbs a pass: load, multiply, add the carry, then add the product's low limb to the limb
 // of r (op add) or take it away (op sub), carrying or borrowing into the next product's high
-// limb, with one chain through the flags.
-#define DESKAID_ROW_LOOP(op, acc)                                      \
-  __asm__(                                                               \
-      "1:\n\t"                                                            \
-      "movq (%[a]), %%rax\n\t"                                            \
-      "mulq %[m]\n\t"                                                     \
-      "addq %[c], %%rax\n\t"                                              \
-      "movq 8(%[a]), %[c]\n\t"                                            \
-      "adcq $0, %%rdx\n\t" op "q %%rax, (%[r])\n\t"                        \
-      "movq %%rdx, %[t]\n\t"                                              \
-      "adcq $0, %[t]\n\t"                                                 \
-      "movq %[c], %%rax\n\t"                                              \
-      "mulq %[m]\n\t"                                                     \
-      "addq %[t], %%rax\n\t"                                              \
-      "adcq $0, %%rdx\n\t" op "q %%rax, 8(%[r])\n\t"                       \
-      "adcq $0, %%rdx\n\t"                                                \
-      "movq %%rdx, %[c]\n\t"                                              \
-      "leaq 16(%[a]), %[a]\n\t"                                           \
-      "leaq 16(%[r]), %[r]\n\t"                                           \
-      "decq %[n]\n\t"                                                     \
-      "jnz 1b\n\t"                                                        \
-      : [r] "+r"(r), [a] "+r"(a), [n] "+r"(n), [c] "+r"(acc), [t] "=&r"(next) \
-      : [m] "r"(m)                                                       \
-      : "rax", "rdx", "cc", "memory")
-
+// limb, with one chain through the flags. The same loop serves x86-64 and 32-bit x86: S is the
+// size suffix, A and D the product's registers, W and W2 one and two limbs in bytes, and N and M
+// say where the count and the multiplier are kept (in memory on 32-bit x86, which leaves the
+// registers the loop needs).
+#define DESKAID_ROW_LOOP_FOR(S, A, D, W, W2, N, M, op, acc)                    \
+  __asm__(                                                                   \
+      "1:\n\t"                                                                \
+      "mov" S " (%[a]), %%" A "\n\t"                                           \
+      "mul" S " %[m]\n\t"                                                     \
+      "add" S " %[c], %%" A "\n\t"                                             \
+      "mov" S " " W "(%[a]), %[c]\n\t"                                         \
+      "adc" S " $0, %%" D "\n\t" op S " %%" A ", (%[r])\n\t"                   \
+      "mov" S " %%" D ", %[t]\n\t"                                             \
+      "adc" S " $0, %[t]\n\t"                                                 \
+      "mov" S " %[c], %%" A "\n\t"                                             \
+      "mul" S " %[m]\n\t"                                                     \
+      "add" S " %[t], %%" A "\n\t"                                             \
+      "adc" S " $0, %%" D "\n\t" op S " %%" A ", " W "(%[r])\n\t"              \
+      "adc" S " $0, %%" D "\n\t"                                               \
+      "mov" S " %%" D ", %[c]\n\t"                                             \
+      "lea" S " " W2 "(%[a]), %[a]\n\t"                                        \
+      "lea" S " " W2 "(%[r]), %[r]\n\t"                                        \
+      "dec" S " %[n]\n\t"                                                     \
+      "jnz 1b\n\t"                                                            \
+      : [r] "+r"(r), [a] "+r"(a), [n] N(n), [c] "+r"(acc), [t] "=&r"(next)     \
+      : [m] M(m)                                                             \
+      : A, D, "cc", "memory")
+#if DESKAID_LIMB_ASM
+#define DESKAID_ROW_LOOP(op, acc) \
+  DESKAID_ROW_LOOP_FOR("q", "rax", "rdx", "8", "16", "+r", "r", op, acc)
 #else
-// 32-bit x86: the loop of the x86-64 rows above, two limbs a pass, with the count and the
-// multiplier in memory, which leaves the registers the loop needs.
-#define DESKAID_ROW_LOOP(op, acc)                                        \
-  __asm__(                                                                \
-      "1:\n\t"                                                             \
-      "movl (%[a]), %%eax\n\t"                                             \
-      "mull %[m]\n\t"                                                      \
-      "addl %[c], %%eax\n\t"                                               \
-      "movl 4(%[a]), %[c]\n\t"                                             \
-      "adcl $0, %%edx\n\t" op "l %%eax, (%[r])\n\t"                         \
-      "movl %%edx, %[t]\n\t"                                               \
-      "adcl $0, %[t]\n\t"                                                  \
-      "movl %[c], %%eax\n\t"                                               \
-      "mull %[m]\n\t"                                                      \
-      "addl %[t], %%eax\n\t"                                               \
-      "adcl $0, %%edx\n\t" op "l %%eax, 4(%[r])\n\t"                        \
-      "adcl $0, %%edx\n\t"                                                 \
-      "movl %%edx, %[c]\n\t"                                               \
-      "leal 8(%[a]), %[a]\n\t"                                             \
-      "leal 8(%[r]), %[r]\n\t"                                             \
-      "decl %[n]\n\t"                                                      \
-      "jnz 1b\n\t"                                                         \
-      : [r] "+r"(r), [a] "+r"(a), [n] "+m"(n), [c] "+r"(acc), [t] "=&r"(next) \
-      : [m] "m"(m)                                                        \
-      : "eax", "edx", "cc", "memory")
-
+#define DESKAID_ROW_LOOP(op, acc) \
+  DESKAID_ROW_LOOP_FOR("l", "eax", "edx", "4", "8", "+m", "m", op, acc)
 #endif
 
 Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
@@ -466,6 +446,7 @@ Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
 }
 
 #undef DESKAID_ROW_LOOP
+#undef DESKAID_ROW_LOOP_FOR
 
 }  // namespace
 #endif
