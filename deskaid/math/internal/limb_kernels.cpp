@@ -412,15 +412,16 @@ namespace {
   DESKAID_ROW_LOOP_FOR("l", "eax", "edx", "4", "8", "+m", "m", op, acc)
 #endif
 
+// r[0] += a[0] * m, for the odd limb in front of a row that goes two limbs at a time; returns
+// the carry and moves both pointers on.
+inline Limb AddMulFirstLimb(Limb*& r, const Limb*& a, Limb m) {
+  const DoubleLimb t = static_cast<DoubleLimb>(*a++) * m + *r;
+  *r++ = static_cast<Limb>(t);
+  return static_cast<Limb>(t >> kLimbBits);
+}
+
 Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb carry = 0;
-  if (n & 1) {
-    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
-    r[0] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-    ++r;
-    ++a;
-  }
+  Limb carry = n & 1 ? AddMulFirstLimb(r, a, m) : 0;
   n /= 2;
   if (n == 0) return carry;
   Limb next;
@@ -580,15 +581,7 @@ constexpr size_t kSplitRowFrom = 8;
 
 __attribute__((target("sse2"))) Limb AddMul1Split(Limb* r, const Limb* a, size_t n, Limb m) {
   if (n < kSplitRowFrom) return AddMul1Plain(r, a, n, m);
-  Limb carry = 0;
-  if (n & 1) {
-    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0];
-    r[0] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-    ++r;
-    ++a;
-    --n;
-  }
+  const Limb carry = n & 1 ? AddMulFirstLimb(r, a, m) : 0;
   const size_t h = n / 2;
   const __m128i mm = _mm_set_epi32(0, static_cast<int>(m), 0, static_cast<int>(m));
   __m128i acc = _mm_cvtsi32_si128(static_cast<int>(carry));
