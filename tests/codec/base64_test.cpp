@@ -56,10 +56,8 @@ TEST(Base64, VectorsWhiteSpaceAndDecodingQuirks) {
       {" Z\tm\r\n9\x0b\x0c v\x07\x08", "foo"},
       {"Zg==", std::string("f\0\0", 3)},  // padding still counts three bytes
       {"Zg", std::string("f\0", 2)},  // an unpadded tail counts characters
-      {"Zm8", std::string("fo\0", 3)},
-      {"Zm9vZg", std::string("foof\0", 5)},
-      {"Z", "d"},  // even a lone character makes a byte
-      {"Zg=\n", std::string("f\0\0", 3)},
+      {"Zm8", std::string("fo\0", 3)}, {"Zm9vZg", std::string("foof\0", 5)},
+      {"Zg=\n", std::string("f\0\0", 3)}, {"Z", "d"},  // even a lone character makes a byte
       {"\xDAm9v", "foo"},  // "Z" with the high bit set
       {"Zm8\xBD", std::string("fo\0", 3)},  // "=" with the high bit set
       {"Zm9*", "fo~"},  // "*" is not skipped: the value 254, whose low six bits end the group

@@ -65,9 +65,7 @@ TEST(Md5, SecondFinishDigestsThePaddedMessage) {
 }
 
 TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
-  const char* first = HashString("a");
-  EXPECT_EQ(first, HashString("abc"));
-  EXPECT_EQ(HashString(""), HashBuffer(nullptr, 0));
+  EXPECT_EQ(HashString("a"), HashString("abc"));
   EXPECT_EQ(HashBuffer(nullptr, 5), HashBuffer(nullptr, 0));  // nothing to read
   EXPECT_EQ(HashString(nullptr), HashBuffer(nullptr, 0));
 }

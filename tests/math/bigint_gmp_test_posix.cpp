@@ -88,7 +88,6 @@ class VersusGmp : public ::testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "WideRows" : "PlainRows"; });
 
-// ---------------------------------------------------------------------------------------------
 // Each operation on random operands.
 
 constexpr int kBits = 4096;
@@ -169,7 +168,6 @@ TEST_P(VersusGmp, EachOperationOnRandomOperands) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------
 // Sizes around the points where multiplication, division and text conversion change method.
 
 TEST_P(VersusGmp, Division) {
@@ -245,7 +243,6 @@ TEST_P(VersusGmp, TextInEveryRadix) {
   EXPECT_EQ(n.GetString(10), ToMpz(n).Str(10));
 }
 
-// ---------------------------------------------------------------------------------------------
 // Modular powers of non-negative bases, including the base written back.
 
 std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }

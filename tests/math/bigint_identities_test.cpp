@@ -4,22 +4,20 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/modpower.h>
 
 namespace {
 
+// A positive value of 32 * words + 1 bits.
 CBigInt Random(uint64_t& state, int words) {
-  std::vector<uint32_t> w(static_cast<size_t>(words) + 1, 0);
-  for (int i = 0; i < words; ++i) {
+  std::string hex = "0x1";
+  for (int i = 0; i < 8 * words; ++i) {
     state = state * 6364136223846793005ull + 1442695040888963407ull;
-    w[i] = static_cast<uint32_t>(state >> 33) | (i == words - 1 ? 1u : 0u);
+    hex += "0123456789ABCDEF"[state >> 60];
   }
-  CBigInt x(w.data(), words + 1);
-  x.Normalize();
-  return x;
+  return CBigInt(hex.c_str());
 }
 
 std::string Text(CBigInt x) { return x.GetString(16); }
