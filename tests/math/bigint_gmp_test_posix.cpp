@@ -15,7 +15,6 @@ namespace {
 
 namespace limbs = deskaid::limbs;
 
-// RAII holder of an mpz_t.
 struct Mpz {
   mpz_t v;
   Mpz() { mpz_init(v); }
@@ -77,7 +76,6 @@ class Operands {
   std::mt19937_64 m_rng;
 };
 
-// Each test runs with the plain multiply rows and with the wide ones.
 class VersusGmp : public ::testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
@@ -87,8 +85,6 @@ class VersusGmp : public ::testing::TestWithParam<bool> {
 };
 INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "WideRows" : "PlainRows"; });
-
-// Each operation on random operands.
 
 constexpr int kBits = 4096;
 constexpr int kLimbWords = limbs::kWordsPerLimb;
@@ -243,12 +239,11 @@ TEST_P(VersusGmp, TextInEveryRadix) {
   EXPECT_EQ(n.GetString(10), ToMpz(n).Str(10));
 }
 
-// Modular powers of non-negative bases, including the base written back.
-
 std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }
 
-// The base comes back squared once for each of the exponent's bits but the top one. An odd
-// modulus takes the Montgomery route; the plain route of its negation must leave the same words.
+// Modular powers of non-negative bases. The base comes back squared once for each of the
+// exponent's bits but the top one (an exponent of 1 leaves it alone). An odd modulus takes the
+// Montgomery route; the plain route of its negation must leave the same words.
 TEST_P(VersusGmp, ModularPowersOfNonNegativeBases) {
   Operands gen(11);
   for (int i = 0; i < 300; ++i) {
@@ -264,7 +259,6 @@ TEST_P(VersusGmp, ModularPowersOfNonNegativeBases) {
     EXPECT_EQ(ToMpz(result).Str(16), want.Str(16)) << "n " << ToMpz(n).Str(16);
     mpz_setbit(squarings.v, mpz_sizeinbase(ToMpz(e).v, 2) - 1);
     mpz_powm(want.v, ToMpz(base0).v, squarings.v, ToMpz(n).v);
-    // An exponent of 1 leaves the base alone.
     EXPECT_EQ(ToMpz(base).Str(16), (mpz_cmp_ui(squarings.v, 1) ? want : ToMpz(base0)).Str(16));
     if (n.m_pData[0] % 2 && bits <= 1300) {
       EXPECT_EQ(WordsOf(plain.Transform(plainBase, e, -n)), WordsOf(result));
