@@ -17,14 +17,11 @@ class Base64PathTest : public ::testing::TestWithParam<deskaid::base64::Path> {
   void TearDown() override { deskaid::base64::UsePath(deskaid::base64::FastestPath()); }
 };
 
-inline std::string Base64PathName(const ::testing::TestParamInfo<deskaid::base64::Path>& info) {
-  const char* const names[] = {"Scalar", "Ssse3", "Avx2"};
-  return names[static_cast<int>(info.param)];
-}
-
 #define DESKAID_EVERY_BASE64_PATH(suite)                                                       \
   INSTANTIATE_TEST_SUITE_P(Paths, suite,                                                       \
                            ::testing::Values(deskaid::base64::Path::kScalar,                   \
                                              deskaid::base64::Path::kSsse3,                    \
                                              deskaid::base64::Path::kAvx2),                    \
-                           Base64PathName)
+                           [](const auto& info) {                                      \
+                             return std::string("Scalar\0Ssse3\0\0Avx2" + 7 * int(info.param)); \
+                           })

@@ -11,6 +11,7 @@
 
 namespace {
 
+namespace b64 = deskaid::base64;
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 std::string Str(const void* p, size_t n) {
@@ -42,27 +43,21 @@ struct StepwiseCoder : Base64Coder {
   uint32_t DataCapacity() const { return m_nDataCapacity; }
 };
 
-TEST(Base64Encode, Rfc4648VectorsAndNoLineBreaks) {
-  const char* const cases[][2] = {{"f", "Zg=="},         {"fo", "Zm8="},
-                                  {"foo", "Zm9v"},       {"foob", "Zm9vYg=="},
-                                  {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
-  for (const auto& c : cases) EXPECT_EQ(Encoded(c[0]), c[1]);
-  Base64Coder coder;
-  coder.EncodeString(std::string(10000, '\n').c_str());
-  EXPECT_EQ(std::strlen(coder.GetText()), 13336u);  // one line, NUL-terminated
-}
-
-// White space is skipped anywhere; the final group counts as callers have always seen it; foreign
-// characters decode without complaint.
-TEST(Base64Decode, SkipsWhiteSpaceAndKeepsItsQuirks) {
+// Encoding: the published vectors, and no line breaks. Decoding: white space is skipped anywhere,
+// the final group counts as callers have always seen it, foreign characters decode without
+// complaint.
+TEST(Base64, VectorsWhiteSpaceAndDecodingQuirks) {
+  const char* const vectors[][2] = {{"f", "Zg=="},         {"fo", "Zm8="},
+                                    {"foo", "Zm9v"},       {"foob", "Zm9vYg=="},
+                                    {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
+  for (const auto& c : vectors) EXPECT_EQ(Encoded(c[0]), c[1]);
+  EXPECT_EQ(Encoded(std::string(10000, '\n')).size(), 13336u);
   const std::pair<std::string, std::string> cases[] = {
       {" Z\tm\r\n9\x0b\x0c v\x07\x08", "foo"},
       {"Zg==", std::string("f\0\0", 3)},  // padding still counts three bytes
       {"Zg", std::string("f\0", 2)},  // an unpadded tail counts characters
-      {"Zm8", std::string("fo\0", 3)},
-      {"Zm9vZg", std::string("foof\0", 5)},
-      {"Z", "d"},  // even a lone character makes a byte
-      {"Zg=\n", std::string("f\0\0", 3)},
+      {"Zm8", std::string("fo\0", 3)}, {"Zm9vZg", std::string("foof\0", 5)},
+      {"Zg=\n", std::string("f\0\0", 3)}, {"Z", "d"},  // even a lone character makes a byte
       {"\xDAm9v", "foo"},  // "Z" with the high bit set
       {"Zm8\xBD", std::string("fo\0", 3)},  // "=" with the high bit set
       {"Zm9*", "fo~"},  // "*" is not skipped: the value 254, whose low six bits end the group
@@ -70,42 +65,34 @@ TEST(Base64Decode, SkipsWhiteSpaceAndKeepsItsQuirks) {
       {std::string("Zm\0v", 4), "fo\xAF"},  // NUL is foreign (254), not white space
   };
   for (const auto& c : cases) EXPECT_EQ(Decoded(c.first), c.second) << c.first;
-  Base64Coder coder;
+  StepwiseCoder coder;
   coder.DecodeString("Zm9v\r\nYmFy\r\n");
   EXPECT_STREQ(coder.GetText(), "Zm9vYmFy");  // the text buffer keeps the filtered input
   EXPECT_EQ(Data(coder), "foobar");
 }
 
+// The steps' buffers, which the direct route is held to below.
 TEST(Base64Coder, BuffersGrowInPagesNeverShrinkAndAreClearedBehindTheData) {
   StepwiseCoder coder;
   coder.EncodeString("");  // nothing to hold: nothing allocated
-  EXPECT_EQ(coder.GetText(), nullptr);
-  coder.PrepareText(4096);
+  EXPECT_TRUE(coder.GetText() == nullptr && coder.GetData() == nullptr);
+  coder.PrepareText(4096);  // and the NUL
   EXPECT_EQ(coder.TextCapacity(), 8192u);
+  coder.Encode(std::vector<unsigned char>(6000, 0xAB).data(), 6000);  // text room 12288
   char* text = coder.GetText();
-  coder.PrepareText(1);
-  EXPECT_EQ(coder.TextCapacity(), 8192u);
-  EXPECT_EQ(coder.GetText(), text);
-  coder.PrepareData(0);
-  EXPECT_EQ(coder.GetData(), nullptr);
-
-  Base64Coder plain;
-  plain.Encode(std::vector<unsigned char>(6000, 0xAB).data(), 6000);  // text room 12288
-  unsigned char* data = plain.GetData();
-  text = plain.GetText();
-  plain.DecodeString("Zm9v\nZm9v");  // now the data buffer holds the decoding
-  plain.EncodeString(nullptr);  // a null string changes nothing
-  plain.DecodeString(nullptr);
-  EXPECT_EQ(Text(plain), "Zm9vZm9v");
-  EXPECT_EQ(Data(plain), "foofoo");
-  plain.EncodeString("abc");
-  EXPECT_EQ(plain.GetData(), data);
-  EXPECT_EQ(plain.GetText(), text);
-  EXPECT_EQ(std::string(plain.GetText() + 4, 12284), std::string(12284, '\0'));
+  unsigned char* data = coder.GetData();
+  coder.DecodeString("Zm9v\nZm9v");  // now the data buffer holds the decoding
+  coder.EncodeString(nullptr);  // a null string changes nothing
+  coder.DecodeString(nullptr);
+  EXPECT_EQ(Text(coder), "Zm9vZm9v");
+  EXPECT_EQ(Data(coder), "foofoo");
+  coder.EncodeString("abc");
+  EXPECT_TRUE(coder.GetData() == data && coder.GetText() == text);
+  EXPECT_EQ(std::string(text + 4, 12284), std::string(12284, '\0'));
   EXPECT_EQ(std::string(reinterpret_cast<char*>(data) + 3, 8189), std::string(8189, '\0'));
-  plain.EncodeString("");  // empty text, and a cleared buffer
-  EXPECT_EQ(plain.GetTextLength(), 0u);
-  EXPECT_EQ(std::string(plain.GetText(), 8), std::string(8, '\0'));
+  coder.EncodeString("");  // empty text, and a cleared buffer
+  EXPECT_EQ(coder.GetTextLength(), 0u);
+  EXPECT_EQ(std::string(text, 8), std::string(8, '\0'));
 }
 
 // Skips commas too, and encodes with the URL alphabet's two last characters.
@@ -122,10 +109,8 @@ TEST(Base64Coder, AReplacedStepIsUsedEverywhere) {
   coder.DecodeString("Zm,9v, Ym,Fy");
   EXPECT_EQ(Data(coder), "foobar");
   EXPECT_STREQ(coder.GetText(), "Zm9vYmFy");
-  const unsigned char bytes[] = {0xFB, 0xFF, 0xBF};
-  coder.Encode(bytes, 3);
+  coder.Encode(reinterpret_cast<const unsigned char*>("\xFB\xFF\xBF"), 3);  // "+/+/" in plain
   EXPECT_STREQ(coder.GetText(), "-_-_");
-  EXPECT_EQ(Encoded(std::string(reinterpret_cast<const char*>(bytes), 3)), "+/+/");
 }
 
 using Base64DirectPath = Base64PathTest;
@@ -163,12 +148,10 @@ TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
     ASSERT_NO_FATAL_FAILURE(compare(input, 0));
     for (char& c : input) c = kAlphabet[rng() % 64];
     ASSERT_NO_FATAL_FAILURE(compare(input, 1));
-    for (uint32_t at = 0; at < length; ++at) {
-      for (char odd : kOdd) {
-        std::string one = input;
-        one[at] = odd;
-        ASSERT_NO_FATAL_FAILURE(compare(one, 1));
-      }
+    for (size_t at = 0; at < length * kOdd.size(); ++at) {
+      std::string one = input;
+      one[at / kOdd.size()] = kOdd[at % kOdd.size()];
+      ASSERT_NO_FATAL_FAILURE(compare(one, 1));
     }
   }
   for (int round = 0; round < 400; ++round) {
@@ -190,8 +173,8 @@ TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
 // What each vector kernel takes on, by its contract: it consumes whole blocks of 16 characters
 // while they hold only characters it accepts, and refuses the block that holds any other.
 TEST_P(Base64DirectPath, KernelsTakeExactlyTheBlocksTheyAccept) {
-  const deskaid::base64::Kernels& k = deskaid::base64::ActiveKernels();
-  if (k.path == deskaid::base64::Path::kScalar) GTEST_SKIP() << "the scalar set takes nothing";
+  const b64::Kernels& k = b64::ActiveKernels();
+  if (k.path == b64::Path::kScalar) GTEST_SKIP() << "the scalar set takes nothing";
   for (uint32_t length : {15u, 16u, 31u, 48u}) {
     for (int c = 0; c < 256; ++c) {
       std::string in(length, 'A');
@@ -222,11 +205,9 @@ DESKAID_EVERY_BASE64_PATH(Base64DirectPath);
 // The coder's own reading of cpuid against the compiler runtime's.
 TEST(Base64Dispatch, OffersWhatTheProcessorHas) {
   __builtin_cpu_init();
-  EXPECT_TRUE(deskaid::base64::Supports(deskaid::base64::Path::kScalar));
-  EXPECT_EQ(deskaid::base64::Supports(deskaid::base64::Path::kSsse3),
-            __builtin_cpu_supports("ssse3") != 0);
-  EXPECT_EQ(deskaid::base64::Supports(deskaid::base64::Path::kAvx2),
-            __builtin_cpu_supports("avx2") != 0);
+  EXPECT_TRUE(b64::Supports(b64::Path::kScalar));
+  EXPECT_EQ(b64::Supports(b64::Path::kSsse3), __builtin_cpu_supports("ssse3") != 0);
+  EXPECT_EQ(b64::Supports(b64::Path::kAvx2), __builtin_cpu_supports("avx2") != 0);
 }
 #endif
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -65,9 +65,7 @@ TEST(Md5, SecondFinishDigestsThePaddedMessage) {
 }
 
 TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
-  const char* first = HashString("a");
-  EXPECT_EQ(first, HashString("abc"));
-  EXPECT_EQ(HashString(""), HashBuffer(nullptr, 0));
+  EXPECT_EQ(HashString("a"), HashString("abc"));
   EXPECT_EQ(HashBuffer(nullptr, 5), HashBuffer(nullptr, 0));  // nothing to read
   EXPECT_EQ(HashString(nullptr), HashBuffer(nullptr, 0));
 }
@@ -80,10 +78,7 @@ TEST(Md5, HashFileReadsTheWholeFile) {
   EXPECT_FALSE(HashFile(nullptr));
   for (size_t n : {0u, 1024u, 3000u}) {
     const std::vector<unsigned char> data = Pattern(n);
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    if (n > 0) std::fwrite(data.data(), 1, n, f);
-    std::fclose(f);
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(data.data()), n);
     EXPECT_EQ(HashFile(path.c_str()), HashBuffer(data.data(), uint32_t(n))) << n;
   }
 }

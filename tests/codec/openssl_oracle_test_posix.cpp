@@ -36,10 +36,8 @@ TEST(Md5AgainstOpenSsl, RandomData) {
     unsigned int size = 0;
     EVP_Digest(d.data(), d.size(), digest, &size, EVP_md5(), nullptr);
     std::string hex;
-    for (unsigned int i = 0; i < size; ++i) {
-      hex += "0123456789abcdef"[digest[i] >> 4];
-      hex += "0123456789abcdef"[digest[i] & 15];
-    }
+    for (unsigned int i = 0; i < 2 * size; ++i)
+      hex += "0123456789abcdef"[digest[i / 2] >> (i % 2 ? 0 : 4) & 15];
     ASSERT_EQ(HashBuffer(d.data(), uint32_t(d.size())), hex) << "length " << d.size();
   });
 }

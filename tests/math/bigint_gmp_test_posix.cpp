@@ -15,13 +15,11 @@ namespace {
 
 namespace limbs = deskaid::limbs;
 
-// RAII holder of an mpz_t.
 struct Mpz {
   mpz_t v;
   Mpz() { mpz_init(v); }
   Mpz(const Mpz& o) { mpz_init_set(v, o.v); }
   ~Mpz() { mpz_clear(v); }
-  Mpz& operator=(const Mpz& o) = delete;
   std::string Str(int base = 10) const {
     std::vector<char> b(mpz_sizeinbase(v, base < 0 ? -base : base) + 2);
     return mpz_get_str(b.data(), base, v);
@@ -37,10 +35,14 @@ Mpz ToMpz(const CBigInt& x) {
   return r;
 }
 
-::testing::AssertionResult Same(const CBigInt& got, const Mpz& want) {
-  const Mpz g = ToMpz(got);
+// Whether `got` is what GMP's `op` makes of a and b.
+using MpzOp = void (*)(mpz_ptr r, mpz_srcptr a, mpz_srcptr b);
+::testing::AssertionResult Same(const CBigInt& got, MpzOp op, const CBigInt& a, const CBigInt& b) {
+  Mpz want, g = ToMpz(got);
+  op(want.v, ToMpz(a).v, ToMpz(b).v);
   if (mpz_cmp(g.v, want.v) == 0) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16);
+  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16)
+                                       << "\na " << ToMpz(a).Str(16) << "\nb " << ToMpz(b).Str(16);
 }
 
 // Random values with runs of 0 and 1 words to reach carries.
@@ -62,21 +64,18 @@ class Operands {
     r.Normalize();
     return r;
   }
-  // 1..maxBits bits, small sizes and the full range equally often; the top bit is set.
-  CBigInt NonNegative(int maxBits) {
+  // 1..maxBits bits, small sizes and the full range equally often; the top bit of the magnitude
+  // is set, the sign random unless `positive`.
+  CBigInt Random(int maxBits, bool positive = false) {
     const int bits = 1 + static_cast<int>(Next() % 2 ? Next() % 96 : Next() % maxBits);
-    return Words((bits + 31) / 32, (bits - 1) % 32);
-  }
-  CBigInt Signed(int maxBits) {
-    const CBigInt r = NonNegative(maxBits);
-    return Next() % 2 ? -r : r;
+    const CBigInt r = Words((bits + 31) / 32, (bits - 1) % 32);
+    return positive || Next() % 2 ? r : -r;
   }
 
  private:
   std::mt19937_64 m_rng;
 };
 
-// Each test runs with the plain multiply rows and with the wide ones.
 class VersusGmp : public ::testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
@@ -87,17 +86,12 @@ class VersusGmp : public ::testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "WideRows" : "PlainRows"; });
 
-// ---------------------------------------------------------------------------------------------
-// Each operation on random operands.
-
 constexpr int kBits = 4096;
 constexpr int kLimbWords = limbs::kWordsPerLimb;
 
 int32_t Int(const CBigInt& b) { return static_cast<int32_t>(static_cast<int64_t>(b)); }
 // A right shift below the bit length of |a|, so within a's words.
-unsigned long Inside(const Mpz& a, const Mpz& b) {
-  return mpz_get_ui(b.v) % mpz_sizeinbase(a.v, 2);
-}
+unsigned long Inside(mpz_srcptr a, mpz_srcptr b) { return mpz_get_ui(b) % mpz_sizeinbase(a, 2); }
 // The comparisons' outcomes as bits, from c = cmp(a, b) as Order(c, 0). `==`, `<=` and `>=` read
 // the left operand's words only and are exact when it is not the shorter; `<` and `>` either way.
 template <typename T, typename U>
@@ -115,50 +109,49 @@ CBigInt TextBothWays(CBigInt a, int radix) {
 
 // Operand generators; the second operand's sees the first.
 using Generator = CBigInt (*)(Operands&, const CBigInt&);
-CBigInt NonNegative(Operands& g, const CBigInt&) { return g.NonNegative(kBits); }
-CBigInt Signed(Operands& g, const CBigInt&) { return g.Signed(kBits); }
-CBigInt Long(Operands& g, const CBigInt&) { return g.Signed(2 * kBits); }
-CBigInt Short(Operands& g, const CBigInt&) { return g.Signed(kBits / 8); }
+CBigInt NonNegative(Operands& g, const CBigInt&) { return g.Random(kBits, true); }
+CBigInt Signed(Operands& g, const CBigInt&) { return g.Random(kBits); }
+CBigInt Long(Operands& g, const CBigInt&) { return g.Random(2 * kBits); }
+CBigInt Short(Operands& g, const CBigInt&) { return g.Random(kBits / 8); }
 CBigInt Word(Operands& g, const CBigInt&) { return CBigInt(g.Next()); }
 CBigInt Int31(Operands& g, const CBigInt&) { return CBigInt(static_cast<int32_t>(g.Next() | 1)); }
 CBigInt Count(Operands& g, const CBigInt&) { return CBigInt(g.Next() % 4096); }
 CBigInt NoLonger(Operands& g, const CBigInt& a) {
   CBigInt b = a;
-  if (g.Next() % 4) do b = g.Signed(kBits / 8); while (b.m_nLength > a.m_nLength);
+  if (g.Next() % 4) do b = g.Random(kBits / 8); while (b.m_nLength > a.m_nLength);
   return b;
 }
 
 #define OURS(...) []([[maybe_unused]] const CBigInt& a, [[maybe_unused]] const CBigInt& b) { \
   return CBigInt(__VA_ARGS__);                                                                \
 }
-#define GMP(...) [](Mpz& r, const Mpz& a, [[maybe_unused]] const Mpz& b) { __VA_ARGS__; }
+#define GMP(...) [](mpz_ptr r, mpz_srcptr a, [[maybe_unused]] mpz_srcptr b) { __VA_ARGS__; }
 
 const struct Operation {
   const char* name;
   Generator a, b;
   CBigInt (*ours)(const CBigInt& a, const CBigInt& b);
-  void (*gmp)(Mpz& r, const Mpz& a, const Mpz& b);
+  MpzOp gmp;
 } kOperations[] = {
-    {"Sum", NonNegative, NonNegative, OURS(a + b), GMP(mpz_add(r.v, a.v, b.v))},
-    {"Difference", NonNegative, NonNegative, OURS(a - b), GMP(mpz_sub(r.v, a.v, b.v))},
-    {"Product", Signed, Signed, OURS(a * b), GMP(mpz_mul(r.v, a.v, b.v))},
-    {"Square", Signed, Signed, OURS(a * a), GMP(mpz_mul(r.v, a.v, a.v))},
-    {"ProductByWord", Signed, Word, OURS(a * b.m_pData[0]), GMP(mpz_mul(r.v, a.v, b.v))},
-    {"Quotient", Long, Signed, OURS(a / b), GMP(mpz_tdiv_q(r.v, a.v, b.v))},
-    {"Remainder", Long, Signed, OURS(a % b), GMP(mpz_tdiv_r(r.v, a.v, b.v))},
-    {"QuotientByInt", Long, Int31, OURS(a / Int(b)), GMP(mpz_tdiv_q(r.v, a.v, b.v))},
-    {"RemainderByInt", Long, Int31, OURS(a % Int(b)), GMP(mpz_tdiv_r(r.v, a.v, b.v))},
-    {"And", Signed, Signed, OURS(a & b), GMP(mpz_and(r.v, a.v, b.v))},
-    {"Or", Signed, Signed, OURS(a | b), GMP(mpz_ior(r.v, a.v, b.v))},
-    {"Xor", Signed, Signed, OURS(a ^ b), GMP(mpz_xor(r.v, a.v, b.v))},
-    {"LeftShift", Signed, Count, OURS(a << Int(b)),
-     GMP(mpz_mul_2exp(r.v, a.v, mpz_get_ui(b.v)))},
-    {"RightShift", Signed, Count, OURS(a >> int(Inside(ToMpz(a), ToMpz(b)))),
-     GMP(mpz_fdiv_q_2exp(r.v, a.v, Inside(a, b)))},
+    {"Sum", NonNegative, NonNegative, OURS(a + b), mpz_add},
+    {"Difference", NonNegative, NonNegative, OURS(a - b), mpz_sub},
+    {"Product", Signed, Signed, OURS(a * b), mpz_mul},
+    {"Square", Signed, Signed, OURS(a * a), GMP(mpz_mul(r, a, a))},
+    {"ProductByWord", Signed, Word, OURS(a * b.m_pData[0]), mpz_mul},
+    {"Quotient", Long, Signed, OURS(a / b), mpz_tdiv_q},
+    {"Remainder", Long, Signed, OURS(a % b), mpz_tdiv_r},
+    {"QuotientByInt", Long, Int31, OURS(a / Int(b)), mpz_tdiv_q},
+    {"RemainderByInt", Long, Int31, OURS(a % Int(b)), mpz_tdiv_r},
+    {"And", Signed, Signed, OURS(a & b), mpz_and},
+    {"Or", Signed, Signed, OURS(a | b), mpz_ior},
+    {"Xor", Signed, Signed, OURS(a ^ b), mpz_xor},
+    {"LeftShift", Signed, Count, OURS(a << Int(b)), GMP(mpz_mul_2exp(r, a, mpz_get_ui(b)))},
+    {"RightShift", Signed, Count, OURS(a >> int(Inside(ToMpz(a).v, ToMpz(b).v))),
+     GMP(mpz_fdiv_q_2exp(r, a, Inside(a, b)))},
     {"Comparisons", Short, NoLonger, OURS(Order(a, b)),
-     GMP(mpz_set_ui(r.v, Order(mpz_cmp(a.v, b.v), 0)))},
+     GMP(mpz_set_ui(r, Order(mpz_cmp(a, b), 0)))},
     {"TextBothWays", NonNegative, Count, OURS(TextBothWays(a, 2 + Int(b) % 35)),
-     GMP(mpz_set(r.v, a.v))},
+     GMP(mpz_set(r, a))},
 };
 
 TEST_P(VersusGmp, EachOperationOnRandomOperands) {
@@ -166,23 +159,12 @@ TEST_P(VersusGmp, EachOperationOnRandomOperands) {
     Operands gen(static_cast<uint32_t>(&op - kOperations));
     for (int i = 0; i < 1500; ++i) {
       const CBigInt a = op.a(gen, CBigInt()), b = op.b(gen, a);
-      Mpz want;
-      op.gmp(want, ToMpz(a), ToMpz(b));
-      ASSERT_TRUE(Same(op.ours(a, b), want))
-          << op.name << ": a " << ToMpz(a).Str(16) << " b " << ToMpz(b).Str(16);
+      ASSERT_TRUE(Same(op.ours(a, b), op.gmp, a, b)) << op.name;
     }
   }
 }
 
-// ---------------------------------------------------------------------------------------------
 // Sizes around the points where multiplication, division and text conversion change method.
-
-void ExpectDivision(const CBigInt& a, const CBigInt& b) {
-  Mpz q, r;
-  mpz_tdiv_qr(q.v, r.v, ToMpz(a).v, ToMpz(b).v);
-  EXPECT_TRUE(Same(a / b, q));
-  EXPECT_TRUE(Same(a % b, r));
-}
 
 TEST_P(VersusGmp, Division) {
   Operands gen(8);
@@ -194,12 +176,16 @@ TEST_P(VersusGmp, Division) {
       for (int k = 0; k < 2; ++k) {
         const CBigInt b = gen.Words(dl * kLimbWords - k);
         const CBigInt a = gen.Words((dl + ql) * kLimbWords - k);
-        ExpectDivision(gen.Next() % 2 ? -a : a, gen.Next() % 2 ? -b : b);
-        // Each correction step at its limit: an exact multiple of b and the largest remainder;
-        // then a dividend whose top words equal the divisor's, and b * 2^k - 1, whose partial
-        // remainders are all b - 1: estimates from the divisor's top words overflow.
+        // Each sign; each correction step at its limit: an exact multiple of b and the largest
+        // remainder; then a dividend whose top words equal the divisor's, and b * 2^k - 1, whose
+        // partial remainders are all b - 1: estimates from the divisor's top words overflow.
         const CBigInt m = a / b * b, top = b << (32 * ql * kLimbWords), one(1);
-        for (const CBigInt& x : {m, m + b - one, top + a, top - one}) ExpectDivision(x, b);
+        for (const CBigInt& x : {a, -a, m, m + b - one, top + a, top - one}) {
+          for (const CBigInt& y : {b, -b}) {
+            EXPECT_TRUE(Same(x / y, mpz_tdiv_q, x, y));
+            EXPECT_TRUE(Same(x % y, mpz_tdiv_r, x, y));
+          }
+        }
       }
     }
   }
@@ -212,12 +198,8 @@ TEST_P(VersusGmp, ProductsAndSquares) {
     const int t = static_cast<int>(threshold);
     for (int n : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 4 * t + 3}) {
       const CBigInt a = gen.Words(n * kLimbWords), b = gen.Words(n * kLimbWords - 1);
-      const CBigInt c = -gen.Words((3 * n + 1) * kLimbWords);  // unbalanced
-      for (const CBigInt* x : {&a, &b, &c}) {  // a * a squares
-        Mpz p;
-        mpz_mul(p.v, ToMpz(a).v, ToMpz(*x).v);
-        EXPECT_TRUE(Same(a * *x, p));
-      }
+      const CBigInt c = -gen.Words((3 * n + 1) * kLimbWords);  // unbalanced; a * a squares
+      for (const CBigInt* x : {&a, &b, &c}) EXPECT_TRUE(Same(a * *x, mpz_mul, a, *x));
     }
   }
 }
@@ -226,14 +208,12 @@ TEST_P(VersusGmp, ProductsAndSquares) {
 // `maxRun` long, so that chunk and split borders fall inside runs of zeros.
 std::string RunText(Operands& gen, int radix, int count, int maxRun) {
   const char* digits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-  std::string s;
-  while (static_cast<int>(s.size()) < count) {
+  std::string s(1, digits[1 + gen.Next() % (radix - 1)]);
+  while (s.size() < size_t(count)) {
     const uint32_t kind = gen.Next() % 3;
-    const int run = 1 + static_cast<int>(gen.Next() % maxRun);
-    for (int i = 0; i < run && static_cast<int>(s.size()) < count; ++i)
+    for (uint32_t run = 1 + gen.Next() % maxRun; run > 0 && s.size() < size_t(count); --run)
       s += kind == 0 ? '0' : kind == 1 ? digits[radix - 1] : digits[gen.Next() % radix];
   }
-  s[0] = digits[1 + gen.Next() % (radix - 1)];
   return s;
 }
 
@@ -242,9 +222,7 @@ TEST_P(VersusGmp, TextInEveryRadix) {
   const int t = static_cast<int>(limbs::kTextSplitLimbs);
   for (int radix = 2; radix <= 36; ++radix) {
     // A limb holds one digit fewer than the largest limb value has: d digits make t limbs.
-    Mpz max;
-    mpz_setbit(max.v, limbs::kLimbBits);
-    mpz_sub_ui(max.v, max.v, 1);
+    const Mpz max = ToMpz((CBigInt(1) << limbs::kLimbBits) - CBigInt(1));
     const int d = static_cast<int>(max.Str(radix).size() - 1) * t;
     for (int count : {d - 1, d, d + 1, 2 * d - 1, 2 * d + 1, 4 * d + 3, 9 * d}) {
       const std::string text = RunText(gen, radix, count, 2 * d);
@@ -261,30 +239,27 @@ TEST_P(VersusGmp, TextInEveryRadix) {
   EXPECT_EQ(n.GetString(10), ToMpz(n).Str(10));
 }
 
-// ---------------------------------------------------------------------------------------------
-// Modular powers of non-negative bases, including the base written back.
-
 std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }
 
-// The base comes back squared once for each of the exponent's bits but the top one. An odd
-// modulus takes the Montgomery route; the plain route of its negation must leave the same words.
+// Modular powers of non-negative bases. The base comes back squared once for each of the
+// exponent's bits but the top one (an exponent of 1 leaves it alone). An odd modulus takes the
+// Montgomery route; the plain route of its negation must leave the same words.
 TEST_P(VersusGmp, ModularPowersOfNonNegativeBases) {
   Operands gen(11);
   for (int i = 0; i < 300; ++i) {
     const int bits = i < 250 ? 1 + static_cast<int>(gen.Next() % 1300) : 1024 * (1 + i % 5);
-    CBigInt n = gen.NonNegative(bits);
-    if (i % 2 == 0) n = n | CBigInt(1);
+    CBigInt n = gen.Random(bits, true) | CBigInt(1 - i % 2);
     if (n < CBigInt(2)) n = CBigInt(3);
-    const CBigInt base0 = gen.NonNegative(bits + 40), e = gen.NonNegative(i < 250 ? 300 : bits);
+    const CBigInt base0 = gen.Random(bits + 40, true), e = gen.Random(i < 250 ? 300 : bits, true);
     CModPower power, plain;
     CBigInt base = base0, plainBase = base0;
     const CBigInt result = power.Transform(base, e, n);
     Mpz want, squarings;
     mpz_powm(want.v, ToMpz(base0).v, ToMpz(e).v, ToMpz(n).v);
-    EXPECT_TRUE(Same(result, want)) << "n " << ToMpz(n).Str(16);
+    EXPECT_EQ(ToMpz(result).Str(16), want.Str(16)) << "n " << ToMpz(n).Str(16);
     mpz_setbit(squarings.v, mpz_sizeinbase(ToMpz(e).v, 2) - 1);
     mpz_powm(want.v, ToMpz(base0).v, squarings.v, ToMpz(n).v);
-    EXPECT_TRUE(Same(base, mpz_cmp_ui(squarings.v, 1) ? want : ToMpz(base0)));  // 1: left alone
+    EXPECT_EQ(ToMpz(base).Str(16), (mpz_cmp_ui(squarings.v, 1) ? want : ToMpz(base0)).Str(16));
     if (n.m_pData[0] % 2 && bits <= 1300) {
       EXPECT_EQ(WordsOf(plain.Transform(plainBase, e, -n)), WordsOf(result));
       EXPECT_EQ(WordsOf(plainBase), WordsOf(base));

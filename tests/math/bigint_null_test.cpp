@@ -16,14 +16,9 @@ class BigIntNull : public ::testing::Test {
 
 TEST_F(BigIntNull, TestsAndComparisonsOfANullValue) {
   const CBigInt n(static_cast<const uint32_t*>(nullptr), 0), five(5);
-  EXPECT_TRUE(n.IsZero());
-  EXPECT_FALSE(n.IsNonZero());
-  EXPECT_FALSE(n.IsNegative());
-  EXPECT_TRUE(n == five);  // a null left operand equals anything
-  EXPECT_FALSE(five == n);
-  EXPECT_FALSE(n < five);
-  EXPECT_FALSE(n > five);
-  EXPECT_TRUE(n > CBigInt(-1));
+  EXPECT_TRUE(n.IsZero() && !n.IsNonZero() && !n.IsNegative());
+  // A null left operand equals anything, and orders as zero.
+  EXPECT_TRUE(n == five && !(five == n) && !(n < five) && !(n > five) && n > CBigInt(-1));
   EXPECT_EQ(static_cast<int64_t>(n), 0);
   EXPECT_STREQ((n % five).GetString(), "");  // a null dividend divides as zero
   EXPECT_TRUE((5u % n).IsNull());
@@ -56,12 +51,9 @@ TEST_F(BigIntNull, EveryFailingAllocationInAComputationEndsInNullOrTheRightValue
       deskaid::SetBigIntAllocationFailure(nth);
       CBigInt got = compute();
       deskaid::SetBigIntAllocationFailure(0);
-      if (got.IsNull()) {
-        ++nulls;
-        EXPECT_STREQ(got.GetString(), "Null");
-      } else {
-        EXPECT_EQ(got.GetString(16), want) << "failing allocation " << nth;
-      }
+      const bool null = got.IsNull();
+      nulls += null;
+      EXPECT_EQ(got.GetString(16), null ? "Null" : want) << "failing allocation " << nth;
     }
     EXPECT_GT(nulls, 0);
   }
