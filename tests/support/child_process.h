@@ -28,7 +28,8 @@ inline ChildExit RunChildProcess(const std::string& program, const std::vector<s
   for (const std::string& arg : args) command += " \"" + arg + "\"";
   std::wstring wide(command.size() + 1, L'\0');
   MultiByteToWideChar(CP_ACP, 0, command.c_str(), -1, &wide[0], static_cast<int>(wide.size()));
-  STARTUPINFOW startup = {sizeof startup};
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
   result.started = CreateProcessW(nullptr, &wide[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                   &startup, &process) != FALSE;
