@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -10,11 +9,7 @@ namespace {
 
 std::string Hex(const std::vector<uint8_t>& bytes, size_t from, size_t count) {
   std::string s;
-  char digits[3];
-  for (size_t i = from; i < from + count; ++i) {
-    std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
-    s += digits;
-  }
+  for (size_t i = from; i < from + count; ++i) s += {"0123456789abcdef"[bytes[i] >> 4], "0123456789abcdef"[bytes[i] & 15]};
   return s;
 }
 

@@ -5,11 +5,10 @@
 // failure inside the handler: a trace hook that faults.
 #include <deskaid/deskaid.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <string>
+#include <fstream>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -26,15 +25,11 @@
 namespace {
 
 std::string g_dir;
-volatile int g_zero = 0;
+volatile int g_zero = 0, g_sink = 0;
 volatile int* volatile g_null = nullptr;
-volatile int g_sink = 0;
 
 void WriteReport(const char* dumpPath, const char* logPath, void*) {
-  std::FILE* f = std::fopen((g_dir + "/report.txt").c_str(), "wb");
-  if (f == nullptr) return;
-  std::fprintf(f, "%s|%s", dumpPath, logPath);
-  std::fclose(f);
+  std::ofstream(g_dir + "/report.txt") << dumpPath << '|' << logPath;
 }
 
 }  // namespace
@@ -75,8 +70,7 @@ extern "C" CHILD_NOINLINE void CrashingFunction(const char* kind) {
 #else
   if (std::strcmp(kind, "bus") == 0) {
     // A mapping beyond the end of an empty file: touching it is a bus error.
-    std::string path = g_dir + "/empty";
-    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+    int fd = open((g_dir + "/empty").c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
     auto* page = static_cast<volatile char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0));
     g_sink = page[0];
   }

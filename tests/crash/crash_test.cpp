@@ -7,70 +7,43 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 
 #include <deskaid/common/internal/platform.h>
 
 #include "diag/log_file.h"
+#include "support/child_process.h"
 
 #ifdef _WIN32
-#include "support/child_process_win.h"
 #include "support/input_win.h"
-#else
-#include <sys/wait.h>
-#include <unistd.h>
 #endif
 
 namespace fs = std::filesystem;
 
 namespace {
 
-#ifdef _WIN32
-constexpr bool kWindows = true;
-#else
-constexpr bool kWindows = false;
-#endif
-
-std::string ChildPath() {
+std::string ChildPath() {  // beside this program, with its extension
   char own[deskaid::kMaxPath];
   deskaid::platform::ExecutablePath(own, sizeof own);
-  return (fs::path(own).parent_path() / "crash_child").string() + (kWindows ? ".exe" : "");
+  return fs::path(own).replace_filename("crash_child").replace_extension(fs::path(own).extension()).string();
 }
 
-// How the child ended: on Windows its exit code, elsewhere the signal that ended it (0 for none).
 // Runs the child on `kind` with the folder of `dir` and a flag; `whileRunning` once it started.
-struct Outcome {
-  bool finished = false;  // within a minute; a hung POSIX child is left to the test's timeout
-  unsigned long status = 0;
-};
-Outcome RunChild(const char* kind, const ScratchDir& dir, const char* flag = nullptr,
-                 const std::function<void()>& whileRunning = nullptr) {
-  const std::string path = ChildPath(), folder = dir.path().string();
-#ifdef _WIN32
-  const ChildExit exit = RunChildProcess("\"" + path + "\" " + kind + " \"" + folder + "\" " +
-                                         (flag ? flag : ""), 60000, whileRunning);
-  EXPECT_TRUE(exit.started) << path;
-  return Outcome{exit.finished, exit.code};
-#else
-  pid_t child = fork();
-  if (child == 0) {
-    execl(path.c_str(), path.c_str(), kind, folder.c_str(), flag, nullptr);
-    _exit(127);
-  }
-  if (whileRunning) whileRunning();
-  int status = 0;
-  const bool finished = waitpid(child, &status, 0) == child;
-  return Outcome{finished, WIFSIGNALED(status) ? static_cast<unsigned long>(WTERMSIG(status)) : 0};
-#endif
+// How it ended: on Windows its exit code, elsewhere the signal that ended it.
+ChildExit RunChild(const char* kind, const ScratchDir& dir, const char* flag = nullptr,
+                   const std::function<void()>& whileRunning = nullptr) {
+  std::vector<std::string> args = {kind, dir.path().string()};
+  if (flag != nullptr) args.push_back(flag);
+  const ChildExit exit = RunChildProcess(ChildPath(), args, 60000, whileRunning);
+  EXPECT_TRUE(exit.started) << ChildPath();
+  return exit;
 }
 
 #ifdef _WIN32
 std::vector<fs::path> DumpsIn(const fs::path& folder) {
   std::vector<fs::path> dumps;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    const fs::path& path = entry.path();
-    if (path.filename().string().rfind("crash_child - ", 0) == 0 && path.extension() == ".dmp") dumps.push_back(path);
-  }
+  for (const auto& entry : fs::directory_iterator(folder))
+    if (entry.path().filename().string().rfind("crash_child - ", 0) == 0 && entry.path().extension() == ".dmp")
+      dumps.push_back(entry.path());
   return dumps;
 }
 
@@ -107,14 +80,17 @@ const struct Failure {
     {"terminate", "std::terminate", 0x40000015, nullptr},
     {"purecall", "std::terminate", 0x40000015, nullptr},
     {"parameter", "invalid parameter", 0xC0000417, nullptr},
+};
+constexpr unsigned long kSecondFailureStatus = 0xC0000094;  // a fault in the handler: the first code
 #else
     {"access", "SIGSEGV", SIGSEGV, "CrashingFunction"},
     {"divide", "SIGFPE", SIGFPE, "CrashingFunction"},
     {"illegal", "SIGILL", SIGILL, "CrashingFunction"},
     {"bus", "SIGBUS", SIGBUS, "CrashingFunction"},
     {"abort", "SIGABRT", SIGABRT, nullptr},
-#endif
 };
+constexpr unsigned long kSecondFailureStatus = SIGSEGV;  // the second, blocked in the handler
+#endif
 
 // Each kind of failure: the exit status, the records, their function names and the dump.
 TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCode) {
@@ -130,12 +106,11 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
     }
 #endif
     ScratchDir dir;
-    const Outcome outcome = RunChild(failure.kind, dir);
+    const ChildExit outcome = RunChild(failure.kind, dir);
     ASSERT_TRUE(outcome.finished);
-    EXPECT_EQ(outcome.status, failure.status);
+    EXPECT_EQ(outcome.code, failure.status);
     const std::vector<std::string> records = logtest::ParseFile(dir.PathOf("crash.log")).Texts();
-    ASSERT_GE(records.size(), 3u);
-    ASSERT_LE(records.size(), 2u + 64u);
+    ASSERT_TRUE(records.size() >= 3 && records.size() <= 2 + 64) << records.size();
     EXPECT_EQ(records[0], "child ready");
     char code[16];
     std::snprintf(code, sizeof code, "0x%08lX", failure.status);
@@ -168,11 +143,10 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
 TEST(CrashHandler, SecondFailureInsideTheHandlerEndsTheProcessPromptly) {
   ScratchDir dir;
   const auto start = std::chrono::steady_clock::now();
-  const Outcome outcome = RunChild("divide", dir, "second");
+  const ChildExit outcome = RunChild("divide", dir, "second");
   ASSERT_TRUE(outcome.finished);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-  // Windows ends it with the first failure's code, POSIX with the second, blocked in the handler.
-  EXPECT_EQ(outcome.status, kWindows ? 0xC0000094u : unsigned(SIGSEGV));
+  EXPECT_EQ(outcome.code, kSecondFailureStatus);
   EXPECT_EQ(logtest::ParseFile(dir.PathOf("crash.log")).Texts(),
             std::vector<std::string>{"child ready"});
 }
@@ -208,9 +182,9 @@ TEST(CrashHandler, WithoutALogTheDumpGoesBesideTheExecutable) {
   ScratchDir dir;
   const fs::path folder = fs::path(ChildPath()).parent_path();
   for (const auto& old : DumpsIn(folder)) fs::remove(old);
-  const Outcome outcome = RunChild("access", dir, "nolog");
+  const ChildExit outcome = RunChild("access", dir, "nolog");
   ASSERT_TRUE(outcome.finished);
-  EXPECT_EQ(outcome.status, 0xC0000005u);
+  EXPECT_EQ(outcome.code, 0xC0000005u);
   EXPECT_FALSE(fs::exists(dir.PathOf("crash.log")));
   const auto dumps = DumpsIn(folder);
   ASSERT_EQ(dumps.size(), 1u);
@@ -224,7 +198,7 @@ TEST(CrashHandler, CrashBoxReportsToTheHostAndCloseEndsTheProcess) {
   ScratchDir dir;
   std::string text, report;
   bool openAfterReport = false;
-  const Outcome outcome = RunChild("access", dir, "box", [&] {
+  const ChildExit outcome = RunChild("access", dir, "box", [&] {
     HWND box = nullptr;  // shown means set up: the box handles its buttons once it is visible
     ASSERT_TRUE(WaitUntil([&] {
       box = FindWindowA("#32770", "crash_child.exe");
@@ -240,7 +214,7 @@ TEST(CrashHandler, CrashBoxReportsToTheHostAndCloseEndsTheProcess) {
     SendMessageA(GetDlgItem(box, IDCUSTOM1), BM_CLICK, 0, 0);
   });
   ASSERT_TRUE(outcome.finished);
-  EXPECT_EQ(outcome.status, 0xC0000005u);
+  EXPECT_EQ(outcome.code, 0xC0000005u);
   EXPECT_TRUE(openAfterReport) << "Report leaves the box open";
   const size_t bar = report.find('|');
   ASSERT_NE(bar, std::string::npos) << report;

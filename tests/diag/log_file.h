@@ -5,9 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <string>
 #include <vector>
 
 #include <deskaid/common/rc4.h>
@@ -54,11 +51,9 @@ inline ParsedLog Parse(const std::string& b) {
        pos += 10 + length) {
     Record r{U32(b, pos, 1), U32(b, pos + 1, 1), U32(b, pos + 2, 2), U32(b, pos + 6), b.substr(pos + 10, length), ""};
     r.text = r.raw;
-    if (r.keyIndex < 16) {
-      const uint8_t k[4] = {uint8_t(log.keys[r.keyIndex]), uint8_t(log.keys[r.keyIndex] >> 8),
-                            uint8_t(log.keys[r.keyIndex] >> 16), uint8_t(log.keys[r.keyIndex] >> 24)};
-      Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
-    }
+    const uint32_t key = r.keyIndex < 16 ? log.keys[r.keyIndex] : 0;
+    const uint8_t k[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
+    if (r.keyIndex < 16) Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
     log.records.push_back(r);
   }
   log.valid = pos == end && log.records.size() == log.recordCount;
@@ -70,9 +65,8 @@ inline ParsedLog ParseFile(const std::string& path) { return Parse(ReadFileBytes
 // The other files of the folder that holds `path`, its archives, in the order of their names.
 inline std::vector<std::string> ArchivesBeside(const std::string& path) {
   std::vector<std::string> found;
-  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()))
     if (entry.path().filename() != std::filesystem::path(path).filename()) found.push_back(entry.path().string());
-  }
   std::sort(found.begin(), found.end());
   return found;
 }
@@ -83,10 +77,8 @@ inline std::vector<std::string> ExportedMessages(const std::string& log, const s
   if (!ConvertLogToText(log.c_str(), text.c_str(), image)) return {"(not converted)"};
   std::vector<std::string> messages;
   std::ifstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    messages.push_back(line.substr(line.find('\t') + 1));
-    while (!messages.back().empty() && messages.back().back() == '\r') messages.back().pop_back();
-  }
+  for (std::string line; std::getline(in, line);)
+    messages.push_back(line.substr(line.find('\t') + 1, line.find_last_not_of('\r') - line.find('\t')));
   return messages;
 }
 

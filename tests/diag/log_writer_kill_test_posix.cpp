@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <iostream>
 #include <random>
 
 #include <deskaid/diag/log_writer.h>
@@ -23,7 +22,7 @@ TEST(LogWriterKill, EveryKilledWriterLeavesAReadableLog) {
   ScratchDir dir;
   const std::string path = dir.PathOf("killed.log");
   std::mt19937 random(20261121);
-  int valid = 0, records = 0;
+  int valid = 0;
   for (int trial = 0; trial < 60; ++trial) {
     pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -51,16 +50,13 @@ TEST(LogWriterKill, EveryKilledWriterLeavesAReadableLog) {
       EXPECT_EQ(after.records.size(), before.records.size()) << "reopening keeps a valid log";
       // Every record is one the child wrote, in the order it wrote them.
       const auto texts = before.Texts();
-      for (size_t i = 0; i < texts.size(); ++i) {
+      for (size_t i = 0; i < texts.size(); ++i)
         ASSERT_EQ(texts[i], Body(std::stoul(texts[0].substr(4)) + i)) << "trial " << trial;
-      }
-      records += static_cast<int>(texts.size());
     } else {
       EXPECT_EQ(std::filesystem::file_size(path), 0u) << "a damaged or missing log starts afresh";
     }
     std::filesystem::remove(path);
     std::filesystem::remove(path + ".n_");
   }
-  std::cout << "kill trials: 60, valid logs: " << valid << " (records read back: " << records
-            << "), the others damaged or lost and restarted\n";
+  EXPECT_GT(valid, 10) << "most kills leave a valid log; too few give the checks above nothing to read";
 }

@@ -32,10 +32,8 @@ std::string RuntimeFormat(size_t size, const char* format, ...) {
   return buffer.data();
 }
 
-#if defined(__GNUC__)
 #pragma GCC diagnostic ignored "-Wformat"  // the table holds conversions GCC does not check
 #pragma GCC diagnostic ignored "-Wformat-extra-args"
-#endif
 
 // Every format goes through LogPrintf (record and "LOG: " trace line), WriteFormat (record) and
 // DebugTrace (trace line); each result must be what the runtime's formatter gives.
@@ -56,15 +54,13 @@ TEST(LogWriterFormatting, RecordsAndTraceLinesUseTheRuntimesFormatter) {
     g_LogWriter.WriteFormat(LOG_LEVEL_2, 0, __VA_ARGS__);                 \
     DebugTrace(__VA_ARGS__);                                              \
   } while (0)
-  FORMAT_CASE("%d %i %u %x %X %o", -42, 7, 4000000000u, 0xBEEFu, 0xBEEFu, 8u);
+  FORMAT_CASE("%d %i %u %x %X %o %+d|%-6d|%06d|%#x|%#o|%c", -42, 7, 4000000000u, 0xBEEFu, 0xBEEFu, 8u, 5, 5,
+              -5, 255u, 8u, 'A');
   FORMAT_CASE("%hd %hu %hhd %hhu", 70000, 70000, 300, 300);
   FORMAT_CASE("%ld %lu %lld %llu", -5L, 5UL, -9000000000LL, 18000000000ULL);
-  FORMAT_CASE("%+d|%-6d|%06d|%#x|%#o|%c", 5, 5, -5, 255u, 8u, 'A');
   FORMAT_CASE("%p", reinterpret_cast<void*>(0x0040123a));
-  FORMAT_CASE("%e %E %.2e", 10.0, 123456.789, -0.000123);
-  FORMAT_CASE("%g %g %G %g", 1e-5, 123456789.0, 1e20, 100.0);
-  FORMAT_CASE("%.0f", 2.5);
-  FORMAT_CASE("%.0f %.0f %.1f %.2f", 0.5, 1.5, 0.25, 2.675);
+  FORMAT_CASE("%e %E %.2e %g %g %G %g", 10.0, 123456.789, -0.000123, 1e-5, 123456789.0, 1e20, 100.0);
+  FORMAT_CASE("%.0f %.0f %.0f %.1f %.2f", 2.5, 0.5, 1.5, 0.25, 2.675);
   FORMAT_CASE("%f %10.3f %-10.1f|", 1e15, 3.14159, -2.5);
   FORMAT_CASE("%s|%.3s|%8s|%-8s|", "abc", "abcdef", "r", "l");
   FORMAT_CASE("%s", longText.c_str());
@@ -76,9 +72,9 @@ TEST(LogWriterFormatting, RecordsAndTraceLinesUseTheRuntimesFormatter) {
   EXPECT_EQ(trace.lines, traces);
 #ifdef _WIN32
   // What the Windows runtime gives and a C99 formatter would not.
-  EXPECT_EQ(records[8], sizeof(void*) == 4 ? "0040123A" : "000000000040123A");
-  EXPECT_EQ(records[10].substr(0, 13), "1.000000e+001");
-  EXPECT_EQ(records[14], "3") << "rounds halves away from zero";
+  EXPECT_EQ(records[6], sizeof(void*) == 4 ? "0040123A" : "000000000040123A");
+  EXPECT_EQ(records[8].substr(0, 13), "1.000000e+001");
+  EXPECT_EQ(records[10].substr(0, 2), "3 ") << "rounds halves away from zero";
   EXPECT_EQ(records[2].substr(0, 13), "4464 4464 300") << "ignores hh";
 #endif
 }
@@ -109,22 +105,18 @@ void ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent) {
   files.push_back(path);
   std::vector<int> next(kThreads, percent == 255 ? 0 : -1);
   for (const std::string& file : files) {
-    ASSERT_TRUE(logtest::ParseFile(file).valid) << file;
-    for (const std::string& text : logtest::ParseFile(file).Texts()) {
+    const auto log = logtest::ParseFile(file);
+    ASSERT_TRUE(log.valid) << file;
+    for (const std::string& text : log.Texts()) {
       int t = -1, s = -1;
-      ASSERT_EQ(std::sscanf(text.c_str(), "t%d s%d", &t, &s), 2) << text;
-      ASSERT_TRUE(t >= 0 && t < kThreads) << text;
-      if (next[t] >= 0) {
-        ASSERT_EQ(s, next[t]) << text;
-      }
+      ASSERT_TRUE(std::sscanf(text.c_str(), "t%d s%d", &t, &s) == 2 && t >= 0 && t < kThreads) << text;
+      ASSERT_TRUE(next[t] < 0 || s == next[t]) << text << ", expected s" << next[t];
       next[t] = s + 1;
     }
   }
   int complete = 0;  // under compaction a thread may have lost all its records
   for (int t = 0; t < kThreads; ++t) {
-    if (next[t] >= 0 || percent == 255) {
-      EXPECT_EQ(next[t], kRecords) << "thread " << t;
-    }
+    EXPECT_TRUE(next[t] == kRecords || (next[t] < 0 && percent != 255)) << "thread " << t << " ends at " << next[t];
     complete += next[t] == kRecords;
   }
   EXPECT_GT(complete, 0);

@@ -6,35 +6,18 @@
 #include <cstring>
 
 #include "log_file.h"
-
-#ifdef _WIN32
-#include "support/child_process_win.h"
-#else
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
+#include "support/child_process.h"
 
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
-int SecondWriter(const char* path);  // main.cpp: 3 when refused, 4 when it wrote its record
-
 namespace {
 
-// Runs SecondWriter on `path` in another process; its exit code.
+// This program as the second writer (main.cpp) on `path`: 3 when refused, 4 when it wrote.
 int RunSecondWriter(const std::string& path) {
-#ifdef _WIN32
-  char exe[MAX_PATH];
+  char exe[deskaid::kMaxPath];
   deskaid::platform::ExecutablePath(exe, sizeof exe);
-  return static_cast<int>(
-      RunChildProcess("\"" + std::string(exe) + "\" --second-writer \"" + path + "\"", 60000).code);
-#else
-  pid_t child = fork();
-  if (child == 0) _exit(SecondWriter(path.c_str()));
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-#endif
+  return static_cast<int>(RunChildProcess(exe, {"--second-writer", path}, 60000).code);
 }
 
 // A fresh directory per test; the global writer is closed around each test.
@@ -90,7 +73,9 @@ TEST_F(LogWriterTest, FirstRecordLevelBitsAndCuts) {
   EXPECT_EQ(levels, "2 1 4 8 1 127 ") << "WriteFormat passes the level on unchanged";
 }
 
-TEST_F(LogWriterTest, EncipheredLogReopensBehindItsRecordsUnderItsKeys) {
+// An enciphered log reopens behind its records under its keys; while it is open a writer in
+// another process is refused and leaves it intact, once it is closed that writer goes on.
+TEST_F(LogWriterTest, EncipheredLogReopensUnderItsKeysAndRefusesASecondProcessWhileOpen) {
   const std::string path = Open(writer, "secret.log", 0xFFFFFFFF, 1);
   Texts sent;
   logtest::ParsedLog first;
@@ -105,14 +90,24 @@ TEST_F(LogWriterTest, EncipheredLogReopensBehindItsRecordsUnderItsKeys) {
     ASSERT_TRUE(writer.WriteFormat(8, 0, "%s", sent.back().c_str()));
   }
   EXPECT_EQ(writer.GetSize(), fs::file_size(path));
-  const auto log = logtest::ParseFile(path);
+  const std::string before = ReadFileBytes(path);
+  EXPECT_EQ(RunSecondWriter(path), 3) << "refused";
+  EXPECT_EQ(ReadFileBytes(path), before);
+  const auto log = logtest::Parse(before);
   ASSERT_TRUE(log.valid);
   EXPECT_EQ(log.Texts(), sent);
   EXPECT_EQ(0, std::memcmp(first.keys, log.keys, sizeof log.keys));
   for (const auto& r : log.records) EXPECT_TRUE(r.keyIndex < 16 && r.raw != r.text && r.level == 8);
+
+  sent.push_back("still mine");
+  ASSERT_TRUE(writer.WriteFormat(8, 0, "%s", sent.back().c_str()));
+  writer.Close();
+  EXPECT_EQ(RunSecondWriter(path), 4) << "wrote";
+  sent.push_back("second writer");
+  EXPECT_EQ(logtest::ParseFile(path).Texts(), sent);
 }
 
-TEST_F(LogWriterTest, ClosedWriterBadArgumentsAndMaxSize) {
+TEST_F(LogWriterTest, ClosedWriterBadArgumentsMaxSizeAndPaths) {
   EXPECT_FALSE(writer.IsOpen());
   EXPECT_STREQ(writer.GetPath(), "");
   const uint32_t sizes[][2] = {{0, 0xFFFFFFFF}, {1, 65536}, {65535, 65536}, {65537, 65537}};
@@ -124,8 +119,7 @@ TEST_F(LogWriterTest, ClosedWriterBadArgumentsAndMaxSize) {
   EXPECT_FALSE(writer.WriteFormat(1, 0, "x"));
   EXPECT_EQ(LogPrintf(LOG_LEVEL_1, "nobody listens"), 0u);
   EXPECT_TRUE(writer.Close());
-  EXPECT_FALSE(writer.Open(nullptr, 0xFFFFFFFF, 0, 20));
-  EXPECT_FALSE(writer.Open("", 0xFFFFFFFF, 0, 20));
+  for (const char* bad : {static_cast<const char*>(nullptr), ""}) EXPECT_FALSE(writer.Open(bad, 0xFFFFFFFF, 0, 20));
   EXPECT_FALSE(writer.SetPath(nullptr));
   EXPECT_FALSE(writer.IsOpen());
   EXPECT_EQ(LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, nullptr), 0u);
@@ -142,10 +136,9 @@ TEST_F(LogWriterTest, ClosedWriterBadArgumentsAndMaxSize) {
   writer.Close();
   Open(writer, "zero.log", 0);
   EXPECT_EQ(writer.GetMaxSize(), 0u) << "Open takes any limit";
-}
+  writer.Close();
 
-TEST_F(LogWriterTest, BareNamesGoBesideTheExecutable) {
-  char exe[260];
+  char exe[260];  // a bare name goes beside the executable
   ASSERT_TRUE(deskaid::platform::ExecutablePath(exe, sizeof exe));
   std::string expected = exe;
   expected.erase(expected.rfind(deskaid::platform::kPathSeparator) + 1) += "deskaid-bare-name.log";
@@ -160,8 +153,7 @@ TEST_F(LogWriterTest, BareNamesGoBesideTheExecutable) {
 TEST_F(LogWriterTest, FilesWithoutATrailer) {
   WriteFileBytes(dir_.PathOf("damaged.log"), std::string(100, 'z'));
   const std::string damaged = Open(writer, "damaged.log");
-  EXPECT_EQ(fs::file_size(damaged), 0u);
-  EXPECT_EQ(writer.GetSize(), 0u);
+  EXPECT_EQ(fs::file_size(damaged) + writer.GetSize(), 0u);
   ASSERT_TRUE(writer.Write(4, "fresh", 5, 2));
   EXPECT_EQ(logtest::ParseFile(damaged).Texts(), Texts{"fresh"});
   writer.Close();
@@ -177,8 +169,7 @@ TEST_F(LogWriterTest, FilesWithoutATrailer) {
   EXPECT_EQ(fresh.GetSize(), 50u + 13);
   // No trailer was ever loaded or made for this file, so the one behind the record is the
   // writer's blank one with its count raised: the next open finds no magic and starts afresh.
-  EXPECT_EQ(logtest::U32(bytes, 13, 2), 0u);
-  EXPECT_EQ(logtest::U32(bytes, 17), 1u);
+  EXPECT_EQ(std::make_pair(logtest::U32(bytes, 13, 2), logtest::U32(bytes, 17)), std::make_pair(0u, 1u));
   fresh.Close();
   ASSERT_TRUE(fresh.OpenFile());
   EXPECT_EQ(fs::file_size(path), 0u);
@@ -227,20 +218,6 @@ TEST_F(LogWriterTest, ArchivingMovesTheFullFileAsideUnderItsOpeningTime) {
   EXPECT_EQ(fs::file_size(path), 0u) << "a new, empty log takes the old one's place";
   writer.WriteFormat(2, 0, "next");
   EXPECT_EQ(logtest::ParseFile(path).Texts(), Texts{"next"});
-}
-
-TEST_F(LogWriterTest, SecondProcessIsRefusedAndLeavesTheLiveFileIntact) {
-  const std::string path = Open(writer, "shared.log", 0xFFFFFFFF, 1);
-  writer.WriteFormat(1, 0, "held by the first writer");
-  const std::string before = ReadFileBytes(path);
-  EXPECT_EQ(RunSecondWriter(path), 3) << "refused";
-  EXPECT_EQ(ReadFileBytes(path), before);
-
-  writer.WriteFormat(1, 0, "still mine");
-  writer.Close();
-  EXPECT_EQ(RunSecondWriter(path), 4) << "wrote";
-  EXPECT_EQ(logtest::ParseFile(path).Texts(),
-            (Texts{"held by the first writer", "still mine", "second writer"}));
 }
 
 }  // namespace

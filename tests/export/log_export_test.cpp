@@ -36,8 +36,7 @@ std::string Line(const std::string& message, uint8_t level = 2, uint32_t time = 
 }
 
 // Builds a log file byte by byte, the way the writer lays it out.
-class LogBuilder {
- public:
+struct LogBuilder {
   LogBuilder() {
     m_trailer = LogTrailer{kLogTrailerMagic, kLogKeyCount, 0, 3, 5, {}};
     for (uint32_t i = 0; i < kLogKeyCount; ++i) m_trailer.keys[i] = 0x9E3779B9u * (i + 1);
@@ -61,8 +60,6 @@ class LogBuilder {
   std::string Bytes() const {
     return m_data + std::string(reinterpret_cast<const char*>(&m_trailer), sizeof m_trailer);
   }
-
- private:
   std::string m_data;
   LogTrailer m_trailer;
 };
@@ -82,7 +79,7 @@ class LogExport : public ::testing::Test {
   std::string m_image = OwnExecutablePath();
 };
 
-TEST_F(LogExport, MarkersNeedExactlyEightCharactersAndFailedLookupsRepeatTheLastName) {
+TEST_F(LogExport, MarkersNeedEightCharactersFailedLookupsRepeatTheLastNameAndOptionsStay) {
   char hex[16];
   std::snprintf(hex, sizeof hex, "%08X", static_cast<unsigned>(ProbeAddress()));
   const std::string probe = hex, name = kProbeName;
@@ -100,8 +97,15 @@ TEST_F(LogExport, MarkersNeedExactlyEightCharactersAndFailedLookupsRepeatTheLast
             Line("x  before any success") + Line("call " + name + " ok") + Line("[123] x") +
                 Line("miss " + name + " here") + Line("two " + name + " and [" + probe + "]") +
                 Line("open [" + probe + " unclosed") + Line("lower " + name));
-  // Without an image the brackets are never looked at.
+  // Without an image the brackets are never looked at, and no symbol options are set; with one
+  // the conversion adds its options and leaves them.
+  CSymbolEngine engine;
+  const uint32_t saved = engine.SetOptions(0x00000002);
   EXPECT_EQ(Convert(LogBuilder().Add("[" + probe + "]").Bytes()), Line("[" + probe + "]"));
+  EXPECT_EQ(engine.GetOptions(), 0x00000002u);
+  Convert(LogBuilder().Bytes(), true, m_image.c_str());
+  EXPECT_EQ(engine.GetOptions(), 0x80000032u);
+  engine.SetOptions(saved);
 }
 
 // Bodies under one key share its keystream; ever longer bodies must still decipher exactly, and
@@ -121,8 +125,8 @@ TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
   EXPECT_EQ(Convert(builder.Bytes()), expected);
 }
 
-// Without a valid trailer nothing is converted; a damaged record area converts what lies whole
-// before the trailer and fails.
+// Without a valid trailer nothing is converted and no date read; a damaged record area converts
+// what lies whole before the trailer and fails.
 TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   EXPECT_EQ(Convert(LogBuilder().Bytes()), "");  // a valid trailer, no records
   EXPECT_EQ(Convert(LogBuilder().Add("record").Magic(0x5157).Bytes(), false), "");
@@ -144,19 +148,8 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   }
   std::remove(m_log.c_str());
   EXPECT_FALSE(ConvertLogToText(m_log.c_str(), m_text.c_str(), nullptr));
-}
 
-TEST_F(LogExport, ConversionAddsTheSymbolOptionsAndKeepsThem) {
-  CSymbolEngine engine;
-  const uint32_t saved = engine.SetOptions(0x00000002);
-  Convert(LogBuilder().Bytes());
-  EXPECT_EQ(engine.GetOptions(), 0x00000002u);  // no image: nothing set up
-  Convert(LogBuilder().Bytes(), true, m_image.c_str());
-  EXPECT_EQ(engine.GetOptions(), 0x80000032u);
-  engine.SetOptions(saved);
-}
-
-TEST_F(LogExport, ReadLogStampReturnsTheTrailerDate) {
+  // ReadLogStamp gives the trailer's date.
   uint32_t month = 99, day = 99;
   WriteFileBytes(m_log, LogBuilder().Add("x").Bytes());
   EXPECT_TRUE(ReadLogStamp(m_log.c_str(), month, day));

@@ -2,11 +2,7 @@
 
 #include <deskaid/common/internal/platform.h>
 
-#if defined(__GNUC__)
 #define PROBE_NOINLINE __attribute__((noinline))
-#else
-#define PROBE_NOINLINE __declspec(noinline)
-#endif
 
 const int kProbeLine = __LINE__ + 1;
 extern "C" PROBE_NOINLINE int ExportProbeTarget(int value) { return value * 3 + 1; }
@@ -23,9 +19,7 @@ std::string OwnExecutablePath() {
 #define PROBE_THREAD nullptr
 #endif
 
-namespace {
-volatile int g_depth = 0;  // work after each call keeps the calls from becoming jumps
-}
+static volatile int g_depth = 0;  // work after each call keeps the calls from becoming jumps
 
 extern "C" PROBE_NOINLINE void WalkChainInner(CSymbolEngine* engine, WalkResults* out) {
   engine->StackWalk(out->skip0, 0, PROBE_THREAD, nullptr);
@@ -51,16 +45,14 @@ WalkResults WalkThroughKnownChain(CSymbolEngine& engine) {
 }
 
 #ifndef _WIN32
-extern "C" PROBE_NOINLINE void ContextChainInner(CSymbolEngine* engine,
-                                                 std::vector<StackFrameEntry>* frames) {
+extern "C" PROBE_NOINLINE void ContextChainInner(CSymbolEngine* engine, std::vector<StackFrameEntry>* frames) {
   SymContext context{reinterpret_cast<uintptr_t>(&ContextChainInner),
                      reinterpret_cast<uintptr_t>(__builtin_frame_address(0)), 0};
   engine->StackWalk(*frames, 0, nullptr, &context);
   g_depth = g_depth + 1;
 }
 
-extern "C" PROBE_NOINLINE void ContextChainOuter(CSymbolEngine* engine,
-                                                 std::vector<StackFrameEntry>* frames) {
+extern "C" PROBE_NOINLINE void ContextChainOuter(CSymbolEngine* engine, std::vector<StackFrameEntry>* frames) {
   ContextChainInner(engine, frames);
   g_depth = g_depth + 1;
 }

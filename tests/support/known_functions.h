@@ -2,10 +2,6 @@
 // addresses inside this very program can be resolved and checked.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include <deskaid/diag/symbol_engine.h>
 
 extern "C" int ExportProbeTarget(int value);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -22,36 +23,27 @@ class ScratchDir {
   ScratchDir() {
     static int counter = 0;
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = "deskaid-" + std::to_string(ProcessId()) + "-" + std::to_string(++counter);
+#ifdef _WIN32
+    std::string name = "deskaid-" + std::to_string(_getpid());
+#else
+    std::string name = "deskaid-" + std::to_string(getpid());
+#endif
+    name += "-" + std::to_string(++counter);
     if (info != nullptr) name += std::string("-") + info->test_suite_name() + "-" + info->name();
-    for (char& c : name) {
-      if (c == '/' || c == '\\') c = '_';  // parameterised names carry a slash
-    }
+    std::replace(name.begin(), name.end(), '/', '_');  // parameterised names carry a slash
     path_ = std::filesystem::temp_directory_path() / name;
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(path_, ignored_);
     std::filesystem::create_directories(path_);
   }
-  ~ScratchDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
+  ~ScratchDir() { std::filesystem::remove_all(path_, ignored_); }
   ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
   std::string PathOf(const std::string& leaf) const { return (path_ / leaf).string(); }
 
  private:
-  static long ProcessId() {
-#ifdef _WIN32
-    return _getpid();
-#else
-    return static_cast<long>(getpid());
-#endif
-  }
-
   std::filesystem::path path_;
+  std::error_code ignored_;
 };
 
 // A whole file as bytes ("" for a file that cannot be read), and a file made of `bytes`.
