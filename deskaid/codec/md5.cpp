@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "deskaid/common/internal/platform.h"
+
 namespace {
 
 // One byte 0x80 and zeros: the message padding.
@@ -192,6 +194,10 @@ const char* CMD5Checksum::FinishHex() {
     m_szText[2 * k + 1] = kDigits[digest[k] & 15];
   }
   return m_szText;
+}
+
+bool CheckMemory(const void* p, uint32_t length, bool write) {
+  return p != nullptr && deskaid::platform::IsUsableMemory(p, length, write);
 }
 
 std::string HashBuffer(const unsigned char* data, uint32_t length) {

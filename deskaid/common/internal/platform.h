@@ -60,6 +60,10 @@ bool SeekStream(std::FILE* stream, uint64_t offset);
 // Hands a text to the system debugger output (OutputDebugStringA; standard error elsewhere).
 void DebuggerOutput(const char* text);
 
+// Whether the `length` bytes at the non-null `p` may be read (and, with `write`, written):
+// IsBadReadPtr and IsBadWritePtr on Windows. Other systems have no cheap probe and answer true.
+bool IsUsableMemory(const void* p, uint32_t length, bool write);
+
 // Opens a file for binary update while refusing writers in other processes and other open
 // handles: other readers are still allowed. `truncate` selects "w+b" (create or truncate) over
 // "r+b" (must exist). The refusal is settled before anything is truncated, so a refused caller

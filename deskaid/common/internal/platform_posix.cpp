@@ -83,6 +83,8 @@ void DebuggerOutput(const char* text) {
   std::fflush(stderr);
 }
 
+bool IsUsableMemory(const void*, uint32_t, bool) { return true; }
+
 // Deny-write is an exclusive advisory lock on the open file description. It is taken before the
 // file is truncated, so a second writer that is refused leaves the live file exactly as it was.
 std::FILE* OpenDenyWrite(const char* path, bool truncate) {

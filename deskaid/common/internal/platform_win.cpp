@@ -77,6 +77,11 @@ bool SeekStream(std::FILE* stream, uint64_t offset) {
 
 void DebuggerOutput(const char* text) { OutputDebugStringA(text); }
 
+bool IsUsableMemory(const void* p, uint32_t length, bool write) {
+  if (IsBadReadPtr(p, length)) return false;
+  return !write || !IsBadWritePtr(const_cast<void*>(p), length);
+}
+
 std::FILE* OpenDenyWrite(const char* path, bool truncate) {
   return _fsopen(path, truncate ? "w+b" : "r+b", _SH_DENYWR);
 }
