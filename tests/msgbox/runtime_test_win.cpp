@@ -81,12 +81,6 @@ TEST(MessageDialogRuntime, Countdown) {
   EXPECT_GE(GetTickCount() - start, 3500u);  // ends on the fourth tick
   EXPECT_TRUE(trace.Has("in WM_TIMER\n"));
 
-  p.nTimeoutSeconds = 1;  // a ticked box comes back with the countdown's result
-  result = Drive("Ticked", MB_OK | MDS_DONTASKAGAIN, &p, [](HWND dialog) {
-    SendMessageA(GetDlgItem(dialog, ID_CHECKBOX), BM_SETCHECK, BST_CHECKED, 0);
-  });
-  EXPECT_EQ(result, 0x81000001u);
-
   for (int seconds : {1000, 999}) {  // 1000 seconds or more are taken for 10
     p.nTimeoutSeconds = seconds;
     std::wstring first;
@@ -96,41 +90,47 @@ TEST(MessageDialogRuntime, Countdown) {
     }), IDOK);
     EXPECT_EQ(first, L"OK = " + std::to_wstring(seconds == 1000 ? 10 : 999));
   }
-}
-
-TEST(MessageDialogRuntime, ClickOrCommandStopsTheCountdown) {
-  MessageDialogParams p{};
-  p.nTimeoutSeconds = 5;
+  p.nTimeoutSeconds = 5;  // a click on the box, or on its check box, stops the countdown for good
   for (bool onCheckBox : {false, true}) {
-    const unsigned result = Drive("Stopped", MB_YESNO | MDS_DONTTELLAGAIN, &p, [&](HWND dialog) {
+    EXPECT_EQ(Drive("Stopped", MB_YESNO | MDS_DONTTELLAGAIN, &p, [&](HWND dialog) {
       EXPECT_TRUE(WaitUntil([&] { return ControlText(dialog, IDYES) == L"&Yes = 5"; }, 3000));
-      if (onCheckBox)
-        Click(dialog, ID_CHECKBOX);
-      else
-        SendMessageA(dialog, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
-      EXPECT_EQ(ControlText(dialog, IDYES), L"&Yes");
+      if (onCheckBox) Click(dialog, ID_CHECKBOX);
+      else SendMessageA(dialog, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
       Sleep(2200);
       EXPECT_EQ(ControlText(dialog, IDYES), L"&Yes");
       Click(dialog, IDNO);
-    });
-    EXPECT_EQ(result, onCheckBox ? 0x02000007u : 7u);
+    }), onCheckBox ? 0x02000007u : 7u);
   }
 }
 
-TEST(MessageDialogRuntime, EscapeAndCloseFollowTheButtonSet) {
-  EXPECT_EQ(Drive("YesNo", MB_YESNO, nullptr, [](HWND dialog) {
-    EXPECT_TRUE(CloseGrayed(dialog));
-    Escape(dialog);  // does nothing here
-    Sleep(500);
-    EXPECT_TRUE(IsWindowVisible(dialog));
-    Click(dialog, IDYES);
-  }), IDYES);
-  for (unsigned set : {MB_OK, MB_OKCANCEL}) {  // neither carries the ticked box
-    EXPECT_EQ(Drive("Escape", set | MDS_DONTSHOWAGAIN, nullptr, [](HWND dialog) {
-      EXPECT_FALSE(CloseGrayed(dialog));
-      Click(dialog, ID_CHECKBOX);
-      Escape(dialog);
-    }), set == MB_OK ? IDOK : IDCANCEL);
+// Escape and Close follow the button set: Yes/No has neither. A ticked check box comes back as a
+// flag with the button or the countdown's result, but not with an Escape from OK or OK/Cancel.
+TEST(MessageDialogRuntime, EscapeCloseAndTheTickedBox) {
+  MessageDialogParams once{};
+  once.nTimeoutSeconds = 1;
+  const struct {
+    const char* title;
+    unsigned style;
+    const MessageDialogParams* p;
+    bool tick, escape, closeGrayed;
+    int click;  // after a pause in which the box must stay; 0 for none
+    unsigned result;
+  } cases[] = {
+      {"YesNo", MB_YESNO, nullptr, false, true, true, IDYES, IDYES},
+      {"EscapeOk", MB_OK | MDS_DONTSHOWAGAIN, nullptr, true, true, false, 0, IDOK},
+      {"EscapeCancel", MB_OKCANCEL | MDS_DONTSHOWAGAIN, nullptr, true, true, false, 0, IDCANCEL},
+      {"Ticked", MB_OK | MDS_DONTASKAGAIN, &once, true, false, false, 0, 0x81000001u},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Drive(c.title, c.style, c.p, [&](HWND dialog) {
+      EXPECT_EQ(CloseGrayed(dialog), c.closeGrayed);
+      if (c.tick) SendMessageA(GetDlgItem(dialog, ID_CHECKBOX), BM_SETCHECK, BST_CHECKED, 0);
+      if (c.escape) Escape(dialog);
+      if (!c.click) return;
+      Sleep(500);
+      EXPECT_TRUE(IsWindowVisible(dialog));
+      Click(dialog, c.click);
+    }), c.result) << c.title;
   }
 }
 
@@ -238,7 +238,7 @@ TEST(MessageDialogRuntime, PlacementAndPaintedIcon) {
   p.nX = 120;
   p.nY = 90;
   p.hIconModule = msgbox_test::TestResources();
-  p.nIconId = IDI_TEST_ICON;
+  p.nIconId = 0x10000 | IDI_TEST_ICON;  // only the low 16 bits name the icon
   RECT rect{};
   int red = 0, blue = 0;  // the 32x32 test icon is red around a 16x16 blue square
   Drive("Placed", MB_OK | MB_TOPMOST, &p, [&](HWND dialog) {
