@@ -116,10 +116,8 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
   EXPECT_EQ(message, s.text);
   EXPECT_EQ(shown, std::wstring(s.buttons[0]) + L"|" + s.buttons[1] + L"|" + s.buttons[2] + L"|");
   EXPECT_TRUE(needed.cx <= room.cx && needed.cy <= room.cy);
-  const std::wstring rule = L"---------------------------\r\n";
-  EXPECT_EQ(copy, rule + s.caption + L"\r\n" + rule + s.text + L"\r\n" + rule +
-                      WithoutAmpersand(s.buttons[0]) + L"   " + WithoutAmpersand(s.buttons[1]) +
-                      L"   " + WithoutAmpersand(s.buttons[2]) + L"   \r\n" + rule);
+  EXPECT_EQ(copy, msgbox_test::CopyText(s.caption, s.text, WithoutAmpersand(std::wstring(s.buttons[0]) +
+                                        L"   " + s.buttons[1] + L"   " + s.buttons[2])));
 }
 
 // A static whose text is an address targets it and shows it in its tooltip; a tagged label keeps
@@ -129,18 +127,10 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   const Samples& s = ForThisHost();
   LinkDialog dialog;
   const std::string target = Host(s.target);
-  auto toolText = [](const CHyperLinkEx& link) {
-    wchar_t text[1024] = {};
-    TTTOOLINFOW info = {};
-    info.cbSize = TTTOOLINFOW_V2_SIZE;
-    info.lpszText = text;
-    SendMessageW(link.GetToolTip(), TTM_ENUMTOOLSW, 0, reinterpret_cast<LPARAM>(&info));
-    return std::wstring(text);
-  };
   CHyperLinkEx plain, tagged;
   HWND control = dialog.AddStatic(target.c_str(), SS_LEFT, 101, {10, 10, 390, 30});
   ASSERT_TRUE(plain.AttachToWindow(control));
-  EXPECT_EQ(toolText(plain), s.target);
+  EXPECT_EQ(ToolText(plain.GetToolTip()), s.target);
   RECT client;
   GetClientRect(control, &client);
   EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.target, DT_WORDBREAK, client.right).cx);
@@ -151,7 +141,7 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   control = dialog.AddStatic(Host(label).c_str(), SS_LEFT, 102, {10, 40, 390, 60});
   ASSERT_TRUE(tagged.AttachToWindow(control));
   EXPECT_EQ(TextOf(control), label);
-  EXPECT_EQ(toolText(tagged), s.target);
+  EXPECT_EQ(ToolText(tagged.GetToolTip()), s.target);
   GetClientRect(control, &client);
   const LONG left = Needed(control, before, DT_WORDBREAK, client.right).cx;
   EXPECT_EQ(tagged.GetLinkRect().left, left);  // underlining leaves widths alone
