@@ -1,7 +1,5 @@
-// The message box and the hyperlink demo's dialog on displays of 96, 120, 144 and 192 DPI: every
-// control lies inside the dialog and its text fits it in the font it is drawn with, the icon is not
-// clipped, and the box's buttons form one even row. The display's DPI is read when a program
-// starts, so the test sets it (Wine's LogPixels) and runs this program again for each value.
+// The message box and the hyperlink demo's dialog at 96, 120, 144 and 192 DPI, each in a program
+// of its own (the DPI is read when a program starts): controls inside, texts fitting, rows even.
 #include <windows.h>
 
 #include <gtest/gtest.h>

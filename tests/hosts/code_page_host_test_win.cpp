@@ -1,7 +1,5 @@
-// deskaid in hosts of two ANSI code pages: one whose manifest makes UTF-8 its code page, one of
-// the Western code page 1252. Each test writes its texts as UTF-16, hands them to deskaid in the
-// host's code page, and reads back as UTF-16 what the platform shows, stores or opens. What does
-// not depend on the code page is left to the other suites.
+// deskaid in a UTF-8 host (by its manifest) and a code page 1252 host: texts go in in the host's
+// code page and what the platform shows, stores or opens is read back as UTF-16.
 #include <windows.h>
 #include <commctrl.h>
 
@@ -96,28 +94,26 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
   ASSERT_LT(buttons.size(), sizeof p.szCustomButtons);
   std::strcpy(p.szCustomButtons, buttons.c_str());
   const std::string text = Host(s.text), caption = Host(s.caption);
-  std::wstring title, message, copy, shown;
-  SIZE room{}, needed{};
-  const int result = msgbox_test::Drive(caption.c_str(), MB_OK, &p, [&](HWND dialog) {
-    title = TextOf(dialog);
-    HWND text = GetDlgItem(dialog, ID_FIRSTTEXT);
-    message = TextOf(text);
-    for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id) shown += TextOf(GetDlgItem(dialog, id)) + L"|";
+  const std::wstring row =
+      std::wstring(s.buttons[0]) + L"   " + s.buttons[1] + L"   " + s.buttons[2];
+  EXPECT_EQ(msgbox_test::Drive(caption.c_str(), MB_OK, &p, [&](HWND dialog) {
+    HWND message = GetDlgItem(dialog, ID_FIRSTTEXT);
+    EXPECT_EQ(TextOf(dialog), s.caption);
+    EXPECT_EQ(TextOf(message), s.text);
+    std::wstring shown;
+    for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id)
+      shown += (id == IDCUSTOM1 ? L"" : L"   ") + TextOf(GetDlgItem(dialog, id));
+    EXPECT_EQ(shown, row);
     // The message control holds the text as the dialog's font draws it.
-    RECT client;
-    GetClientRect(text, &client);
-    room = {client.right, client.bottom};
-    needed = Needed(text, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, client.right);
-    copy = msgbox_test::CopyOf(dialog);
+    RECT room;
+    GetClientRect(message, &room);
+    const SIZE needed =
+        Needed(message, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, room.right);
+    EXPECT_TRUE(needed.cx <= room.right && needed.cy <= room.bottom);
+    EXPECT_EQ(msgbox_test::CopyOf(dialog),
+              msgbox_test::CopyText(s.caption, s.text, WithoutAmpersand(row)));
     SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
-  }, text.c_str());
-  EXPECT_EQ(result, IDCUSTOM2);
-  EXPECT_EQ(title, s.caption);
-  EXPECT_EQ(message, s.text);
-  EXPECT_EQ(shown, std::wstring(s.buttons[0]) + L"|" + s.buttons[1] + L"|" + s.buttons[2] + L"|");
-  EXPECT_TRUE(needed.cx <= room.cx && needed.cy <= room.cy);
-  EXPECT_EQ(copy, msgbox_test::CopyText(s.caption, s.text, WithoutAmpersand(std::wstring(s.buttons[0]) +
-                                        L"   " + s.buttons[1] + L"   " + s.buttons[2])));
+  }, text.c_str()), IDCUSTOM2);
 }
 
 // A static whose text is an address targets it and shows it in its tooltip; a tagged label keeps

@@ -93,7 +93,8 @@ TEST(MessageDialogRuntime, Countdown) {
       {5, 1, L"&Yes = 5", 7u}, {5, ID_CHECKBOX, L"&Yes = 5", 0x02000007u}};
   for (const auto& r : runs) {
     p.nTimeoutSeconds = r.seconds;
-    EXPECT_EQ(Drive("Counting", r.stop ? MB_YESNO | MDS_DONTTELLAGAIN : MB_OK, &p, [&](HWND dialog) {
+    const unsigned style = r.stop ? MB_YESNO | MDS_DONTTELLAGAIN : MB_OK;
+    EXPECT_EQ(Drive("Counting", style, &p, [&](HWND dialog) {
       const int first = r.stop ? IDYES : IDOK;
       EXPECT_TRUE(WaitUntil([&] { return ControlText(dialog, first) == r.first; }, 3000));
       if (r.stop == ID_CHECKBOX) Click(dialog, ID_CHECKBOX);
