@@ -128,6 +128,9 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
     EXPECT_EQ(m.commands, dialog.record.commands);
     EXPECT_EQ(m.notifies, dialog.record.notifies);
     EXPECT_EQ(m.visited, (link.GetState() & LinkStateVisited) != 0);
+    if (m.style != LinkStyleCommandButton) {  // false only for a target that does not open
+      EXPECT_EQ(m.visited || m.target == nullptr, link.Navigate());
+    }
     if (m.commands) {
       EXPECT_EQ(MAKEWPARAM(kId, 0), dialog.record.commandWParam);
       EXPECT_EQ(reinterpret_cast<LPARAM>(control), dialog.record.commandLParam);
