@@ -1,19 +1,19 @@
-// The message box and the hyperlink demo's dialog on displays of 96, 120, 144 and 192 DPI: every
-// control's text fits the control in the font it is drawn with, the icon is not clipped, and
-// every control, the button row included, lies inside the dialog. The display's DPI is read when
-// a program starts, so the test sets it (Wine's LogPixels) and runs this program again for each
-// value.
+// The message box and the hyperlink demo's dialog at 96, 120, 144 and 192 DPI, each in a program
+// of its own (the DPI is read when a program starts): controls inside, texts fitting, rows even.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
-#include "hyperlink_dialog_win.h"
 #include "msgbox/msgbox_test_util_win.h"
+#include "ui/link_dialog.h"
 
 using msgbox_test::Needed;
 using msgbox_test::TextOf;
@@ -28,39 +28,90 @@ bool Inside(const RECT& inner, const RECT& outer) {
          inner.bottom <= outer.bottom;
 }
 
-// Checks every control of a shown message box, and closes it.
-void CheckFits(HWND dialog) {
+RECT In(HWND dialog, HWND control) {  // the control's place in the dialog's client area
+  RECT r{};
+  if (control == nullptr) return r;
+  GetWindowRect(control, &r);
+  MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&r), 2);
+  return r;
+}
+
+// Every control of `dialog` lies inside its client area, and what `drawn` says the control draws
+// (in its client area) lies inside the control.
+void CheckControls(HWND dialog, const std::function<RECT(HWND control, const RECT& inner)>& drawn) {
   RECT client;
   GetClientRect(dialog, &client);
-  MapWindowPoints(dialog, nullptr, reinterpret_cast<POINT*>(&client), 2);
-  int controls = 0;
   for (HWND control = GetWindow(dialog, GW_CHILD); control != nullptr;
-       control = GetWindow(control, GW_HWNDNEXT), ++controls) {
-    const int id = GetDlgCtrlID(control);
-    RECT box, inner;
-    GetWindowRect(control, &box);
+       control = GetWindow(control, GW_HWNDNEXT)) {
+    RECT inner;
     GetClientRect(control, &inner);
-    EXPECT_TRUE(Inside(box, client)) << "control " << id << " leaves the dialog";
-    const std::wstring text = TextOf(control);
-    const LONG style = GetWindowLongW(control, GWL_STYLE);
-    SIZE need;
-    if (id == ID_ICON) {  // the icon unclipped
-      need = {GetSystemMetrics(SM_CXICON), GetSystemMetrics(SM_CYICON)};
-    } else if (id == ID_FIRSTTEXT) {
-      need = Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, inner.right);
-    } else if ((style & 0xF) == BS_AUTOCHECKBOX) {
-      need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-      need.cx += GetSystemMetrics(SM_CXMENUCHECK) + 4;
-    } else {  // a push button: the caption inside its border
-      need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-      need.cx += 8;
-      need.cy += 4;
-    }
-    EXPECT_TRUE(need.cx <= inner.right && need.cy <= inner.bottom)
-        << "control " << id << " needs " << need.cx << "x" << need.cy << ", has " << inner.right
-        << "x" << inner.bottom;
+    const RECT need = drawn(control, inner);
+    EXPECT_TRUE(Inside(In(dialog, control), client)) << "control " << GetDlgCtrlID(control);
+    EXPECT_TRUE(Inside(need, inner)) << "control " << GetDlgCtrlID(control) << " needs "
+                                     << need.right << "x" << need.bottom << ", has "
+                                     << inner.right << "x" << inner.bottom;
   }
-  EXPECT_GE(controls, 3);
+}
+
+// What a message box's control draws: the icon unclipped, the message wrapped in its width, a
+// check box's mark and caption, a push button's caption inside its border.
+RECT BoxDrawing(HWND control, const RECT& inner) {
+  const std::wstring text = TextOf(control);
+  SIZE need;
+  if (GetDlgCtrlID(control) == ID_ICON) {
+    need = {GetSystemMetrics(SM_CXICON), GetSystemMetrics(SM_CYICON)};
+  } else if (GetDlgCtrlID(control) == ID_FIRSTTEXT) {
+    need = Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, inner.right);
+  } else if ((GetWindowLongW(control, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX) {
+    need = Needed(control, text, DT_SINGLELINE, 1 << 20);
+    need.cx += GetSystemMetrics(SM_CXMENUCHECK) + 4;
+  } else {
+    need = Needed(control, text, DT_SINGLELINE, 1 << 20);
+    need.cx += 8;
+    need.cy += 4;
+  }
+  return {0, 0, need.cx, need.cy};
+}
+
+enum Row { kCentred, kRight, kAnywhere };
+
+// A shown box: its controls fit; the text lies right of the icon; the push buttons are one row of
+// equal, evenly spaced buttons below both, centred or at the right; the check box lies below the
+// row. Closes the box.
+void CheckBox(HWND dialog, Row align) {
+  CheckControls(dialog, BoxDrawing);
+  RECT units = {0, 0, 3, 0};  // a dialog unit either way and the rounding to pixels
+  MapDialogRect(dialog, &units);
+  const int slack = units.right;
+  const RECT text = In(dialog, GetDlgItem(dialog, ID_FIRSTTEXT)),
+             icon = In(dialog, GetDlgItem(dialog, ID_ICON));
+  EXPECT_GE(text.left, icon.right);
+  std::vector<RECT> row;
+  RECT check{};
+  for (HWND c = GetWindow(dialog, GW_CHILD); c != nullptr; c = GetWindow(c, GW_HWNDNEXT)) {
+    wchar_t kind[16] = {};
+    GetClassNameW(c, kind, 16);
+    if (lstrcmpiW(kind, L"Button") != 0) continue;
+    if ((GetWindowLongW(c, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX) check = In(dialog, c);
+    else row.push_back(In(dialog, c));
+  }
+  ASSERT_FALSE(row.empty());
+  EXPECT_GE(row[0].top, std::max(text.bottom, icon.bottom));
+  for (size_t k = 1; k < row.size(); ++k) {
+    EXPECT_TRUE(row[k].top == row[0].top && row[k].bottom == row[0].bottom &&
+                row[k].right - row[k].left == row[0].right - row[0].left) << "button " << k;
+    EXPECT_NEAR(row[k].left - row[k - 1].left, row[1].left - row[0].left, slack);
+    EXPECT_GT(row[k].left, row[k - 1].right);
+  }
+  EXPECT_TRUE(check.bottom == 0 || check.top >= row[0].bottom);
+  RECT client;
+  GetClientRect(dialog, &client);
+  const int left = row.front().left, right = client.right - row.back().right;
+  if (align == kRight) {
+    EXPECT_LT(right + slack, left);
+  } else if (align == kCentred) {
+    EXPECT_NEAR(left, right, slack);
+  }
   for (int id : {IDCANCEL, IDOK, IDCUSTOM1}) PostMessageA(dialog, WM_COMMAND, id, 0);
 }
 
@@ -74,74 +125,67 @@ TEST(HighDpi, BoxesFit) {
   EXPECT_EQ(GetDeviceCaps(screen, LOGPIXELSY), std::atoi(dpi));
   ReleaseDC(nullptr, screen);
   std::printf("at %s DPI\n", dpi);
-  MessageDialogParams p{}, countdown{}, custom{};
-  p.pfnReport = [](const char*, void*) {};
-  msgbox_test::Drive("Import finished", MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN,
-                     &p, CheckFits,
-                     "212 records were imported; 3 were skipped because their dates could not "
-                     "be read.");
+  MessageDialogParams report{}, countdown{}, custom{};
+  report.pfnReport = [](const char*, void*) {};
   countdown.nTimeoutSeconds = 30;
-  msgbox_test::Drive("Unsaved changes", MB_YESNOCANCEL | MDS_YESTOALL | MB_ICONQUESTION,
-                     &countdown, [](HWND dialog) {
-                       EXPECT_TRUE(WaitUntil([&] {
-                         return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") != std::wstring::npos;
-                       }, 5000));
-                       CheckFits(dialog);
-                     }, "The document has changed.\n\nSave it before closing?");
   std::strcpy(custom.szCustomButtons, "&Save\nDiscard\nLater");
   custom.dwOptions = MDO_RIGHTJUSTIFY;
-  msgbox_test::Drive("Custom", MB_ICONEXCLAMATION | MDS_DONTASKAGAIN, &custom, CheckFits,
-                     "Keep the changes?");
+  std::string words;  // many short words: wrapped close to the widest line the box allows
+  for (int i = 0; i < 300; ++i) words += "ab ";
+  const struct {
+    const char *title, *text;
+    unsigned style;
+    const MessageDialogParams* p;
+    Row align;
+  } boxes[] = {
+      {"Import finished", "212 records were imported; 3 were skipped because their dates could "
+       "not be read.", MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN, &report,
+       kCentred},
+      {"Unsaved changes", "The document has changed.\n\n\tSave it before closing?",
+       MB_YESNOCANCEL | MDS_YESTOALL | MB_ICONQUESTION, &countdown, kCentred},
+      {"Custom", "Keep the changes you made to the layout of the monthly report before closing?",
+       MB_ICONEXCLAMATION | MDS_DONTASKAGAIN, &custom, kRight},
+      {"Wrapped", words.c_str(), MB_OKCANCEL | MB_ICONEXCLAMATION, nullptr, kCentred},
+      // The check box widens the dialog after the button row has been placed.
+      {"Hi", "Hi", MB_OK | MDS_DONTSHOWAGAIN, nullptr, kAnywhere},
+  };
+  for (const auto& b : boxes) {
+    msgbox_test::Drive(b.title, b.style, b.p, [&](HWND dialog) {
+      SCOPED_TRACE(b.title);
+      EXPECT_TRUE(b.p != &countdown || WaitUntil([&] {
+        return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") != std::wstring::npos;
+      }, 5000));
+      CheckBox(dialog, b.align);
+    }, b.text);
+  }
 }
 
-namespace {
-
-INT_PTR CALLBACK LinkDialogProc(HWND dialog, UINT message, WPARAM, LPARAM lParam) {
-  if (message != WM_INITDIALOG) return FALSE;
-  hyperlink_demo::AddLinks(dialog, *reinterpret_cast<hyperlink_demo::Links*>(lParam));
-  return TRUE;
-}
-
-}  // namespace
-
-// The hyperlink demo's dialog: every label and link, the text before and after a tagged link
-// included, lies inside its control in the font it is drawn with.
+// The hyperlink demo's dialog: every label and link, the text after a tagged link included, lies
+// inside its control in the font it is drawn with.
 TEST(HighDpi, LinksFit) {
   if (std::getenv(kChildVariable) == nullptr) GTEST_SKIP() << "run by HighDpi.BoxesFitAtEveryDpi";
+  LinkDialog dialog;
   hyperlink_demo::Links links;
-  alignas(4) WORD buffer[64] = {};
-  HWND dialog = CreateDialogIndirectParamA(GetModuleHandleA(nullptr),
-                                           hyperlink_demo::Template(buffer), nullptr,
-                                           LinkDialogProc, reinterpret_cast<LPARAM>(&links));
-  ASSERT_NE(dialog, nullptr);
-  RECT dialogClient;
-  GetClientRect(dialog, &dialogClient);
-  CHyperLinkEx* linkOf[] = {nullptr, &links.plain, &links.tagged, &links.bold, &links.hover};
-  for (int id = 100; id <= 104; ++id) {
-    SCOPED_TRACE(id);
-    HWND control = GetDlgItem(dialog, id);
-    RECT client, box;
-    GetClientRect(control, &client);
-    GetWindowRect(control, &box);
-    MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&box), 2);
-    EXPECT_TRUE(Inside(box, dialogClient));
+  hyperlink_demo::AddLinks(dialog.hwnd(), links);
+  const CHyperLinkEx* linkOf[] = {&links.plain, &links.tagged, &links.bold, &links.hover};
+  CheckControls(dialog.hwnd(), [&](HWND control, const RECT&) {
     const std::wstring text = TextOf(control);
+    const int id = GetDlgCtrlID(control);
     if (id == 100) {
       const SIZE need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-      EXPECT_TRUE(need.cx <= client.right && need.cy <= client.bottom);
-      continue;
+      return RECT{0, 0, need.cx, need.cy};
     }
-    const RECT r = linkOf[id - 100]->GetLinkRect();
-    EXPECT_TRUE(Inside(r, client)) << "the link";
+    RECT r = linkOf[id - 101]->GetLinkRect();
     const std::string narrow(text.begin(), text.end());
     const LinkLabelParts parts = deskaid::ParseTaggedText(narrow.c_str());
     if (parts.pszAfter != nullptr) {  // drawn from the link's right edge on, in the normal font
       const SIZE after = Needed(control, std::wstring(parts.pszAfter, parts.pszAfter + parts.cchAfter),
                                 DT_SINGLELINE, 1 << 20);
-      EXPECT_TRUE(r.right + after.cx <= client.right && after.cy <= client.bottom) << "after";
+      r.right += after.cx;
+      r.bottom = std::max(r.bottom, after.cy);
     }
-  }
-  DestroyWindow(dialog);
+    return r;
+  });
 }
 
 // Sets the display's DPI and runs BoxesFit and LinksFit in a program of its own for each value;
@@ -156,11 +200,13 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
   const bool hadValue =
       RegQueryValueExA(key, "LogPixels", nullptr, nullptr, reinterpret_cast<BYTE*>(&saved),
                        &size) == ERROR_SUCCESS;
+  auto set = [key](DWORD dpi) {
+    RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dpi), sizeof dpi);
+  };
   char self[MAX_PATH];
   GetModuleFileNameA(nullptr, self, MAX_PATH);
   for (DWORD dpi : {96, 120, 144, 192}) {
-    RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dpi),
-                   sizeof dpi);
+    set(dpi);
     SetEnvironmentVariableA(kChildVariable, std::to_string(dpi).c_str());
     std::string command =
         std::string("\"") + self + "\" --gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit";
@@ -170,10 +216,8 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     ASSERT_TRUE(CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                &startup, &process));
     // A program that does not end in time is ended here, before the setting changes again.
-    const DWORD start = GetTickCount();
     const bool ended = WaitForSingleObject(process.hProcess, 120000) == WAIT_OBJECT_0;
     if (!ended) TerminateProcess(process.hProcess, 1), WaitForSingleObject(process.hProcess, 10000);
-    std::printf("the program for %lu DPI ran %lu ms\n", dpi, GetTickCount() - start);
     DWORD status = 1;
     GetExitCodeProcess(process.hProcess, &status);
     CloseHandle(process.hThread);
@@ -181,10 +225,7 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     EXPECT_TRUE(ended && status == 0) << "at " << dpi << " DPI, " << (ended ? "failed" : "hung");
   }
   SetEnvironmentVariableA(kChildVariable, nullptr);
-  if (hadValue)
-    RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&saved),
-                   sizeof saved);
-  else
-    RegDeleteValueA(key, "LogPixels");
+  if (hadValue) set(saved);
+  else RegDeleteValueA(key, "LogPixels");
   RegCloseKey(key);
 }

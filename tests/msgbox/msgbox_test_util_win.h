@@ -103,4 +103,12 @@ inline std::wstring CopyOf(HWND dialog) {
   return text;
 }
 
+// What Ctrl+C copies of a box: title, message and the button captions (each followed by three
+// spaces) between rules.
+inline std::wstring CopyText(const std::wstring& title, const std::wstring& message,
+                             const std::wstring& buttons) {
+  const std::wstring rule = L"---------------------------\r\n";
+  return rule + title + L"\r\n" + rule + message + L"\r\n" + rule + buttons + L"   \r\n" + rule;
+}
+
 }  // namespace msgbox_test

@@ -6,6 +6,7 @@
 #include <commctrl.h>
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "hyperlink_dialog_win.h"
@@ -57,6 +58,16 @@ class LinkDialog {
   }
   HWND m_hWnd = nullptr;
 };
+
+// The text of the tooltip's `index`th tool.
+inline std::wstring ToolText(HWND tooltip, UINT index = 0) {
+  wchar_t text[1024] = L"?";
+  TTTOOLINFOW info = {};
+  info.cbSize = TTTOOLINFOW_V2_SIZE;
+  info.lpszText = text;
+  ::SendMessageW(tooltip, TTM_ENUMTOOLSW, index, reinterpret_cast<LPARAM>(&info));
+  return text;
+}
 
 // The client area of a control as it paints itself into a memory bitmap (WM_PRINTCLIENT).
 struct Picture {

@@ -30,7 +30,6 @@ class BrowserColours : public ::testing::Test {
     ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(m_key, kNames[which], 0, type,
                                               static_cast<const BYTE*>(data), size));
   }
-  void SetText(int which, const char* text) { Set(which, REG_SZ, text, lstrlenA(text) + 1); }
   // The link and visited colours a freshly attached control ends up with.
   std::pair<COLORREF, COLORREF> Attach() {
     CHyperLinkEx link;
@@ -45,31 +44,28 @@ class BrowserColours : public ::testing::Test {
   HKEY m_key = nullptr;
 };
 
-// A valid text replaces its default, its components cut to their low byte; anything else, an
-// empty text or a value that is not a string included, leaves the default.
+// A valid text replaces its default, its components cut to their low byte; anything else leaves the
+// default: an empty or short text, a value that is not a string, a text filling the 12-byte buffer
+// without a terminator.
 TEST_F(BrowserColours, ValidTextsReplaceTheDefaults) {
-  const struct { const char *link, *visited; COLORREF expectLink, expectVisited; } cases[] = {
-      {"0,128,255", "255,255,255", 0x00FF8000, 0x00FFFFFF},  // the longest text that fits
-      {"256,0,0", "", 0, kPurple},
-      {"0,128", "0,128,", kBlue, kPurple},
-      {"-1,0,0", "0,-1,0", kBlue, kPurple},
-      {"255,255,2555", "red", kBlue, kPurple},
+  const char full[] = {'1', ',', '2', ',', '3', '3', '3', '3', '3', '3', '3', '3'};
+  const DWORD number = 0x00123456;
+  const struct Value { DWORD type; const void* data; DWORD size; } none{REG_SZ, "", 1};
+  auto text = [](const char* t) { return Value{REG_SZ, t, static_cast<DWORD>(lstrlenA(t) + 1)}; };
+  const struct { Value link, visited; COLORREF expectLink, expectVisited; } cases[] = {
+      {text("0,128,255"), text("255,255,255"), 0x00FF8000, 0x00FFFFFF},  // the longest that fits
+      {text("256,0,0"), none, 0, kPurple},
+      {text("0,128"), text("0,128,"), kBlue, kPurple},
+      {text("-1,0,0"), text("0,-1,0"), kBlue, kPurple},
+      {text("255,255,2555"), text("red"), kBlue, kPurple},
+      {{REG_DWORD, &number, sizeof number}, {REG_BINARY, full, sizeof full}, kBlue, kPurple},
+      {{REG_EXPAND_SZ, "1,2,3", 6}, {REG_SZ, full, sizeof full}, RGB(1, 2, 3), kPurple},
   };
   for (const auto& c : cases) {
-    SetText(0, c.link);
-    SetText(1, c.visited);
-    EXPECT_EQ(std::make_pair(c.expectLink, c.expectVisited), Attach()) << c.link;
+    Set(0, c.link.type, c.link.data, c.link.size);
+    Set(1, c.visited.type, c.visited.data, c.visited.size);
+    EXPECT_EQ(std::make_pair(c.expectLink, c.expectVisited), Attach()) << &c - cases;
   }
-  const DWORD number = 0x00123456;
-  // Fills the 12-byte buffer without a terminator.
-  const char unterminated[] = {'1', ',', '2', ',', '3', '3', '3', '3', '3', '3', '3', '3'};
-  Set(0, REG_DWORD, &number, sizeof(number));
-  Set(1, REG_BINARY, unterminated, sizeof(unterminated));
-  EXPECT_EQ(std::make_pair(kBlue, kPurple), Attach());
-  Set(1, REG_SZ, unterminated, sizeof(unterminated));
-  EXPECT_EQ(kPurple, Attach().second);
-  Set(0, REG_EXPAND_SZ, "1,2,3", 6);
-  EXPECT_EQ(RGB(1, 2, 3), Attach().first);
 }
 
 TEST(ParseColorText, ComponentsAndQuirks) {
