@@ -1,6 +1,22 @@
 # Helpers of deskaid's own build. Nothing here touches a directory or a global setting: each
 # function works on the targets it is given, so a host that adds deskaid keeps its own flags.
 
+# The files of the list meant for this platform: those ending in _win.cpp only on Windows, those
+# ending in _posix.cpp everywhere else.
+function(deskaid_platform_files out)
+  set(result)
+  foreach(f ${ARGN})
+    if(f MATCHES "_win\\.cpp$" AND NOT WIN32)
+      continue()
+    endif()
+    if(f MATCHES "_posix\\.cpp$" AND WIN32)
+      continue()
+    endif()
+    list(APPEND result ${f})
+  endforeach()
+  set(${out} ${result} PARENT_SCOPE)
+endfunction()
+
 # Collects the .cpp files of the given library folders (and of their internal/ folders), keeping
 # only those meant for this platform.
 function(deskaid_collect_sources out)
@@ -9,16 +25,9 @@ function(deskaid_collect_sources out)
     file(GLOB files CONFIGURE_DEPENDS
          ${PROJECT_SOURCE_DIR}/deskaid/${area}/*.cpp
          ${PROJECT_SOURCE_DIR}/deskaid/${area}/internal/*.cpp)
-    foreach(f ${files})
-      if(f MATCHES "_win\\.cpp$" AND NOT WIN32)
-        continue()
-      endif()
-      if(f MATCHES "_posix\\.cpp$" AND WIN32)
-        continue()
-      endif()
-      list(APPEND result ${f})
-    endforeach()
+    list(APPEND result ${files})
   endforeach()
+  deskaid_platform_files(result ${result})
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
