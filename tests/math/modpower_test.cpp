@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include <deskaid/math/modpower.h>
 
@@ -13,13 +14,11 @@ std::string Power(CBigInt base, CBigInt e, CBigInt n) {
 }
 
 TEST(ModPower, ExponentEdgesSignsAndTextForms) {
-  EXPECT_EQ(Power(7, 0, 13), "1");
-  EXPECT_EQ(Power(7, 0, 1), "");  // 0 prints as the empty text
-  EXPECT_EQ(Power(7, -3, 7), "1");
-  EXPECT_EQ(Power(5, 3, -7), "6");
-  EXPECT_EQ(Power(-2, 1, 5), "-2");
-  EXPECT_EQ(Power(-2, 3, 5), "-3");
-  EXPECT_EQ(Power(-2, 2, 5), "4");
+  // Base, exponent, modulus and the result's text (0 prints as the empty text).
+  const std::tuple<int, int, int, const char*> rows[] = {
+      {7, 0, 13, "1"}, {7, 0, 1, ""},  {7, -3, 7, "1"}, {5, 3, -7, "6"},
+      {-2, 1, 5, "-2"}, {-2, 3, 5, "-3"}, {-2, 2, 5, "4"}};
+  for (auto [base, e, n, text] : rows) EXPECT_EQ(Power(base, e, n), text) << base << '^' << e;
   CModPower power;
   CBigInt base(4);
   EXPECT_EQ(power.TransformText(base, 13, 497), "445");
