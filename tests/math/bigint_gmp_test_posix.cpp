@@ -152,8 +152,7 @@ TEST_P(VersusGmp, EachOperationOnRandomOperands) {
 TEST_P(VersusGmp, Division) {
   Operands gen(8);
   const int t = static_cast<int>(limbs::kDivideRecursionThreshold);
-  // Divisor and quotient lengths in limbs: one limb a step, the split, several splits, quotients
-  // shorter than, equal to and longer than the divisor (whole blocks and a partial one).
+  // Divisor and quotient limbs: around one split and several; quotients shorter or longer than b.
   for (int dl : {t - 1, t, t + 1, 2 * t - 1, 2 * t + 1, 3 * t + 5}) {
     for (int ql : {1, t / 2 - 1, t / 2, t - 1, dl - 1, dl, dl + 1, 2 * dl + t / 2 + 3}) {
       for (int k = 0; k < 2; ++k) {

@@ -13,10 +13,8 @@ namespace {
 // A positive value of 32 * words + 1 bits.
 CBigInt Random(uint64_t& state, int words) {
   std::string hex = "0x1";
-  for (int i = 0; i < 8 * words; ++i) {
-    state = state * 6364136223846793005ull + 1442695040888963407ull;
-    hex += "0123456789ABCDEF"[state >> 60];
-  }
+  for (int i = 0; i < 8 * words; ++i)
+    hex += "0123456789ABCDEF"[(state = state * 6364136223846793005ull + 1) >> 60];
   return CBigInt(hex.c_str());
 }
 

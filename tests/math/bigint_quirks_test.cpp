@@ -1,5 +1,4 @@
-// The edge behaviour of CBigInt that hosts depend on and that exact arithmetic does not give,
-// grouped by operation.
+// CBigInt's edge behaviour that hosts depend on and exact arithmetic does not give, by operation.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -25,7 +24,7 @@ CBigInt Parsed(const char* text, int radix) {
   return x;
 }
 
-TEST(BigIntConstruction, WordCountsOfEachForm) {
+TEST(BigIntConstruction, WordCountsOfEachFormAndDirectParser) {
   EXPECT_EQ(Words(CBigInt(0x80000000u)), (W{0x80000000u, 0}));
   // The signed 64-bit form keeps 2^31 .. 2^32-1 in one word, which reads as negative.
   EXPECT_EQ(Words(CBigInt(int64_t{0x80000000})), W{0x80000000u});
@@ -40,6 +39,12 @@ TEST(BigIntConstruction, WordCountsOfEachForm) {
   EXPECT_EQ(static_cast<int64_t>(CBigInt(int64_t{-0x123456789})), -0x123456789);
   EXPECT_EQ(static_cast<int64_t>(CBigInt(-1)), -1);
   EXPECT_EQ(static_cast<uint64_t>(CBigInt(-1)), 0xFFFFFFFFu);  // one word: zero-extended
+  // The direct parsers of power-of-two radices; fifteen 0 digits and a 1 keep two words.
+  EXPECT_EQ(Words(CBigInt("0x0000000000000001")), (W{1, 0}));
+  EXPECT_EQ(CBigInt("0xFFFFFFFF").m_nLength, 2);
+  EXPECT_EQ(Parsed("00000000000000000001", 8).m_nLength, 1);
+  EXPECT_EQ(Parsed("0000000000000000000000000000000000000000001", 2).m_nLength, 1);
+  EXPECT_EQ(Words(Parsed("11111111111111111111111111111111", 2)), (W{0xFFFFFFFFu, 0}));
 }
 
 TEST(BigIntArithmetic, CarriesBorrowsAndSigns) {
@@ -116,8 +121,7 @@ TEST(BigIntText, OutputForms) {
   CBigInt m1(-1), null(static_cast<const uint32_t*>(nullptr), 0);
   EXPECT_STREQ(null.GetString(16), "Null");
   const char* own = m1.GetString();
-  CBigInt copy(m1);
-  EXPECT_STREQ(copy.GetString(16), "FFFFFFFF");
+  EXPECT_STREQ(CBigInt(m1).GetString(16), "FFFFFFFF");
   EXPECT_STREQ(own, "-1");
   // FormatText keeps the low digits that fit, or writes nothing at all.
   char buffer[16];
@@ -144,15 +148,6 @@ TEST(BigIntParse, PrefixesBlanksSignsAndStops) {
       {"3000000000-", 0, "-1294967296"}, {"3000000000 -", 0, "3000000000"},
       {"300000000-", 0, "300000000"}, {"30000000000-", 0, "30000000000"}};
   for (auto [text, radix, dec] : rows) EXPECT_EQ(Dec(Parsed(text, radix)), dec) << text << radix;
-}
-
-TEST(BigIntParse, WordCountsOfTheDirectParsers) {
-  CBigInt hex("0x0000000000000001");  // fifteen 0 digits and a 1: two words kept
-  EXPECT_EQ(Words(hex), (W{1, 0}));
-  EXPECT_EQ(CBigInt("0xFFFFFFFF").m_nLength, 2);
-  EXPECT_EQ(Parsed("00000000000000000001", 8).m_nLength, 1);
-  EXPECT_EQ(Parsed("0000000000000000000000000000000000000000001", 2).m_nLength, 1);
-  EXPECT_EQ(Words(Parsed("11111111111111111111111111111111", 2)), (W{0xFFFFFFFFu, 0}));
 }
 
 }  // namespace
