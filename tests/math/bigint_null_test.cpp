@@ -51,9 +51,8 @@ TEST_F(BigIntNull, EveryFailingAllocationInAComputationEndsInNullOrTheRightValue
       deskaid::SetBigIntAllocationFailure(nth);
       CBigInt got = compute();
       deskaid::SetBigIntAllocationFailure(0);
-      const bool null = got.IsNull();
-      nulls += null;
-      EXPECT_EQ(got.GetString(16), null ? "Null" : want) << "failing allocation " << nth;
+      nulls += got.IsNull();
+      EXPECT_EQ(got.GetString(16), got.IsNull() ? "Null" : want) << "failing allocation " << nth;
     }
     EXPECT_GT(nulls, 0);
   }

@@ -1,5 +1,4 @@
-// The edge behaviour of CBigInt that hosts depend on and that exact arithmetic does not give,
-// grouped by operation.
+// CBigInt's edge behaviour that hosts depend on and exact arithmetic does not give, by operation.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,6 +15,8 @@ using W = std::vector<uint32_t>;
 W Words(const CBigInt& x) { return W(x.m_pData, x.m_pData + x.m_nLength); }
 CBigInt FromWords(W w) { return CBigInt(w.data(), static_cast<int>(w.size())); }
 std::string Dec(CBigInt x) { return x.GetString(10); }
+template <typename T>
+std::string Dec(T builtIn) { return std::to_string(builtIn); }
 CBigInt Parsed(const char* text, int radix) {
   if (radix == 0) return CBigInt(text);
   CBigInt x(99);
@@ -23,7 +24,7 @@ CBigInt Parsed(const char* text, int radix) {
   return x;
 }
 
-TEST(BigIntConstruction, WordCountsOfEachForm) {
+TEST(BigIntConstruction, WordCountsOfEachFormAndDirectParser) {
   EXPECT_EQ(Words(CBigInt(0x80000000u)), (W{0x80000000u, 0}));
   // The signed 64-bit form keeps 2^31 .. 2^32-1 in one word, which reads as negative.
   EXPECT_EQ(Words(CBigInt(int64_t{0x80000000})), W{0x80000000u});
@@ -38,6 +39,12 @@ TEST(BigIntConstruction, WordCountsOfEachForm) {
   EXPECT_EQ(static_cast<int64_t>(CBigInt(int64_t{-0x123456789})), -0x123456789);
   EXPECT_EQ(static_cast<int64_t>(CBigInt(-1)), -1);
   EXPECT_EQ(static_cast<uint64_t>(CBigInt(-1)), 0xFFFFFFFFu);  // one word: zero-extended
+  // The direct parsers of power-of-two radices; fifteen 0 digits and a 1 keep two words.
+  EXPECT_EQ(Words(CBigInt("0x0000000000000001")), (W{1, 0}));
+  EXPECT_EQ(CBigInt("0xFFFFFFFF").m_nLength, 2);
+  EXPECT_EQ(Parsed("00000000000000000001", 8).m_nLength, 1);
+  EXPECT_EQ(Parsed("0000000000000000000000000000000000000000001", 2).m_nLength, 1);
+  EXPECT_EQ(Words(Parsed("11111111111111111111111111111111", 2)), (W{0xFFFFFFFFu, 0}));
 }
 
 TEST(BigIntArithmetic, CarriesBorrowsAndSigns) {
@@ -79,33 +86,28 @@ TEST(BigIntBitwise, ComplementMasksAndShifts) {
 // `==` reads the left operand's words only, and `<=` and `>=` are `<` or `>` or that `==`.
 TEST(BigIntComparison, LeftOperandDecidesEquality) {
   const CBigInt five(5), fiveAndOne = FromWords({5, 1}), fiveAndMinusOne = FromWords({5, ~0u});
-  EXPECT_TRUE(five == fiveAndOne);
-  EXPECT_FALSE(fiveAndOne == five);
-  EXPECT_TRUE(fiveAndOne != five);
-  EXPECT_TRUE(five >= fiveAndOne);
-  EXPECT_TRUE(five <= fiveAndMinusOne);
+  EXPECT_TRUE(five == fiveAndOne && !(fiveAndOne == five) && fiveAndOne != five);
+  EXPECT_TRUE(five >= fiveAndOne && five <= fiveAndMinusOne);
   EXPECT_TRUE(FromWords({7, 0, 0}) == CBigInt(7));
   EXPECT_TRUE(CBigInt(-1) == FromWords({0xFFFFFFFFu, 0xFFFFFFFFu}));
 }
 
+// Division by a built-in left operand gives its type; modulo a multi-word value gives that
+// value's magnitude with the left operand's sign, not a remainder.
 TEST(BigIntMixed, BuiltInLeftOperands) {
-  EXPECT_EQ(-100 / CBigInt(7), -14);
-  EXPECT_EQ(100u / FromWords({7, 0}), 14u);
-  EXPECT_EQ(100u / FromWords({7, 1}), 0u);
-  EXPECT_EQ(int64_t{-100000000000} / CBigInt(10), -10000000000);
-  EXPECT_EQ(uint64_t{100000000000} / FromWords({10, 0, 0}), 10000000000u);
-  EXPECT_EQ(uint64_t{100} / FromWords({1, 2, 3}), 0u);
-  // Modulo a multi-word value: the value's magnitude, not a remainder.
-  EXPECT_EQ(Dec(5u % FromWords({3, 1})), "4294967299");
-  EXPECT_EQ(Dec(5u % -FromWords({3, 1})), "4294967299");
-  EXPECT_EQ(Dec(17u % CBigInt(5)), "2");
-  EXPECT_EQ(Dec(-5 % FromWords({3, 1})), "-4294967299");
-  EXPECT_EQ(Dec(5 % FromWords({3, 1})), "4294967299");
-  EXPECT_EQ(Dec(-17 % CBigInt(5)), "-2");
-  EXPECT_EQ(Dec(uint64_t{0x500000000} % FromWords({3, 1})), "4294967284");
-  EXPECT_EQ(Dec(uint64_t{5} % FromWords({3, 1, 1})), "18446744078004518915");
-  EXPECT_EQ(Dec(int64_t{-5} % FromWords({3, 1, 1})), "-18446744078004518915");
-  EXPECT_EQ(Dec(int64_t{-0x500000000} % CBigInt(int64_t{0x300000000})), "-8589934592");
+  const CBigInt w31 = FromWords({3, 1}), w311 = FromWords({3, 1, 1});
+  const std::pair<std::string, const char*> rows[] = {
+      {Dec(-100 / CBigInt(7)), "-14"}, {Dec(100u / FromWords({7, 0})), "14"},
+      {Dec(100u / FromWords({7, 1})), "0"}, {Dec(uint64_t{100} / w311), "0"},
+      {Dec(int64_t{-100000000000} / CBigInt(10)), "-10000000000"},
+      {Dec(uint64_t{100000000000} / FromWords({10, 0, 0})), "10000000000"},
+      {Dec(5u % w31), "4294967299"}, {Dec(5u % -w31), "4294967299"}, {Dec(17u % CBigInt(5)), "2"},
+      {Dec(-5 % w31), "-4294967299"}, {Dec(5 % w31), "4294967299"}, {Dec(-17 % CBigInt(5)), "-2"},
+      {Dec(uint64_t{0x500000000} % w31), "4294967284"},
+      {Dec(uint64_t{5} % w311), "18446744078004518915"},
+      {Dec(int64_t{-5} % w311), "-18446744078004518915"},
+      {Dec(int64_t{-0x500000000} % CBigInt(int64_t{0x300000000})), "-8589934592"}};
+  for (const auto& [got, want] : rows) EXPECT_EQ(got, want);
 }
 
 using Row = std::tuple<int, int, const char*>;  // a value, a radix or buffer size, the text
@@ -119,8 +121,7 @@ TEST(BigIntText, OutputForms) {
   CBigInt m1(-1), null(static_cast<const uint32_t*>(nullptr), 0);
   EXPECT_STREQ(null.GetString(16), "Null");
   const char* own = m1.GetString();
-  CBigInt copy(m1);
-  EXPECT_STREQ(copy.GetString(16), "FFFFFFFF");
+  EXPECT_STREQ(CBigInt(m1).GetString(16), "FFFFFFFF");
   EXPECT_STREQ(own, "-1");
   // FormatText keeps the low digits that fit, or writes nothing at all.
   char buffer[16];
@@ -147,15 +148,6 @@ TEST(BigIntParse, PrefixesBlanksSignsAndStops) {
       {"3000000000-", 0, "-1294967296"}, {"3000000000 -", 0, "3000000000"},
       {"300000000-", 0, "300000000"}, {"30000000000-", 0, "30000000000"}};
   for (auto [text, radix, dec] : rows) EXPECT_EQ(Dec(Parsed(text, radix)), dec) << text << radix;
-}
-
-TEST(BigIntParse, WordCountsOfTheDirectParsers) {
-  CBigInt hex("0x0000000000000001");  // fifteen 0 digits and a 1: two words kept
-  EXPECT_EQ(Words(hex), (W{1, 0}));
-  EXPECT_EQ(CBigInt("0xFFFFFFFF").m_nLength, 2);
-  EXPECT_EQ(Parsed("00000000000000000001", 8).m_nLength, 1);
-  EXPECT_EQ(Parsed("0000000000000000000000000000000000000000001", 2).m_nLength, 1);
-  EXPECT_EQ(Words(Parsed("11111111111111111111111111111111", 2)), (W{0xFFFFFFFFu, 0}));
 }
 
 }  // namespace

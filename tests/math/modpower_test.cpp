@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include <deskaid/math/modpower.h>
 
@@ -12,14 +13,12 @@ std::string Power(CBigInt base, CBigInt e, CBigInt n) {
   return power.Transform(base, e, n).GetString(10);
 }
 
-TEST(ModPower, ExponentEdgesSignsAndTextForms) {
-  EXPECT_EQ(Power(7, 0, 13), "1");
-  EXPECT_EQ(Power(7, 0, 1), "");  // 0 prints as the empty text
-  EXPECT_EQ(Power(7, -3, 7), "1");
-  EXPECT_EQ(Power(5, 3, -7), "6");
-  EXPECT_EQ(Power(-2, 1, 5), "-2");
-  EXPECT_EQ(Power(-2, 3, 5), "-3");
-  EXPECT_EQ(Power(-2, 2, 5), "4");
+TEST(ModPower, EdgesSignsTextFormsAndTheBaseWrittenBack) {
+  // Base, exponent, modulus and the result's text (0 prints as the empty text).
+  const std::tuple<int, int, int, const char*> rows[] = {
+      {7, 0, 13, "1"}, {7, 0, 1, ""}, {7, -3, 7, "1"}, {5, 3, -7, "6"},
+      {-2, 1, 5, "-2"}, {-2, 3, 5, "-3"}, {-2, 2, 5, "4"}};
+  for (auto [base, e, n, text] : rows) EXPECT_EQ(Power(base, e, n), text) << base << '^' << e;
   CModPower power;
   CBigInt base(4);
   EXPECT_EQ(power.TransformText(base, 13, 497), "445");
@@ -28,19 +27,15 @@ TEST(ModPower, ExponentEdgesSignsAndTextForms) {
   // (value ^ exponent) % modulus: (1000 ^ 13) % 497 = 997 % 497.
   EXPECT_EQ(power.MaskText(1000), "3");
   EXPECT_EQ(power.MaskText(-1000, 17, 497), "-21");  // stores 17 first: -1015 % 497
-}
-
-TEST(ModPower, PowModKeepsItsSettingsAndWritesTheSquaredBaseBack) {
-  CModPower power;
+  // PowMod keeps its settings and writes the squared base back.
   power.SetExponent(5);
   power.SetModulus(7);
-  CBigInt base(3), again(3);
-  EXPECT_STREQ(power.PowMod(base).GetString(), "5");
-  EXPECT_STREQ(base.GetString(), "4");  // 3^4 mod 7: two squarings
+  CBigInt three(3), again(3), big(100);
+  EXPECT_STREQ(power.PowMod(three).GetString(), "5");
+  EXPECT_STREQ(three.GetString(), "4");  // 3^4 mod 7: two squarings
   EXPECT_STREQ(power.PowMod(again).GetString(), "5");
   // No squaring at all for an exponent of 1, so the base is left as it was (even unreduced).
   power.SetExponent(1);
-  CBigInt big(100);
   EXPECT_STREQ(power.PowMod(big).GetString(), "2");
   EXPECT_STREQ(big.GetString(), "100");
 }
