@@ -1,6 +1,7 @@
 // MD5 and Base64 against OpenSSL over random data: every length up to 200 bytes, then longer ones
 // up to past the size from which the Base64 coder streams its results.
 #include <deskaid/codec/base64.h>
+#include <deskaid/codec/internal/base64_vector.h>
 #include <deskaid/codec/md5.h>
 
 #include <gtest/gtest.h>
@@ -40,20 +41,25 @@ TEST(Md5AgainstOpenSsl, RandomData) {
   });
 }
 
-// The coder is reused across inputs, as callers do. OpenSSL keeps the padding's zero bytes too,
-// so whole groups compare byte for byte. The fastest kernel set serves; the others are held to
-// the same results by the direct-route tests.
-TEST(Base64AgainstOpenSsl, RandomData) {
-  Base64Coder coder;
-  ForRandomData([&](const Bytes& d) {
-    Bytes text(4 * (d.size() / 3 + 1) + 1), back(d.size() + 3);
-    const int length = EVP_EncodeBlock(text.data(), d.data(), int(d.size()));
-    coder.Encode(d.data(), uint32_t(d.size()));
-    ASSERT_EQ(Str(coder.GetText(), coder.GetTextLength()), Str(text.data(), length)) << d.size();
-    coder.Decode(reinterpret_cast<const char*>(text.data()), uint32_t(length));
-    const int size = EVP_DecodeBlock(back.data(), text.data(), length);
-    ASSERT_EQ(Str(coder.GetData(), coder.GetDataLength()), Str(back.data(), size)) << d.size();
-  });
+// The coder is reused across inputs, as callers do, on every kernel set the processor offers.
+// OpenSSL keeps the padding's zero bytes too, so whole groups compare byte for byte.
+TEST(Base64AgainstOpenSsl, RandomDataOnEveryKernelSet) {
+  using deskaid::base64::Path;
+  for (Path path : {Path::kScalar, Path::kSsse3, Path::kAvx2}) {
+    if (!deskaid::base64::UsePath(path)) continue;
+    SCOPED_TRACE(static_cast<int>(path));
+    Base64Coder coder;
+    ForRandomData([&](const Bytes& d) {
+      Bytes text(4 * (d.size() / 3 + 1) + 1), back(d.size() + 3);
+      const int length = EVP_EncodeBlock(text.data(), d.data(), int(d.size()));
+      coder.Encode(d.data(), uint32_t(d.size()));
+      ASSERT_EQ(Str(coder.GetText(), coder.GetTextLength()), Str(text.data(), length)) << d.size();
+      coder.Decode(reinterpret_cast<const char*>(text.data()), uint32_t(length));
+      const int size = EVP_DecodeBlock(back.data(), text.data(), length);
+      ASSERT_EQ(Str(coder.GetData(), coder.GetDataLength()), Str(back.data(), size)) << d.size();
+    });
+  }
+  deskaid::base64::UsePath(deskaid::base64::FastestPath());
 }
 
 }  // namespace
