@@ -30,8 +30,7 @@ void WriteReport(const char* dumpPath, const char* logPath, void*) {
 
 }  // namespace
 
-// Where a call of a pure virtual function lands: the runtime's pure-call entry. The call itself is
-// undefined behaviour that an optimiser may turn into anything, so the child calls the entry.
+// A pure virtual call is undefined behaviour an optimiser may remove: the child calls its target.
 extern "C" void __cxa_pure_virtual();
 
 CHILD_NOINLINE void FaultingTraceHook(const char*, void*) { *g_null = 1; }

@@ -59,8 +59,7 @@ std::pair<uint32_t, uint32_t> DumpException(const fs::path& path) {
 }
 #endif
 
-// Each failure: its name in the first crash record, the exit code (Windows) or signal, the
-// function that record resolves to when known, and the child's flag.
+// Each failure: its name in the first crash record, exit code or signal, and crashing function.
 const struct Failure {
   const char *kind, *name;
   unsigned long status;
