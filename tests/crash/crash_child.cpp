@@ -1,8 +1,5 @@
-// A host that fails on purpose, with the crash handler installed:
-//   crash_child KIND DIR [box | nolog | second]
-// KIND names the failure. DIR receives the log (crash.log, unless "nolog") and, when the crash
-// box's Report button is pressed, report.txt with "<dump path>|<log path>". "second" plants a
-// failure inside the handler: a trace hook that faults.
+// crash_child KIND DIR [box | nolog | second]: fails as KIND says under the crash handler, logging
+// to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -18,8 +15,7 @@
 #include <unistd.h>
 #endif
 
-// The failures are meant to reach the processor: the undefined-behaviour checks of a sanitized
-// build would otherwise stop them first.
+// The failures must reach the processor, not a sanitized build's undefined-behaviour checks.
 #define CHILD_NOINLINE __attribute__((noinline, no_sanitize_undefined))
 
 namespace {
@@ -34,8 +30,7 @@ void WriteReport(const char* dumpPath, const char* logPath, void*) {
 
 }  // namespace
 
-// Where a call of a pure virtual function lands: the runtime's pure-call entry. The call itself is
-// undefined behaviour that an optimiser may turn into anything, so the child calls the entry.
+// A pure virtual call is undefined behaviour an optimiser may remove: the child calls its target.
 extern "C" void __cxa_pure_virtual();
 
 CHILD_NOINLINE void FaultingTraceHook(const char*, void*) { *g_null = 1; }
@@ -58,9 +53,8 @@ extern "C" CHILD_NOINLINE void CrashingFunction(const char* kind) {
   if (std::strcmp(kind, "purecall") == 0) __cxa_pure_virtual();
 #ifdef _WIN32
   if (std::strcmp(kind, "parameter") == 0) {
-    // A runtime that checks its arguments reports this one to its invalid-parameter handler.
-    // Wine's msvcrt.dll keeps that handler out of reach and only prints the report, so the
-    // child then reports as the runtime does, through the handler the host's runtime holds.
+    // Wine's msvcrt.dll only prints this report, keeping its invalid-parameter handler out of
+    // reach, so the child then calls the handler the host's runtime holds, as a runtime would.
     char* target = nullptr;
     g_sink = strcpy_s(target, 0, "x");
     if (_invalid_parameter_handler handler = _get_invalid_parameter_handler()) {

@@ -4,8 +4,7 @@
 
 #include <string>
 
-// Away from a Windows debugger the trace lines go to standard error, each as formatted, and then
-// to the sink.
+// Away from a Windows debugger the trace lines go to standard error.
 TEST(DebugTrace, LinesGoToStandardErrorAndThenTheSink) {
   std::string seen;
   SetDebugTraceSink([](const char* line, void* context) {

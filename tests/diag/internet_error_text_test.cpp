@@ -4,8 +4,7 @@
 
 #include <climits>
 
-// Texts for 12001-12036 except 12032-12035, as users know them: five end in ". ", the others
-// but the first in ".".
+// As users know them: five texts end in ". ", the others but the first in ".".
 TEST(InternetErrorText, CoversExactlyTheKnownCodesWithTheirTexts) {
   for (int32_t code : {-12001, INT32_MIN, INT32_MAX}) EXPECT_EQ(InternetErrorText(code), nullptr);
   for (int32_t code = 11990; code <= 12050; ++code) {

@@ -1,6 +1,4 @@
-// Test-side helpers for logs: a reader of log files written from the file layout alone, so that
-// it checks the writer rather than repeating it; a log's archives; its messages exported as text;
-// and a capture of trace lines.
+// A log reader written from the file layout alone, so that it checks the writer, not repeats it.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +13,7 @@
 
 namespace logtest {
 
-// The little-endian number of `bytes` bytes at `at`.
+// Little-endian.
 inline uint32_t U32(const std::string& b, size_t at, int bytes = 4) {
   uint32_t v = 0;
   for (int i = bytes - 1; i >= 0; --i) v = (v << 8) | static_cast<uint8_t>(b[at + i]);
@@ -84,7 +82,6 @@ inline std::vector<std::string> ExportedMessages(const std::string& log, const s
 
 }  // namespace logtest
 
-// Collects the trace lines while it lives.
 struct TraceCapture {
   TraceCapture() {
     SetDebugTraceSink([](const char* line, void* self) {

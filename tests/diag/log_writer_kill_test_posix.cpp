@@ -1,8 +1,5 @@
-// A writer killed at random moments, over and over: whatever instant the kill hits, reopening the
-// log gives either a valid log whose every record reads back, or a fresh empty log. The latter
-// happens when the kill tore a record write (the kernel may stop a write between pages for a
-// fatal signal, leaving no trailer at the end) or fell between the delete and the move of a
-// compaction.
+// A killed writer leaves a valid log or, when the kill tore a record write (the kernel may stop a
+// write between pages for a fatal signal) or fell inside a compaction's delete and move, a fresh one.
 #include <gtest/gtest.h>
 
 #include <signal.h>

@@ -1,5 +1,3 @@
-// The log writer beyond the single-threaded, small-file case: the platform's own formatter, many
-// threads at once, logs past 2 and 4 GiB, and archives that fall in one second.
 #include <deskaid/diag/internal/log_writer_lock.h>
 #include <deskaid/diag/log_writer.h>
 
@@ -16,8 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The platform runtime's own formatter, called directly: _vsnprintf on Windows, cut at the last
-// byte when the text does not fit; vsnprintf elsewhere.
+// The runtime's own formatter; Windows's _vsnprintf leaves a text that does not fit unterminated.
 std::string RuntimeFormat(size_t size, const char* format, ...) {
   std::vector<char> buffer(size);
   va_list args;
@@ -35,8 +32,6 @@ std::string RuntimeFormat(size_t size, const char* format, ...) {
 #pragma GCC diagnostic ignored "-Wformat"  // the table holds conversions GCC does not check
 #pragma GCC diagnostic ignored "-Wformat-extra-args"
 
-// Every format goes through LogPrintf (record and "LOG: " trace line), WriteFormat (record) and
-// DebugTrace (trace line); each result must be what the runtime's formatter gives.
 TEST(LogWriterFormatting, RecordsAndTraceLinesUseTheRuntimesFormatter) {
   ScratchDir dir;
   const std::string path = dir.PathOf("formats.log");
@@ -79,9 +74,7 @@ TEST(LogWriterFormatting, RecordsAndTraceLinesUseTheRuntimesFormatter) {
 #endif
 }
 
-// Eight threads write 20,000 records each, "t<thread> s<sequence>", to a log that compacts or
-// archives as it goes. In the archives and the live file, read in order, every thread's records
-// form one unbroken run that ends with its last; when archiving nothing is lost either.
+// Read in order across archives and live file, each thread's records form one run ending in its last.
 void ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent) {
   constexpr int kThreads = 8, kRecords = 20000;
   ScratchDir dir;
@@ -125,7 +118,6 @@ void ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent) {
 TEST(LogWriterThreads, CompactingLogKeepsEveryThreadsNewestRecords) { ExpectUnbrokenRuns(256 << 10, 20); }
 TEST(LogWriterThreads, ArchivingLogLosesNothing) { ExpectUnbrokenRuns(2 << 20, 255); }
 
-// A thread inside an operation may call in again; a path that must not nest or wait is refused.
 TEST(LogWriterThreads, NestedCallsProceedAndBoundedTriesGiveUp) {
   ScratchDir dir;
   CLogWriter writer;
@@ -147,8 +139,7 @@ TEST(LogWriterThreads, NestedCallsProceedAndBoundedTriesGiveUp) {
   EXPECT_EQ(logtest::ParseFile(dir.PathOf("nested.log")).Texts(), std::vector<std::string>{"nested"});
 }
 
-// A log of `count` records with 65,535-byte plain bodies left as holes (zeros), so that a file
-// of several GiB takes no room and little time to build.
+// Records of 65,535 bytes left as holes, so that a file of several GiB takes no room to build.
 void BuildSparseLog(const std::string& path, uint32_t count) {
   std::ofstream out(path, std::ios::binary);
   const uint8_t header[10] = {1, 2, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
@@ -162,9 +153,7 @@ void BuildSparseLog(const std::string& path, uint32_t count) {
   ASSERT_TRUE(out.good());
 }
 
-// A log that never rotates grows past 2 and then 4 GiB: each reopen finds the true end, the
-// next record lands there, and the whole log reads back (read once, at the larger size: a few
-// GiB of holes take seconds to read).
+// The log is read back once, at the larger size: a few GiB of holes take seconds to read.
 TEST(LogWriterLargeFiles, RecordsLandAtTheTrueEndPastTwoAndFourGiB) {
   ScratchDir dir;
   const std::string path = dir.PathOf("large.log");
@@ -189,8 +178,6 @@ TEST(LogWriterLargeFiles, RecordsLandAtTheTrueEndPastTwoAndFourGiB) {
   EXPECT_EQ(month + day, 0u);
 }
 
-// Two archives in one second: the move never replaces the older archive; the current file is
-// removed instead, and logging goes on.
 TEST(LogWriterArchives, SecondArchiveInTheSameSecondNeverReplacesTheFirst) {
   for (int attempt = 0; attempt < 20; ++attempt) {
     ScratchDir dir;

@@ -20,12 +20,10 @@ int RunSecondWriter(const std::string& path) {
   return static_cast<int>(RunChildProcess(exe, {"--second-writer", path}, 60000).code);
 }
 
-// A fresh directory per test; the global writer is closed around each test.
 class LogWriterTest : public ::testing::Test {
  protected:
   void SetUp() override { g_LogWriter.Close(); }
   void TearDown() override { g_LogWriter.Close(); }
-  // Opens `w` on the file `name` of the test's directory; its path.
   std::string Open(CLogWriter& w, const char* name, uint32_t maxSize = 0xFFFFFFFF,
                    uint8_t encipher = 0, uint8_t percent = 20) {
     const std::string path = dir_.PathOf(name);
@@ -37,8 +35,6 @@ class LogWriterTest : public ::testing::Test {
   CLogWriter writer;
 };
 
-// LogPrintf's first record: header, plain body and trailer; then its level bits, the trace-only
-// mask and the cuts of long texts.
 TEST_F(LogWriterTest, FirstRecordLevelBitsAndCuts) {
   const std::string path = Open(g_LogWriter, "first.log", 0x100000);
   EXPECT_EQ(fs::file_size(path) + g_LogWriter.GetSize(), 0u) << "the trailer waits for a record";
@@ -73,8 +69,6 @@ TEST_F(LogWriterTest, FirstRecordLevelBitsAndCuts) {
   EXPECT_EQ(levels, "2 1 4 8 1 127 ") << "WriteFormat passes the level on unchanged";
 }
 
-// An enciphered log reopens behind its records under its keys; while it is open a writer in
-// another process is refused and leaves it intact, once it is closed that writer goes on.
 TEST_F(LogWriterTest, EncipheredLogReopensUnderItsKeysAndRefusesASecondProcessWhileOpen) {
   const std::string path = Open(writer, "secret.log", 0xFFFFFFFF, 1);
   Texts sent;
@@ -148,9 +142,8 @@ TEST_F(LogWriterTest, ClosedWriterBadArgumentsMaxSizeAndPaths) {
   fs::remove(expected);
 }
 
-// A file that ends in no trailer starts afresh, empty; one too short to hold a trailer is kept
-// unchecked and written over from its start.
-TEST_F(LogWriterTest, FilesWithoutATrailer) {
+// A file that ends in no trailer starts afresh; one too short for a trailer is written over.
+TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldestShare) {
   WriteFileBytes(dir_.PathOf("damaged.log"), std::string(100, 'z'));
   const std::string damaged = Open(writer, "damaged.log");
   EXPECT_EQ(fs::file_size(damaged) + writer.GetSize(), 0u);
@@ -160,22 +153,19 @@ TEST_F(LogWriterTest, FilesWithoutATrailer) {
 
   CLogWriter fresh;  // one that never held a trailer
   WriteFileBytes(dir_.PathOf("short.log"), std::string(50, 's'));
-  const std::string path = Open(fresh, "short.log");
-  EXPECT_EQ(fs::file_size(path) + fresh.GetSize(), 100u);
+  const std::string shortLog = Open(fresh, "short.log");
+  EXPECT_EQ(fs::file_size(shortLog) + fresh.GetSize(), 100u);
   ASSERT_TRUE(fresh.Write(1, "abc", 3, 2));
-  const std::string bytes = ReadFileBytes(path);
+  const std::string bytes = ReadFileBytes(shortLog);
   ASSERT_EQ(bytes.size(), 10u + 3 + 74);
   EXPECT_EQ(bytes.substr(10, 3), "abc");
   EXPECT_EQ(fresh.GetSize(), 50u + 13);
-  // No trailer was ever loaded or made for this file, so the one behind the record is the
-  // writer's blank one with its count raised: the next open finds no magic and starts afresh.
+  // Behind the record the writer's blank trailer, count raised: the next open finds no magic.
   EXPECT_EQ(std::make_pair(logtest::U32(bytes, 13, 2), logtest::U32(bytes, 17)), std::make_pair(0u, 1u));
   fresh.Close();
   ASSERT_TRUE(fresh.OpenFile());
-  EXPECT_EQ(fs::file_size(path), 0u);
-}
+  EXPECT_EQ(fs::file_size(shortLog), 0u);
 
-TEST_F(LogWriterTest, CompactionDropsTheOldestShareRoundedDown) {
   // Nine records of 18 bytes stay below the limit; the tenth reaches it and drops 20 % of ten.
   const std::string path = Open(writer, "compact.log", 10 * 18, 1);
   for (int i = 0; i < 10; ++i) writer.WriteFormat(1, 0, "record %d", i);

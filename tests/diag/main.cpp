@@ -1,5 +1,4 @@
-// The log writer suite's main. Started with "--second-writer PATH", the program is instead the
-// second writer the sharing test needs in another process.
+// With "--second-writer PATH" the program is the other process the sharing test needs.
 #include <deskaid/diag/log_writer.h>
 
 #include <gtest/gtest.h>

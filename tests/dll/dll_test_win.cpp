@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-// The DLL loads as a host loads it, built for the host's own width (PE32 for 32-bit, PE32+ for
-// 64-bit hosts), and exports nothing, not even the names a host might guess at.
+// Built for the host's own width, and exporting nothing, not even the names a host might guess.
 TEST(DeskaidDll, LoadsAndExportsNothing) {
   HMODULE module = LoadLibraryA("deskaid.dll");
   ASSERT_NE(module, nullptr) << GetLastError();

@@ -20,8 +20,7 @@ const std::string kEol = "\r\r\n";  // the explicit 13 10 through a text-mode st
 const std::string kEol = "\r\n";
 #endif
 
-// "MM-DD hh:mm:ss" of a record time, from the C library directly. A time it cannot convert
-// (past 2038 with a 32-bit time_t) is printed from an all-zero date.
+// A time localtime cannot convert (past 2038 with a 32-bit time_t) prints from an all-zero date.
 std::string Stamp(uint32_t seconds) {
   std::time_t t = static_cast<std::time_t>(seconds);
   char text[32] = "01-00 00:00:00";
@@ -31,11 +30,25 @@ std::string Stamp(uint32_t seconds) {
   return text;
 }
 
+// Makes `zone` the local zone, or with nullptr the program's own; false where no zone can be set.
+bool UseZone(const char* zone) {
+#ifdef _WIN32
+  return zone == nullptr;
+#else
+  static const char* const initial = std::getenv("TZ");
+  static const std::string saved = initial != nullptr ? initial : "";
+  if (zone != nullptr || initial != nullptr) setenv("TZ", zone != nullptr ? zone : saved.c_str(), 1);
+  else unsetenv("TZ");
+  tzset();
+  return true;
+#endif
+}
+
 std::string Line(const std::string& message, uint8_t level = 2, uint32_t time = 1709647629) {
   return std::to_string(level) + " " + Stamp(time) + "\t" + message + kEol;
 }
 
-// Builds a log file byte by byte, the way the writer lays it out.
+// A log file laid out byte by byte, as the writer lays it out.
 struct LogBuilder {
   LogBuilder() {
     m_trailer = LogTrailer{kLogTrailerMagic, kLogKeyCount, 0, 3, 5, {}};
@@ -66,7 +79,6 @@ struct LogBuilder {
 
 class LogExport : public ::testing::Test {
  protected:
-  // Converts a log of `bytes`, expecting the conversion to succeed or not; the text it gave.
   std::string Convert(const std::string& bytes, bool succeeds = true, const char* image = nullptr) {
     WriteFileBytes(m_log, bytes);
     EXPECT_EQ(ConvertLogToText(m_log.c_str(), m_text.c_str(), image), succeeds);
@@ -97,8 +109,7 @@ TEST_F(LogExport, MarkersNeedEightCharactersFailedLookupsRepeatTheLastNameAndOpt
             Line("x  before any success") + Line("call " + name + " ok") + Line("[123] x") +
                 Line("miss " + name + " here") + Line("two " + name + " and [" + probe + "]") +
                 Line("open [" + probe + " unclosed") + Line("lower " + name));
-  // Without an image the brackets are never looked at, and no symbol options are set; with one
-  // the conversion adds its options and leaves them.
+  // Without an image no brackets are read and no symbol options set; with one they are left set.
   CSymbolEngine engine;
   const uint32_t saved = engine.SetOptions(0x00000002);
   EXPECT_EQ(Convert(LogBuilder().Add("[" + probe + "]").Bytes()), Line("[" + probe + "]"));
@@ -108,8 +119,7 @@ TEST_F(LogExport, MarkersNeedEightCharactersFailedLookupsRepeatTheLastNameAndOpt
   engine.SetOptions(saved);
 }
 
-// Bodies under one key share its keystream; ever longer bodies must still decipher exactly, and
-// print up to their first NUL. A key index of 16 and beyond means a plain body.
+// Bodies under one key share its keystream; each must still decipher from its own start.
 TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
   LogBuilder builder;
   builder.Add("under key 15", 15, 4).Add("plain", kLogPlainBody, 8).Add("no key 16", 16);
@@ -125,8 +135,7 @@ TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
   EXPECT_EQ(Convert(builder.Bytes()), expected);
 }
 
-// Without a valid trailer nothing is converted and no date read; a damaged record area converts
-// what lies whole before the trailer and fails.
+// A damaged record area converts what lies whole before the trailer, and fails.
 TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   EXPECT_EQ(Convert(LogBuilder().Bytes()), "");  // a valid trailer, no records
   EXPECT_EQ(Convert(LogBuilder().Add("record").Magic(0x5157).Bytes(), false), "");
@@ -149,12 +158,11 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   std::remove(m_log.c_str());
   EXPECT_FALSE(ConvertLogToText(m_log.c_str(), m_text.c_str(), nullptr));
 
-  // ReadLogStamp gives the trailer's date.
   uint32_t month = 99, day = 99;
   WriteFileBytes(m_log, LogBuilder().Add("x").Bytes());
   EXPECT_TRUE(ReadLogStamp(m_log.c_str(), month, day));
   EXPECT_EQ(month * 100 + day, 305u);
-  // A bad trailer, a short or missing file or no name gives false and clears both.
+  // Any failure clears both.
   WriteFileBytes(m_log, LogBuilder().Add("x").Magic(0).Bytes());
   WriteFileBytes(m_text, "short");
   const std::string missing = m_dir.PathOf("missing.log");
@@ -166,8 +174,7 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   }
 }
 
-// The converter converts local time once per minute; every stamp must still equal localtime's,
-// also across offset changes and in zones with odd offsets.
+// The converter calls localtime once per minute; across offset changes and odd offsets too.
 TEST_F(LogExport, StampsEqualLocaltimeInEveryZone) {
   std::mt19937 random(7);
   std::vector<uint32_t> times;
@@ -178,26 +185,15 @@ TEST_F(LogExport, StampsEqualLocaltimeInEveryZone) {
   LogBuilder builder;
   for (uint32_t t : times) builder.Add("m", kLogPlainBody, 1, t);
   const std::string bytes = builder.Bytes();
-  std::vector<const char*> zones = {nullptr};  // the local zone first
-#ifndef _WIN32
-  zones.insert(zones.end(), {"Europe/Berlin", "Africa/Monrovia", "Australia/Lord_Howe"});
-  const char* saved = std::getenv("TZ");
-  const std::string restore = saved != nullptr ? saved : "";
-#endif
-  for (const char* zone : zones) {
-#ifndef _WIN32
-    if (zone != nullptr) setenv("TZ", zone, 1);
-    tzset();
-#endif
+  for (const char* zone : {static_cast<const char*>(nullptr), "Europe/Berlin", "Africa/Monrovia",
+                           "Australia/Lord_Howe"}) {
+    if (!UseZone(zone)) continue;
     SCOPED_TRACE(zone != nullptr ? zone : "the local zone");
     std::string expected;
     for (uint32_t t : times) expected += Line("m", 1, t);
     EXPECT_EQ(Convert(bytes), expected);
   }
-#ifndef _WIN32
-  if (saved != nullptr) setenv("TZ", restore.c_str(), 1); else unsetenv("TZ");
-  tzset();
-#endif
+  UseZone(nullptr);
 }
 
 }  // namespace

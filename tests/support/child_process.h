@@ -18,8 +18,7 @@ struct ChildExit {
   unsigned long code = 0;  // the exit code; on POSIX the signal that ended the child, if one did
 };
 
-// Runs `program` with `args` (in the host's code page), calls `whileRunning` once it has started,
-// then waits up to `ms` milliseconds; on POSIX a hung child is left to the test's timeout.
+// Args in the host's code page; on POSIX a hung child is left to the test's timeout, not `ms`.
 inline ChildExit RunChildProcess(const std::string& program, const std::vector<std::string>& args,
                                  unsigned ms, const std::function<void()>& whileRunning = nullptr) {
   ChildExit result;

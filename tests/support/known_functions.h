@@ -1,5 +1,4 @@
-// Functions of the test program whose names, lines and call chain the tests know, so that
-// addresses inside this very program can be resolved and checked.
+// Functions whose names, lines and call chain the tests know, to resolve addresses against.
 #pragma once
 
 #include <deskaid/diag/symbol_engine.h>
@@ -12,15 +11,13 @@ inline uint64_t ProbeAddress() { return reinterpret_cast<uintptr_t>(&ExportProbe
 
 std::string OwnExecutablePath();
 
-// Walks made in WalkChainInner, called by WalkChainMiddle, called by WalkChainOuter, skipping
-// 0, 2 and -5 frames.
+// Walks from WalkChainInner (via Middle and Outer), skipping 0, 2 and -5 frames.
 struct WalkResults {
   std::vector<StackFrameEntry> skip0, skip2, skipNegative;
 };
 WalkResults WalkThroughKnownChain(CSymbolEngine& engine);
 
 #ifndef _WIN32
-// A walk from registers given by the caller: ContextChainInner's own frame, reached through
-// ContextChainOuter.
+// A walk from ContextChainInner's own registers, reached through ContextChainOuter.
 std::vector<StackFrameEntry> WalkFromOwnContext(CSymbolEngine& engine);
 #endif

@@ -1,6 +1,4 @@
-// A directory of one test's own: named after the running process and the current test, created
-// empty and removed with the object. Every test that touches files works in one, so that CTest
-// can run the tests of every suite in parallel without two of them sharing a file.
+// A directory of one test's own, so that CTest can run tests in parallel without sharing a file.
 #pragma once
 
 #include <gtest/gtest.h>
