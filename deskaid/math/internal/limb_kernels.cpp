@@ -610,7 +610,7 @@ bool ProcessorHasSse2() {
 // Chosen on first use, as on x86-64.
 Limb (*&ActiveAddMul1())(Limb*, const Limb*, size_t, Limb) {
   static Limb (*row)(Limb*, const Limb*, size_t, Limb) =
-      ProcessorHasSse2() ? AddMul1Split : AddMul1Plain;
+      WideRowsAvailable() ? AddMul1Split : AddMul1Plain;
   return row;
 }
 
