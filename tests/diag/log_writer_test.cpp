@@ -20,9 +20,7 @@ namespace {
 
 // This program as the second writer (main.cpp) on `path`: 3 when refused, 4 when it wrote.
 int RunSecondWriter(const std::string& path) {
-  char exe[deskaid::kMaxPath];
-  deskaid::platform::ExecutablePath(exe, sizeof exe);
-  return static_cast<int>(RunChildProcess(exe, {"--second-writer", path}, 60000).code);
+  return static_cast<int>(RunChildProcess(OwnExecutablePath(), {"--second-writer", path}, 60000).code);
 }
 
 class LogWriterTest : public ::testing::Test {
@@ -137,9 +135,7 @@ TEST_F(LogWriterTest, ClosedWriterBadArgumentsMaxSizeAndPaths) {
   EXPECT_EQ(writer.GetSize(), 0u);
   writer.Close();
 
-  char exe[260];  // a bare name goes beside the executable
-  ASSERT_TRUE(deskaid::platform::ExecutablePath(exe, sizeof exe));
-  std::string expected = exe;
+  std::string expected = OwnExecutablePath();  // a bare name goes beside the executable
   expected.erase(expected.rfind(deskaid::platform::kPathSeparator) + 1) += "deskaid-bare-name.log";
   ASSERT_TRUE(writer.Open("deskaid-bare-name.log", 0xFFFFFFFF, 0, 20));
   EXPECT_EQ(writer.GetPath(), expected);

@@ -10,6 +10,8 @@
 #include <string>
 #include <system_error>
 
+#include <deskaid/common/internal/platform.h>
+
 class ScratchDir {
  public:
   // Named after the test; made anew, so no other process (another build tree's too) can share it.
@@ -33,6 +35,13 @@ class ScratchDir {
   std::filesystem::path path_;
   std::error_code ignored_;
 };
+
+// This program's own path.
+inline std::string OwnExecutablePath() {
+  char path[deskaid::kMaxPath];
+  deskaid::platform::ExecutablePath(path, sizeof path);
+  return path;
+}
 
 // A whole file as bytes ("" for a file that cannot be read), and a file made of `bytes`.
 inline std::string ReadFileBytes(const std::string& path) {
