@@ -168,9 +168,7 @@ TEST(SymbolEngine, StackWalkStartsInsideItselfOrAtGivenRegistersAndSkipsWalkedFr
   ASSERT_EQ(walks.skip2.size(), walks.skip0.size() - 2);
   EXPECT_EQ(FrameNames(engine, walks.skip2)[0], "WalkChainMiddle");
   EXPECT_EQ(walks.skip2[0].pc, walks.skip0[2].pc);
-  ASSERT_EQ(walks.skipNegative.size(), walks.skip0.size());
-  EXPECT_NE(FrameNames(engine, walks.skipNegative)[0].find("StackWalk"), std::string::npos);
-  EXPECT_EQ(walks.skipNegative[2].pc, walks.skip0[2].pc);
+  EXPECT_EQ(FrameNames(engine, walks.skipNegative), names);
 
 #ifndef _WIN32  // from given registers the walk follows their frame chain
   std::vector<StackFrameEntry> frames = WalkFromOwnContext(engine);
