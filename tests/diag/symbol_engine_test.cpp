@@ -41,10 +41,8 @@ TEST(SymbolEngine, RefusesUntilInitialisedAndStaysBoundToItsFirstProcess) {
   ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
   EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
   EXPECT_EQ(engine.GetLastError(), kBadArgument) << "a repeated Initialize sets no error";
-  EXPECT_FAILS_WITH(engine.LoadModule(SymHandle(nullptr), 0x400000, 0), kBadArgument);
-#ifdef _WIN32
-  EXPECT_FAILS_WITH(engine.LoadModule(INVALID_HANDLE_VALUE, 0x400000, 0), kBadArgument);
-#endif
+  for (SymHandle noFile : {SymHandle(nullptr), reinterpret_cast<SymHandle>(intptr_t(-1))})
+    EXPECT_FAILS_WITH(engine.LoadModule(noFile, 0x400000, 0), kBadArgument);
   EXPECT_FAILS_WITH(engine.UnloadModule(0), kBadArgument);
   SymHandle other = reinterpret_cast<SymHandle>(static_cast<uintptr_t>(0x1234));
   EXPECT_FAILS_WITH(engine.Initialize(other, nullptr, 0, 0), kNotInitialized);
