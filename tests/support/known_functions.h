@@ -9,8 +9,6 @@ extern const int kProbeLine;  // the source line of ExportProbeTarget's body
 
 inline uint64_t ProbeAddress() { return reinterpret_cast<uintptr_t>(&ExportProbeTarget); }
 
-std::string OwnExecutablePath();
-
 // Walks from WalkChainInner (via Middle and Outer), skipping 0, 2 and -5 frames.
 struct WalkResults {
   std::vector<StackFrameEntry> skip0, skip2, skipNegative;

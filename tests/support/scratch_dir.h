@@ -10,28 +10,20 @@
 #include <string>
 #include <system_error>
 
-#ifdef _WIN32
-#include <process.h>
-#else
-#include <unistd.h>
-#endif
+#include <deskaid/common/internal/platform.h>
 
 class ScratchDir {
  public:
+  // Named after the test; made anew, so no other process (another build tree's too) can share it.
   ScratchDir() {
-    static int counter = 0;
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-#ifdef _WIN32
-    std::string name = "deskaid-" + std::to_string(_getpid());
-#else
-    std::string name = "deskaid-" + std::to_string(getpid());
-#endif
-    name += "-" + std::to_string(++counter);
+    std::string name = "deskaid";
     if (info != nullptr) name += std::string("-") + info->test_suite_name() + "-" + info->name();
     std::replace(name.begin(), name.end(), '/', '_');  // parameterised names carry a slash
-    path_ = std::filesystem::temp_directory_path() / name;
-    std::filesystem::remove_all(path_, ignored_);
-    std::filesystem::create_directories(path_);
+    for (int n = 0; n < 10000; ++n) {
+      path_ = std::filesystem::temp_directory_path() / (name + "-" + std::to_string(n));
+      if (std::filesystem::create_directory(path_, ignored_)) break;
+    }
   }
   ~ScratchDir() { std::filesystem::remove_all(path_, ignored_); }
   ScratchDir(const ScratchDir&) = delete;
@@ -43,6 +35,13 @@ class ScratchDir {
   std::filesystem::path path_;
   std::error_code ignored_;
 };
+
+// This program's own path.
+inline std::string OwnExecutablePath() {
+  char path[deskaid::kMaxPath];
+  deskaid::platform::ExecutablePath(path, sizeof path);
+  return path;
+}
 
 // A whole file as bytes ("" for a file that cannot be read), and a file made of `bytes`.
 inline std::string ReadFileBytes(const std::string& path) {
