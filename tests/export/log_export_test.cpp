@@ -111,7 +111,8 @@ TEST_F(LogExport, MarkersNeedEightCharactersFailedLookupsRepeatTheLastNameAndOpt
                 Line("open [" + probe + " unclosed") + Line("lower " + name));
   // Without an image no brackets are read and no symbol options set; with one they are left set.
   CSymbolEngine engine;
-  const uint32_t saved = engine.SetOptions(0x00000002);
+  const uint32_t saved = engine.GetOptions();
+  engine.SetOptions(0x00000002);
   EXPECT_EQ(Convert(LogBuilder().Add("[" + probe + "]").Bytes()), Line("[" + probe + "]"));
   EXPECT_EQ(engine.GetOptions(), 0x00000002u);
   Convert(LogBuilder().Bytes(), true, m_image.c_str());
