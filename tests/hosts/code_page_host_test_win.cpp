@@ -67,14 +67,21 @@ std::string Host(const std::wstring& wide, bool whole = true) {
   return bytes;
 }
 
-std::wstring WithoutAmpersand(std::wstring text) {
-  text.erase(std::remove(text.begin(), text.end(), L'&'), text.end());
-  return text;
-}
-
 std::string ReadFileW(const std::wstring& path) {
   std::ifstream in(std::filesystem::path(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
+std::string Cut(const std::wstring& wide, size_t limit) {
+  std::string kept;
+  for (size_t i = 0, units; i < wide.size(); i += units) {
+    units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
+    const std::string one = Host(wide.substr(i, units), false);
+    if (kept.size() + one.size() > limit) break;
+    kept += one;
+  }
+  return kept;
 }
 
 }  // namespace
@@ -93,6 +100,8 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
   const std::string text = Host(s.text), caption = Host(s.caption);
   const std::wstring row =
       std::wstring(s.buttons[0]) + L"   " + s.buttons[1] + L"   " + s.buttons[2];
+  std::wstring copied = row;  // the copy lists the captions without their access-key marks
+  copied.erase(std::remove(copied.begin(), copied.end(), L'&'), copied.end());
   EXPECT_EQ(msgbox_test::Drive(caption.c_str(), MB_OK, &p, [&](HWND dialog) {
     HWND message = GetDlgItem(dialog, ID_FIRSTTEXT);
     EXPECT_EQ(TextOf(dialog), s.caption);
@@ -108,7 +117,7 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
         Needed(message, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, room.right);
     EXPECT_TRUE(needed.cx <= room.right && needed.cy <= room.bottom);
     EXPECT_EQ(msgbox_test::CopyOf(dialog),
-              msgbox_test::CopyText(s.caption, s.text, WithoutAmpersand(row)));
+              msgbox_test::CopyText(s.caption, s.text, copied));
     SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
   }, text.c_str()), IDCUSTOM2);
 }
@@ -141,54 +150,20 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
             left + Needed(control, s.link, DT_WORDBREAK, client.right - left).cx);
 }
 
-// A log in a folder of the host's characters: its file has that name, its record keeps the body's
-// bytes, and the converter writes them out unchanged; the text file, named in the host's
-// characters too, is hashed as its bytes are.
-TEST(CodePageHost, LogPathsBodiesAndExport) {
-  const Samples& s = ForThisHost();
-  ScratchDir scratch;
-  const std::wstring folder = scratch.path().wstring() + L"\\" + s.link;
-  ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
-  const std::wstring log = folder + L"\\" + s.link + L".log", text = log + L".txt";
-  const std::string body = Host(s.body);
-  ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, 1, 20));
-  ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", body.c_str()), 0u);
-  g_LogWriter.Close();
-  EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
-  ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
-  const std::string exported = ReadFileW(text);
-  const size_t tab = exported.find('\t');
-  ASSERT_NE(tab, std::string::npos) << exported;
-  EXPECT_EQ(exported.substr(tab + 1, exported.find('\r', tab) - tab - 1), body);
-  EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
-}
-
-namespace {
-
-// What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
-std::string Cut(const std::wstring& wide, size_t limit) {
-  std::string kept;
-  for (size_t i = 0, units; i < wide.size(); i += units) {
-    units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
-    const std::string one = Host(wide.substr(i, units), false);
-    if (kept.size() + one.size() > limit) break;
-    kept += one;
-  }
-  return kept;
-}
-
-}  // namespace
-
 // Texts cut at a byte limit keep whole characters: in a single-byte code page the cut is made at
 // the limit itself, in UTF-8 a character split there is left out. Debug trace lines (511 bytes),
 // log records (1,023), log paths (259), the message box's text (65,535), title (1,023) and
-// caption slots (99).
+// caption slots (99). The logs lie in a folder of the host's characters and are named in them;
+// the converter writes the record's bytes out unchanged, enciphered or not, and the text file is
+// hashed as its bytes are.
 TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
   const Samples& s = ForThisHost();
   std::string traced;
   SetDebugTraceSink([](const char* line, void* to) { *static_cast<std::string*>(to) = line; },
                     &traced);
   ScratchDir scratch;
+  const std::wstring folder = scratch.path().wstring() + L"\\" + s.link;
+  ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
   bool shortened = false;  // in UTF-8 some cut must fall inside a character
   // Every alignment of the body's characters against the limits.
   const int alignments = static_cast<int>(Host(s.body).size());
@@ -201,15 +176,18 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     DebugTrace("%s", bytes.c_str());
     EXPECT_EQ(traced, Cut(wide, 511));
 
-    const std::wstring log = scratch.path().wstring() + L"\\" + std::to_wstring(pad) + L".log";
-    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, 0, 20));
+    const std::wstring log = folder + L"\\" + s.link + std::to_wstring(pad) + L".log";
+    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, pad % 2, 20));
     ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", bytes.c_str()), 0u);
     g_LogWriter.Close();
+    EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
     const std::wstring text = log + L".txt";
     ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
     const std::string exported = ReadFileW(text);
     const size_t body = exported.find('\t') + 1;
+    ASSERT_NE(body, 0u) << exported;
     EXPECT_EQ(exported.substr(body, exported.find('\r', body) - body), Cut(wide, 1023));
+    EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
 
     // A log path too long for its buffer is cut the same way (the file is not opened then).
     const std::wstring longPath = scratch.path().wstring() + L"\\" +
