@@ -89,7 +89,8 @@ inline std::wstring CopyOf(HWND dialog) {
   SetForegroundWindow(dialog);
   Sleep(100);
   const DWORD since = GetClipboardSequenceNumber();
-  PressCtrlC();
+  for (BYTE key : {BYTE{VK_CONTROL}, BYTE{'C'}}) keybd_event(key, 0, 0, 0);
+  for (BYTE key : {BYTE{'C'}, BYTE{VK_CONTROL}}) keybd_event(key, 0, KEYEVENTF_KEYUP, 0);
   std::wstring text;
   WaitUntil([&] {
     if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
