@@ -28,11 +28,9 @@ bool Inside(const RECT& inner, const RECT& outer) {
          inner.bottom <= outer.bottom;
 }
 
-RECT In(HWND dialog, HWND control) {  // the control's place in the dialog's client area
+RECT In(HWND dialog, HWND control) {  // the control's place in the dialog's client area, if any
   RECT r{};
-  if (control == nullptr) return r;
-  GetWindowRect(control, &r);
-  MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&r), 2);
+  if (GetWindowRect(control, &r)) MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&r), 2);
   return r;
 }
 
@@ -175,11 +173,9 @@ TEST(HighDpi, LinksFit) {
       return RECT{0, 0, need.cx, need.cy};
     }
     RECT r = linkOf[id - 101]->GetLinkRect();
-    const std::string narrow(text.begin(), text.end());
-    const LinkLabelParts parts = deskaid::ParseTaggedText(narrow.c_str());
-    if (parts.pszAfter != nullptr) {  // drawn from the link's right edge on, in the normal font
-      const SIZE after = Needed(control, std::wstring(parts.pszAfter, parts.pszAfter + parts.cchAfter),
-                                DT_SINGLELINE, 1 << 20);
+    // After a tagged link the rest is drawn from the link's right edge on, in the normal font.
+    if (const size_t close = text.find(L"</A>"); close != std::wstring::npos) {
+      const SIZE after = Needed(control, text.substr(close + 4), DT_SINGLELINE, 1 << 20);
       r.right += after.cx;
       r.bottom = std::max(r.bottom, after.cy);
     }
@@ -191,21 +187,16 @@ TEST(HighDpi, LinksFit) {
 // the setting the prefix had is put back.
 TEST(HighDpi, BoxesFitAtEveryDpi) {
   if (std::getenv(kChildVariable) != nullptr) GTEST_SKIP() << "the program started for one DPI";
-  HKEY key;
-  ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, kDesktopKey, 0, nullptr, 0, KEY_ALL_ACCESS,
-                            nullptr, &key, nullptr),
-            ERROR_SUCCESS);
   DWORD saved = 0, size = sizeof saved;
-  const bool hadValue =
-      RegQueryValueExA(key, "LogPixels", nullptr, nullptr, reinterpret_cast<BYTE*>(&saved),
-                       &size) == ERROR_SUCCESS;
-  auto set = [key](DWORD dpi) {
-    RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dpi), sizeof dpi);
+  const bool hadValue = RegGetValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels", RRF_RT_REG_DWORD,
+                                     nullptr, &saved, &size) == ERROR_SUCCESS;
+  auto set = [](DWORD dpi) {
+    return RegSetKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels", REG_DWORD, &dpi, sizeof dpi);
   };
   char self[MAX_PATH];
   GetModuleFileNameA(nullptr, self, MAX_PATH);
   for (DWORD dpi : {96, 120, 144, 192}) {
-    set(dpi);
+    EXPECT_EQ(set(dpi), ERROR_SUCCESS);
     SetEnvironmentVariableA(kChildVariable, std::to_string(dpi).c_str());
     // A program that does not end in time is ended, before the setting changes again.
     const ChildExit child =
@@ -215,6 +206,5 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
   }
   SetEnvironmentVariableA(kChildVariable, nullptr);
   if (hadValue) set(saved);
-  else RegDeleteValueA(key, "LogPixels");
-  RegCloseKey(key);
+  else RegDeleteKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels");
 }
