@@ -34,13 +34,7 @@ struct TraceCapture {
 
 // The tests' resource DLL, loaded once from beside the test executable.
 inline HINSTANCE TestResources() {
-  static HINSTANCE module = [] {
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dll(path);
-    dll.erase(dll.find_last_of('\\') + 1) += "msgbox_test_resources.dll";
-    return LoadLibraryA(dll.c_str());
-  }();
+  static HINSTANCE module = LoadLibraryA(BesideThisProgram("msgbox_test_resources.dll").c_str());
   return module;
 }
 
