@@ -130,18 +130,15 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   LinkDialog dialog;
   const std::string target = Host(s.target);
   CHyperLinkEx plain, tagged;
-  HWND control = dialog.AddStatic(target.c_str(), SS_LEFT, 101, {10, 10, 390, 30});
-  ASSERT_TRUE(plain.AttachToWindow(control));
+  HWND control = dialog.Attach(plain, target.c_str(), 0, 101, {10, 10, 390, 30});
   EXPECT_EQ(ToolText(plain.GetToolTip()), s.target);
   RECT client;
   GetClientRect(control, &client);
   EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.target, DT_WORDBREAK, client.right).cx);
 
-  tagged.SetExtendedStyle(LinkStyleUseTags);
   ASSERT_TRUE(tagged.SetTarget(target.c_str()));
-  const std::wstring before = L"Weiter zu ", label = before + L"<a>" + s.link + L"</a> \u00F6ffnen";
-  control = dialog.AddStatic(Host(label).c_str(), SS_LEFT, 102, {10, 40, 390, 60});
-  ASSERT_TRUE(tagged.AttachToWindow(control));
+  const std::wstring before = L"Weiter zu ", label = before + L"<a>" + s.link + L"</A> \u00F6ffnen";
+  control = dialog.Attach(tagged, Host(label).c_str(), LinkStyleUseTags, 102, {10, 40, 390, 60});
   EXPECT_EQ(ToolText(tagged.GetToolTip()), s.target);
   GetClientRect(control, &client);
   const LONG left = Needed(control, before, DT_WORDBREAK, client.right).cx;

@@ -25,18 +25,10 @@ void Click(HWND control, LPARAM down, LPARAM up) {
   ::SendMessageA(control, WM_LBUTTONUP, 0, up);
 }
 
-// A static of the dialog in row `row` (identifier kId + row), attached to `link`.
-HWND Attach(LinkDialog& dialog, CHyperLinkEx& link, const char* text, DWORD linkStyle, int row = 0) {
-  link.SetExtendedStyle(linkStyle);
-  HWND control = dialog.AddStatic(text, SS_LEFT, kId + row, {10, 10 + 30 * row, 250, 30 + 30 * row});
-  EXPECT_TRUE(link.AttachToWindow(control));
-  return control;
-}
-
 TEST(HyperLink, PlainStaticTargetsItsOwnText) {
   LinkDialog dialog;
   CHyperLinkEx link;
-  HWND control = Attach(dialog, link, "http://example.invalid/", 0);
+  HWND control = dialog.Attach(link, "http://example.invalid/", 0, kId);
   EXPECT_EQ(control, link.GetHwnd());  // its target and link rectangle: the host tests
   EXPECT_STREQ("http://example.invalid/", link.GetLabelText());
   EXPECT_NE(0u, ::GetWindowLongA(control, GWL_STYLE) & SS_NOTIFY);
@@ -71,7 +63,7 @@ TEST(HyperLink, PlainStaticTargetsItsOwnText) {
 TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
   LinkDialog dialog;
   CHyperLinkEx link, open, bold;
-  HWND control = Attach(dialog, link, "Visit <A>our site</A> today", LinkStyleUseTags);
+  HWND control = dialog.Attach(link, "Visit <A>our site</A> today", LinkStyleUseTags, kId);
   const RECT r = link.GetLinkRect();  // where it lies is measured in the host tests
   Picture picture = Render(control);
   const COLORREF text = ::GetSysColor(COLOR_BTNTEXT);
@@ -81,10 +73,12 @@ TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
   EXPECT_GE(picture.LongestRun(kBlue), r.right - r.left - 2);  // underlined link
 
   // A label without "</A>" has no link text to draw.
-  HWND unclosed = Attach(dialog, open, "plain <a>never closed", LinkStyleUseTags, 1);
+  HWND unclosed =
+      dialog.Attach(open, "plain <a>never closed", LinkStyleUseTags, kId + 1, {10, 40, 250, 60});
   EXPECT_EQ(0, Render(unclosed).Count(kBlue));
 
-  Picture boldPicture = Render(Attach(dialog, bold, "<A>all link</A>", LinkStyleUseTagsBold, 2));
+  Picture boldPicture = Render(
+      dialog.Attach(bold, "<A>all link</A>", LinkStyleUseTagsBold, kId + 2, {10, 70, 250, 90}));
   EXPECT_EQ(FW_BOLD, Font(bold.GetLinkFont()).lfWeight);
   EXPECT_FALSE(Font(bold.GetLinkFont()).lfUnderline);
   EXPECT_EQ(0, bold.GetLinkRect().left);
@@ -96,10 +90,7 @@ TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
 // only when the target opens; or by WM_COMMAND or NM_CLICK to the parent, which need no target
 // and leave it unvisited. A disabled link is grey, visited or not.
 TEST(HyperLink, KeysFollowTheLinkInEachMode) {
-  char self[MAX_PATH] = {};
-  ASSERT_GT(::GetModuleFileNameA(nullptr, self, MAX_PATH), 0u);
-  std::string probe(self);
-  probe = probe.substr(0, probe.find_last_of('\\') + 1) + "link_target_probe.exe";
+  const std::string probe = BesideThisProgram("link_target_probe.exe");
   const std::string marker = probe + ".marker";
   ::DeleteFileA(marker.c_str());
   const struct {
@@ -118,7 +109,7 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
     LinkDialog dialog;
     CHyperLinkEx link;
     if (m.target != nullptr) link.SetTarget(m.target);
-    HWND control = Attach(dialog, link, "follow", m.style);
+    HWND control = dialog.Attach(link, "follow", m.style, kId);
     EXPECT_EQ(DLGC_WANTCHARS, ::SendMessageA(control, WM_GETDLGCODE, 0, 0));
     for (int key : {VK_RETURN, VK_SPACE, int{'a'}, VK_TAB})
       ::SendMessageA(control, WM_CHAR, key, 0);
@@ -152,7 +143,7 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
 TEST(HyperLink, MouseClickNeedsPressAndReleaseInsideTheLink) {
   LinkDialog dialog;
   CHyperLinkEx link;
-  HWND control = Attach(dialog, link, "click", LinkStyleCommandButton);
+  HWND control = dialog.Attach(link, "click", LinkStyleCommandButton, kId);
   const LPARAM inside = MAKELPARAM(3, 3), outside = MAKELPARAM(200, 3);
   ::SendMessageA(control, WM_LBUTTONDOWN, MK_LBUTTON, inside);
   EXPECT_EQ(control, ::GetCapture());
@@ -180,7 +171,7 @@ TEST(HyperLink, UnderlineHoverSwitchesFontsInAndOut) {
   LinkDialog dialog;
   CHyperLinkEx link;
   link.SetTarget("http://example.invalid/");
-  HWND control = Attach(dialog, link, "hover me", LinkStyleUnderlineHover);
+  HWND control = dialog.Attach(link, "hover me", LinkStyleUnderlineHover, kId);
   const int width = link.GetLinkRect().right;
   EXPECT_LT(Render(control).LongestRun(kBlue), width / 2);
   ::SendMessageA(control, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));

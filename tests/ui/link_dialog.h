@@ -41,6 +41,14 @@ class LinkDialog {
     ::SendMessageA(control, WM_SETFONT, ::SendMessageA(m_hWnd, WM_GETFONT, 0, 0), FALSE);
     return control;
   }
+  // A left-aligned static attached to `link`, given `linkStyle` first.
+  HWND Attach(CHyperLinkEx& link, const char* text, DWORD linkStyle, int id,
+              RECT r = {10, 10, 250, 30}) {
+    link.SetExtendedStyle(linkStyle);
+    HWND control = AddStatic(text, SS_LEFT, id, r);
+    EXPECT_TRUE(link.AttachToWindow(control));
+    return control;
+  }
 
  private:
   static INT_PTR CALLBACK Proc(HWND, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -96,12 +104,7 @@ inline Picture Render(HWND control) {
   RECT client;
   ::GetClientRect(control, &client);
   Picture picture{client.right, client.bottom, {}};
-  BITMAPINFO info = {};
-  info.bmiHeader.biSize = sizeof(info.bmiHeader);
-  info.bmiHeader.biWidth = client.right;
-  info.bmiHeader.biHeight = -client.bottom;  // top-down
-  info.bmiHeader.biPlanes = 1;
-  info.bmiHeader.biBitCount = 32;
+  BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), client.right, -client.bottom, 1, 32}};  // top-down
   void* bits = nullptr;
   HDC dc = ::CreateCompatibleDC(nullptr);
   HBITMAP bitmap = ::CreateDIBSection(dc, &info, DIB_RGB_COLORS, &bits, nullptr, 0);

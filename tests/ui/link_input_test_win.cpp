@@ -18,30 +18,22 @@ const char kSettings[] = "Software\\Microsoft\\Internet Explorer\\Settings";
 // are otherwise absent (the other tests need the default colours), and removes them afterwards.
 class BrowserColours : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExA(HKEY_CURRENT_USER, kSettings, 0, nullptr, 0,
-                                               KEY_ALL_ACCESS, nullptr, &m_key, nullptr));
-  }
   void TearDown() override {
-    for (const char* name : kNames) ::RegDeleteValueA(m_key, name);
-    ::RegCloseKey(m_key);
+    for (const char* name : kNames) ::RegDeleteKeyValueA(HKEY_CURRENT_USER, kSettings, name);
   }
   void Set(int which, DWORD type, const void* data, DWORD size) {
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExA(m_key, kNames[which], 0, type,
-                                              static_cast<const BYTE*>(data), size));
+    ASSERT_EQ(ERROR_SUCCESS,
+              ::RegSetKeyValueA(HKEY_CURRENT_USER, kSettings, kNames[which], type, data, size));
   }
   // The link and visited colours a freshly attached control ends up with.
   std::pair<COLORREF, COLORREF> Attach() {
     CHyperLinkEx link;
-    HWND control = m_dialog.AddStatic("colours", SS_LEFT, 1);
-    EXPECT_TRUE(link.AttachToWindow(control));
-    ::DestroyWindow(control);
+    ::DestroyWindow(m_dialog.Attach(link, "colours", 0, 1));
     return {link.GetLinkColor(), link.GetVisitedColor()};
   }
 
   static constexpr const char* kNames[2] = {"Anchor Color", "Anchor Color Visited"};
   LinkDialog m_dialog;
-  HKEY m_key = nullptr;
 };
 
 // A valid text replaces its default: each component read as a decimal (leading blanks and
