@@ -135,8 +135,7 @@ TEST(MessageDialogTemplate, LayoutSizes) {
                  three = Build("Hello there", MB_YESNOCANCEL);
   ASSERT_EQ(two.ids, (std::vector<int>{1001, 1, 2}));
   EXPECT_EQ(two.cx, three.cx);
-  EXPECT_EQ(two.items[1].x, three.items[1].x);
-  EXPECT_EQ(two.items[2].x, three.items[2].x);
+  for (int k : {1, 2}) EXPECT_EQ(two.items[k].x, three.items[k].x);
 }
 
 // A named icon loads but is neither shown nor given room; an id that does not load keeps its room
