@@ -13,12 +13,12 @@
 
 class LinkDialog {
  public:
-  // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK. Zeroed by each dialog.
+  // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK, and the sender of the last
+  // one with its identifier (for WM_COMMAND the whole WPARAM). Zeroed by each dialog.
   struct Record {
     int commands, notifies;
-    WPARAM commandWParam;
-    LPARAM commandLParam;
-    NMHDR notify;
+    HWND from;
+    UINT_PTR id;
   };
   static inline Record record;
 
@@ -52,14 +52,11 @@ class LinkDialog {
 
  private:
   static INT_PTR CALLBACK Proc(HWND, UINT message, WPARAM wParam, LPARAM lParam) {
+    const NMHDR* notify = reinterpret_cast<const NMHDR*>(lParam);
     if (message == WM_COMMAND && lParam != 0) {
-      ++record.commands;
-      record.commandWParam = wParam;
-      record.commandLParam = lParam;
-    } else if (message == WM_NOTIFY &&
-               reinterpret_cast<const NMHDR*>(lParam)->code == static_cast<UINT>(NM_CLICK)) {
-      ++record.notifies;
-      record.notify = *reinterpret_cast<const NMHDR*>(lParam);
+      record = {record.commands + 1, record.notifies, reinterpret_cast<HWND>(lParam), wParam};
+    } else if (message == WM_NOTIFY && notify->code == static_cast<UINT>(NM_CLICK)) {
+      record = {record.commands, record.notifies + 1, notify->hwndFrom, notify->idFrom};
     }
     return message == WM_INITDIALOG || message == WM_NOTIFY || (message == WM_COMMAND && lParam);
   }
