@@ -160,10 +160,8 @@ TEST(HighDpi, LinksFit) {
   CheckControls(dialog.hwnd(), [&](HWND control, const RECT&) {
     const std::wstring text = TextOf(control);
     const int id = GetDlgCtrlID(control);
-    if (id == 100) {
-      const SIZE need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-      return RECT{0, 0, need.cx, need.cy};
-    }
+    const SIZE label = Needed(control, text, DT_SINGLELINE, 1 << 20);
+    if (id == 100) return RECT{0, 0, label.cx, label.cy};
     RECT r = linkOf[id - 101]->GetLinkRect();
     // After a tagged link the rest is drawn from the link's right edge on, in the normal font.
     if (const size_t close = text.find(L"</A>"); close != std::wstring::npos) {

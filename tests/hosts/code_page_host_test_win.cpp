@@ -63,11 +63,6 @@ std::string Host(const std::wstring& wide, bool whole = true) {
   return bytes;
 }
 
-std::string ReadFileW(const std::wstring& path) {
-  std::ifstream in(std::filesystem::path(path), std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
 std::string Cut(const std::wstring& wide, size_t limit) {
   std::string kept;
@@ -176,7 +171,8 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
     const std::wstring text = log + L".txt";
     ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
-    const std::string exported = ReadFileW(text);
+    std::ifstream file(std::filesystem::path(text), std::ios::binary);
+    const std::string exported{std::istreambuf_iterator<char>(file), {}};
     const size_t body = exported.find('\t') + 1;
     ASSERT_NE(body, 0u) << exported;
     EXPECT_EQ(exported.substr(body, exported.find('\r', body) - body), Cut(wide, 1023));

@@ -5,11 +5,9 @@
 #include <windows.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <deskaid/diag/debug_trace.h>
 #include <deskaid/msgbox/message_dialog.h>
@@ -20,16 +18,11 @@ namespace msgbox_test {
 
 // Collects every DebugTrace line while alive.
 struct TraceCapture {
-  std::vector<std::string> lines;
+  std::string text;
   TraceCapture() {
-    SetDebugTraceSink([](const char* l, void* c) {
-      static_cast<TraceCapture*>(c)->lines.push_back(l);
-    }, this);
+    SetDebugTraceSink([](const char* l, void* c) { static_cast<TraceCapture*>(c)->text += l; }, this);
   }
   ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
-  bool Has(const std::string& l) const {
-    return std::find(lines.begin(), lines.end(), l) != lines.end();
-  }
 };
 
 // The tests' resource DLL, loaded once from beside the test executable.

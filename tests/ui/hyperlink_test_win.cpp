@@ -14,17 +14,11 @@ namespace {
 const COLORREF kBlue = RGB(0, 0, 255), kPurple = RGB(128, 0, 128);
 const int kId = 1001;
 
-LOGFONTA Font(HFONT font) {
-  LOGFONTA lf = {};
-  EXPECT_EQ(static_cast<int>(sizeof(lf)), ::GetObjectA(font, sizeof(lf), &lf));
-  return lf;
-}
-
 TEST(HyperLink, PlainStaticTargetsItsOwnText) {
   LinkDialog dialog;
   CHyperLinkEx link;
+  // Its target, tooltip and link rectangle: the host tests.
   HWND control = dialog.Attach(link, "http://example.invalid/", 0, kId);
-  EXPECT_EQ(control, link.GetHwnd());  // its target and link rectangle: the host tests
   EXPECT_STREQ("http://example.invalid/", link.GetLabelText());
   EXPECT_NE(0u, ::GetWindowLongA(control, GWL_STYLE) & SS_NOTIFY);
   EXPECT_EQ(LinkStatePaintLabel | LinkStateOwnsFont, link.GetState());
@@ -74,8 +68,9 @@ TEST(HyperLink, TaggedLabelDrawsOnlyTheLinkInLinkColour) {
 
   Picture boldPicture = Render(
       dialog.Attach(bold, "<A>all link</A>", LinkStyleUseTagsBold, kId + 2, {10, 70, 250, 90}));
-  EXPECT_EQ(FW_BOLD, Font(bold.GetLinkFont()).lfWeight);
-  EXPECT_FALSE(Font(bold.GetLinkFont()).lfUnderline);
+  LOGFONTA font = {};  // bold; not underlined, as the short runs below show
+  ASSERT_EQ(int{sizeof font}, ::GetObjectA(bold.GetLinkFont(), sizeof font, &font));
+  EXPECT_EQ(FW_BOLD, font.lfWeight);
   EXPECT_EQ(0, bold.GetLinkRect().left);
   EXPECT_GT(boldPicture.Count(kBlue), 20);
   EXPECT_LT(boldPicture.LongestRun(kBlue), bold.GetLinkRect().right - 4);
