@@ -100,8 +100,8 @@ void CheckBox(HWND dialog, Row align) {
   RECT client;
   GetClientRect(dialog, &client);
   const int left = row.front().left, right = client.right - row.back().right;
-  if (align == kRight) EXPECT_LT(right + slack, left);
-  if (align == kCentred) EXPECT_NEAR(left, right, slack);
+  EXPECT_TRUE(align != kRight || right + slack < left) << left << ", " << right;
+  EXPECT_TRUE(align != kCentred || std::abs(left - right) <= slack) << left << ", " << right;
   for (int id : {IDCANCEL, IDOK, IDCUSTOM1}) PostMessageA(dialog, WM_COMMAND, id, 0);
 }
 
@@ -122,10 +122,7 @@ TEST(HighDpi, BoxesFit) {
   std::string words;  // many short words: wrapped close to the widest line the box allows
   for (int i = 0; i < 300; ++i) words += "ab ";
   const struct {
-    const char *title, *text;
-    unsigned style;
-    const MessageDialogParams* p;
-    Row align;
+    const char *title, *text; unsigned style; const MessageDialogParams* p; Row align;
   } boxes[] = {
       {"Import finished", "212 records were imported; 3 were skipped because their dates could "
        "not be read.", MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN, &report,
@@ -181,7 +178,8 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
   const bool hadValue = RegGetValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels", RRF_RT_REG_DWORD,
                                      nullptr, &saved, &size) == ERROR_SUCCESS;
   auto set = [](DWORD dpi) {
-    return RegSetKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels", REG_DWORD, &dpi, sizeof dpi);
+    return RegSetKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels", REG_DWORD, &dpi,
+                           sizeof dpi);
   };
   char self[MAX_PATH];
   GetModuleFileNameA(nullptr, self, MAX_PATH);

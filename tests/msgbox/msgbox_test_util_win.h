@@ -20,7 +20,8 @@ namespace msgbox_test {
 struct TraceCapture {
   std::string text;
   TraceCapture() {
-    SetDebugTraceSink([](const char* l, void* c) { static_cast<TraceCapture*>(c)->text += l; }, this);
+    SetDebugTraceSink([](const char* l, void* to) { static_cast<TraceCapture*>(to)->text += l; },
+                      this);
   }
   ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
 };

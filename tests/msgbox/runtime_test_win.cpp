@@ -64,13 +64,12 @@ TEST(MessageDialogRuntime, Countdown) {
   p.nTimeoutSeconds = 3;
   std::vector<std::wstring> seen;
   const DWORD start = GetTickCount();
-  unsigned result = Drive("Countdown", MB_OKCANCEL, &p, [&](HWND dialog) {
+  EXPECT_EQ(Drive("Countdown", MB_OKCANCEL, &p, [&](HWND dialog) {
     for (std::wstring text; IsWindow(dialog); Sleep(20))
       if ((text = ControlText(dialog, IDOK)).find(L" = ") != std::wstring::npos &&
           (seen.empty() || seen.back() != text))
         seen.push_back(text);
-  });
-  EXPECT_EQ(result, 0x80000001u);
+  }), 0x80000001u);
   EXPECT_EQ(seen, (std::vector<std::wstring>{L"OK = 3", L"OK = 2", L"OK = 1"}));
   EXPECT_GE(GetTickCount() - start, 3500u);  // ends on the fourth tick
 
@@ -125,17 +124,15 @@ TEST(MessageDialogRuntime, CtrlCCopiesTheBoxAsTheSystemBoxDoes) {
   custom.pfnReport = [](const char*, void*) {};
   countdown.nTimeoutSeconds = 20;
   const struct {
-    const char* title;
+    const char *title, *text;
     unsigned style;
     const MessageDialogParams* p;
-    const char* text;
     const wchar_t *message, *buttons;
   } cases[] = {
-      {"Copy", MB_YESNOCANCEL | MB_HELP | MDS_DONTASKAGAIN, nullptr,
-       "First line\nsecond line\r\nthird", L"First line\r\nsecond line\r\nthird",
-       L"Yes   No   Cancel   Help"},
-      {"Custom", MB_OK, &custom, "Save?", L"Save?", L"Save   Save & close   Later   Report"},
-      {"Counting", MB_YESNO | MDS_YESTOALL | MDS_NOTOALL, &countdown, "", L"",
+      {"Copy", "First line\nsecond line\r\nthird", MB_YESNOCANCEL | MB_HELP | MDS_DONTASKAGAIN,
+       nullptr, L"First line\r\nsecond line\r\nthird", L"Yes   No   Cancel   Help"},
+      {"Custom", "Save?", MB_OK, &custom, L"Save?", L"Save   Save & close   Later   Report"},
+      {"Counting", "", MB_YESNO | MDS_YESTOALL | MDS_NOTOALL, &countdown, L"",
        L"Yes   Yes to All   No   No to All"},
   };
   for (const auto& c : cases) {
@@ -171,8 +168,7 @@ TEST(MessageDialogRuntime, DisabledPeriod) {
   p.nDisabledSeconds = -1;  // for good
   EXPECT_EQ(Drive("Forever", style, &p, [](HWND dialog) {
     Sleep(2500);
-    EXPECT_FALSE(Enabled(dialog, IDOK));
-    EXPECT_TRUE(CloseGrayed(dialog));
+    EXPECT_TRUE(!Enabled(dialog, IDOK) && CloseGrayed(dialog));
     PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
   }), IDCANCEL);
 }

@@ -25,7 +25,7 @@ struct Item {
 struct Template {
   DWORD style;  // as written
   std::string title;
-  int cx, cy;  // the client area
+  int cx;  // the client area's width
   std::vector<Item> items;
   std::vector<int> ids;  // of the items, in order, and their captions
   std::vector<std::string> captions;
@@ -62,7 +62,7 @@ Template Decode(std::vector<unsigned char> bytes) {
   RECT r;
   GetClientRect(dialog, &r);
   t.cx = r.right;
-  t.cy = r.bottom;
+
   size_t length = 22 + 2 * (t.title.size() + 1);
   for (HWND c = GetWindow(dialog, GW_CHILD); c != nullptr; c = GetWindow(c, GW_HWNDNEXT)) {
     GetWindowRect(c, &r);
@@ -168,7 +168,7 @@ TEST(MessageDialogTemplate, ButtonSetsAndDefaultButton) {
     const bool help = button[0] == 'H';
     EXPECT_EQ(Build("t", MB_OK | MB_DEFBUTTON2 | (help ? MB_HELP : 0), help ? nullptr : &p)
                   .DefaultId(), help ? 300 : 301);
-    const std::string error = std::string("ERROR:  ") + button + " button cannot be default button\n";
+    const std::string error = std::string("ERROR:  ") + button + " button cannot be default";
     EXPECT_NE(trace.text.find(error), std::string::npos) << trace.text;
   }
   // Position 3 lies within the layout count but holds no button: no default push button.

@@ -11,7 +11,6 @@
 
 namespace {
 
-const COLORREF kBlue = RGB(0, 0, 255), kPurple = RGB(128, 0, 128);
 const int kId = 1001;
 
 TEST(HyperLink, PlainStaticTargetsItsOwnText) {
@@ -84,10 +83,7 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
   const std::string marker = probe + ".marker";
   ::DeleteFileA(marker.c_str());
   const struct {
-    DWORD style;
-    const char* target;
-    int commands, notifies;
-    bool visited;
+    DWORD style; const char* target; int commands, notifies; bool visited;
   } modes[] = {
       {0, probe.c_str(), 0, 0, true},
       {0, "C:\\deskaid-missing\\nothing-here.exe", 0, 0, false},
@@ -106,11 +102,11 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
     EXPECT_EQ(m.commands, dialog.record.commands);
     EXPECT_EQ(m.notifies, dialog.record.notifies);
     EXPECT_EQ(m.visited, (link.GetState() & LinkStateVisited) != 0);
-    if (m.style != LinkStyleCommandButton) {  // false only for a target that does not open
-      EXPECT_EQ(m.visited || m.target == nullptr, link.Navigate());
-    }
-    if (m.commands + m.notifies)  // from the control, by its identifier (notification code 0)
-      EXPECT_TRUE(dialog.record.from == control && dialog.record.id == UINT_PTR{kId});
+    // Navigate is false only for a target that does not open. The parent hears from the control,
+    // by its identifier (the notification code is 0).
+    EXPECT_TRUE(m.style == LinkStyleCommandButton || link.Navigate() == (m.visited || !m.target));
+    EXPECT_EQ(m.commands + m.notifies ? control : nullptr, dialog.record.from);
+    EXPECT_EQ(m.commands + m.notifies ? UINT_PTR{kId} : 0, dialog.record.id);
     const Picture picture = Render(control);
     EXPECT_EQ(m.visited, picture.Count(kPurple) > 0);
     EXPECT_EQ(!m.visited, picture.Count(kBlue) > 0);

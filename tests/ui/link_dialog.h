@@ -11,15 +11,13 @@
 
 #include "hyperlink_dialog_win.h"
 
+const COLORREF kBlue = RGB(0, 0, 255), kPurple = RGB(128, 0, 128);  // the default link colours
+
 class LinkDialog {
  public:
   // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK, and the sender of the last
   // one with its identifier (for WM_COMMAND the whole WPARAM). Zeroed by each dialog.
-  struct Record {
-    int commands, notifies;
-    HWND from;
-    UINT_PTR id;
-  };
+  struct Record { int commands, notifies; HWND from; UINT_PTR id; };
   static inline Record record;
 
   LinkDialog() {
@@ -101,7 +99,8 @@ inline Picture Render(HWND control) {
   RECT client;
   ::GetClientRect(control, &client);
   Picture picture{client.right, client.bottom, {}};
-  BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), client.right, -client.bottom, 1, 32}};  // top-down
+  BITMAPINFO info{};  // top-down, 32 bits a pixel
+  info.bmiHeader = {sizeof info.bmiHeader, client.right, -client.bottom, 1, 32, 0, 0, 0, 0, 0, 0};
   void* bits = nullptr;
   HDC dc = ::CreateCompatibleDC(nullptr);
   HBITMAP bitmap = ::CreateDIBSection(dc, &info, DIB_RGB_COLORS, &bits, nullptr, 0);

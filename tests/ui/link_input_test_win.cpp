@@ -11,27 +11,15 @@
 
 namespace {
 
-const COLORREF kBlue = RGB(0, 0, 255), kPurple = RGB(128, 0, 128);
 const char kSettings[] = "Software\\Microsoft\\Internet Explorer\\Settings";
 
-// Sets "Anchor Color" (0) / "Anchor Color Visited" (1) in this test's own Wine prefix, where they
-// are otherwise absent (the other tests need the default colours), and removes them afterwards.
+// "Anchor Color" and "Anchor Color Visited" are set in this test's own Wine prefix, where they
+// are otherwise absent (the other tests need the default colours), and removed afterwards.
 class BrowserColours : public ::testing::Test {
  protected:
   void TearDown() override {
     for (const char* name : kNames) ::RegDeleteKeyValueA(HKEY_CURRENT_USER, kSettings, name);
   }
-  void Set(int which, DWORD type, const void* data, DWORD size) {
-    ASSERT_EQ(ERROR_SUCCESS,
-              ::RegSetKeyValueA(HKEY_CURRENT_USER, kSettings, kNames[which], type, data, size));
-  }
-  // The link and visited colours a freshly attached control ends up with.
-  std::pair<COLORREF, COLORREF> Attach() {
-    CHyperLinkEx link;
-    ::DestroyWindow(m_dialog.Attach(link, "colours", 0, 1));
-    return {link.GetLinkColor(), link.GetVisitedColor()};
-  }
-
   static constexpr const char* kNames[2] = {"Anchor Color", "Anchor Color Visited"};
   LinkDialog m_dialog;
 };
@@ -56,9 +44,15 @@ TEST_F(BrowserColours, ValidTextsReplaceTheDefaults) {
       {{REG_EXPAND_SZ, "1,2,3", 6}, {REG_SZ, full, sizeof full}, RGB(1, 2, 3), kPurple},
   };
   for (const auto& c : cases) {
-    Set(0, c.link.type, c.link.data, c.link.size);
-    Set(1, c.visited.type, c.visited.data, c.visited.size);
-    EXPECT_EQ(std::make_pair(c.expectLink, c.expectVisited), Attach()) << &c - cases;
+    for (int i = 0; i < 2; ++i) {
+      const Value& v = i ? c.visited : c.link;
+      ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueA(HKEY_CURRENT_USER, kSettings, kNames[i], v.type,
+                                                 v.data, v.size));
+    }
+    CHyperLinkEx link;  // the colours a freshly attached control ends up with
+    ::DestroyWindow(m_dialog.Attach(link, "colours", 0, 1));
+    EXPECT_EQ(std::make_pair(c.expectLink, c.expectVisited),
+              std::make_pair(link.GetLinkColor(), link.GetVisitedColor())) << &c - cases;
   }
   EXPECT_EQ(0xFFFFFFFFu, CHyperLinkEx::ParseColorText(nullptr));
 }
