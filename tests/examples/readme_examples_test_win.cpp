@@ -1,12 +1,13 @@
 // The Windows-only README examples: a message box and a hyperlink, shown for real.
 #include <windows.h>
 
-#include <commctrl.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include <deskaid/deskaid.h>
+
+#include "ui/link_dialog.h"
 
 namespace {
 
@@ -25,13 +26,8 @@ TEST(ReadmeExamples, MessageDialog) {
 }
 
 TEST(ReadmeExamples, HyperLink) {
-  INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_WIN95_CLASSES};
-  InitCommonControlsEx(&controls);
-  HWND dialog = CreateWindowExA(0, "STATIC", "", WS_POPUP, 0, 0, 300, 100, nullptr, nullptr,
-                                nullptr, nullptr);
-  HWND label = CreateWindowExA(0, "STATIC", "Read the <A>release notes</A> first.",
-                               WS_CHILD | WS_VISIBLE, 10, 10, 280, 20, dialog,
-                               reinterpret_cast<HMENU>(100), nullptr, nullptr);
+  LinkDialog box;
+  HWND dialog = box.hwnd(), label = box.AddStatic("Read the <A>release notes</A> first.", 0, 100);
   // README: hyperlink
   CHyperLinkEx link;  // lives as long as the dialog
   link.SetExtendedStyle(LinkStyleUseTags);
@@ -39,7 +35,6 @@ TEST(ReadmeExamples, HyperLink) {
   link.SetTarget("https://www.example.com/notes");
   // README: end
   EXPECT_EQ(link.GetHwnd(), label);
-  DestroyWindow(dialog);
 }
 
 }  // namespace

@@ -31,25 +31,21 @@ namespace {
 // holds together (Cyrillic, Chinese, characters outside the Basic Multilingual Plane); the
 // legacy host gets the Western letters and signs of 1252.
 struct Samples {
-  const wchar_t *text, *caption, *buttons[3], *link, *target, *body;
+  const wchar_t *text, *buttons[3], *link, *target;
 };
 
 const Samples kUtf8 = {
-    L"Die Zahlung ist fehlgeschlagen. \u041F\u043E\u0432\u0442\u043E\u0440\u0438\u0442\u044C \u043F\u043B\u0430\u0442\u0451\u0436? \u8BF7\u7A0D\u540E\u91CD\u8BD5\u3002\U0001F642",
-    L"Zahlung \u2013 \u652F\u4ED8",
+    L"\u00DCberweisung 42 \u20AC an M\u00FCller \u2014 \u5DF2\u5B8C\u6210 \u0416 \U0001F4B6",
     {L"&Wiederholen", L"\u041E\u0442&\u043C\u0435\u043D\u0430", L"\u7A0D\u540E(&L)"},
     L"\u00DCberblick \u6982\u8981 \u0416",
     L"https://example.invalid/\u00FCbersicht/\u6982\u8981?q=\u0436",
-    L"\u00DCberweisung 42 \u20AC an M\u00FCller \u2014 \u5DF2\u5B8C\u6210 \U0001F4B6",
 };
 
 const Samples kLegacy = {
-    L"Die Zahlung ist fehlgeschlagen. Noch einmal? Caf\u00E9 \u00AB na\u00EFve \u00BB \u2013 42 \u20AC",
-    L"Zahlung \u2013 \u00DCbersicht",
+    L"\u00DCberweisung 42 \u20AC an M\u00FCller \u2014 erledigt \u00B1 \u00AB na\u00EFve \u00BB",
     {L"&Wiederholen", L"Abbre&chen", L"Sp\u00E4&ter"},
     L"\u00DCberblick \u00BD Gr\u00F6\u00DFe",
     L"https://example.invalid/\u00FCbersicht?q=\u00DF",
-    L"\u00DCberweisung 42 \u20AC an M\u00FCller \u2014 erledigt \u00B1",
 };
 
 const Samples& ForThisHost() { return GetACP() == CP_UTF8 ? kUtf8 : kLegacy; }
@@ -67,14 +63,16 @@ std::string Host(const std::wstring& wide, bool whole = true) {
   return bytes;
 }
 
-std::wstring WithoutAmpersand(std::wstring text) {
-  text.erase(std::remove(text.begin(), text.end(), L'&'), text.end());
-  return text;
-}
-
-std::string ReadFileW(const std::wstring& path) {
-  std::ifstream in(std::filesystem::path(path), std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
+// What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
+std::string Cut(const std::wstring& wide, size_t limit) {
+  std::string kept;
+  for (size_t i = 0, units; i < wide.size(); i += units) {
+    units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
+    const std::string one = Host(wide.substr(i, units), false);
+    if (kept.size() + one.size() > limit) break;
+    kept += one;
+  }
+  return kept;
 }
 
 }  // namespace
@@ -90,12 +88,14 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
       Host(s.buttons[0]) + "\n" + Host(s.buttons[1]) + "\n" + Host(s.buttons[2]);
   ASSERT_LT(buttons.size(), sizeof p.szCustomButtons);
   std::strcpy(p.szCustomButtons, buttons.c_str());
-  const std::string text = Host(s.text), caption = Host(s.caption);
+  const std::string text = Host(s.text), caption = Host(s.link);
   const std::wstring row =
       std::wstring(s.buttons[0]) + L"   " + s.buttons[1] + L"   " + s.buttons[2];
+  std::wstring copied = row;  // the copy lists the captions without their access-key marks
+  copied.erase(std::remove(copied.begin(), copied.end(), L'&'), copied.end());
   EXPECT_EQ(msgbox_test::Drive(caption.c_str(), MB_OK, &p, [&](HWND dialog) {
     HWND message = GetDlgItem(dialog, ID_FIRSTTEXT);
-    EXPECT_EQ(TextOf(dialog), s.caption);
+    EXPECT_EQ(TextOf(dialog), s.link);
     EXPECT_EQ(TextOf(message), s.text);
     std::wstring shown;
     for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id)
@@ -108,7 +108,7 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
         Needed(message, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, room.right);
     EXPECT_TRUE(needed.cx <= room.right && needed.cy <= room.bottom);
     EXPECT_EQ(msgbox_test::CopyOf(dialog),
-              msgbox_test::CopyText(s.caption, s.text, WithoutAmpersand(row)));
+              msgbox_test::CopyText(s.link, s.text, copied));
     SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
   }, text.c_str()), IDCUSTOM2);
 }
@@ -121,18 +121,15 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   LinkDialog dialog;
   const std::string target = Host(s.target);
   CHyperLinkEx plain, tagged;
-  HWND control = dialog.AddStatic(target.c_str(), SS_LEFT, 101, {10, 10, 390, 30});
-  ASSERT_TRUE(plain.AttachToWindow(control));
+  HWND control = dialog.Attach(plain, target.c_str(), 0, 101, {10, 10, 390, 30});
   EXPECT_EQ(ToolText(plain.GetToolTip()), s.target);
   RECT client;
   GetClientRect(control, &client);
   EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.target, DT_WORDBREAK, client.right).cx);
 
-  tagged.SetExtendedStyle(LinkStyleUseTags);
   ASSERT_TRUE(tagged.SetTarget(target.c_str()));
-  const std::wstring before = L"Weiter zu ", label = before + L"<a>" + s.link + L"</a> \u00F6ffnen";
-  control = dialog.AddStatic(Host(label).c_str(), SS_LEFT, 102, {10, 40, 390, 60});
-  ASSERT_TRUE(tagged.AttachToWindow(control));
+  const std::wstring before = L"Weiter zu ", label = before + L"<a>" + s.link + L"</A> \u00F6ffnen";
+  control = dialog.Attach(tagged, Host(label).c_str(), LinkStyleUseTags, 102, {10, 40, 390, 60});
   EXPECT_EQ(ToolText(tagged.GetToolTip()), s.target);
   GetClientRect(control, &client);
   const LONG left = Needed(control, before, DT_WORDBREAK, client.right).cx;
@@ -141,75 +138,45 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
             left + Needed(control, s.link, DT_WORDBREAK, client.right - left).cx);
 }
 
-// A log in a folder of the host's characters: its file has that name, its record keeps the body's
-// bytes, and the converter writes them out unchanged; the text file, named in the host's
-// characters too, is hashed as its bytes are.
-TEST(CodePageHost, LogPathsBodiesAndExport) {
-  const Samples& s = ForThisHost();
-  ScratchDir scratch;
-  const std::wstring folder = scratch.path().wstring() + L"\\" + s.link;
-  ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
-  const std::wstring log = folder + L"\\" + s.link + L".log", text = log + L".txt";
-  const std::string body = Host(s.body);
-  ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, 1, 20));
-  ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", body.c_str()), 0u);
-  g_LogWriter.Close();
-  EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
-  ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
-  const std::string exported = ReadFileW(text);
-  const size_t tab = exported.find('\t');
-  ASSERT_NE(tab, std::string::npos) << exported;
-  EXPECT_EQ(exported.substr(tab + 1, exported.find('\r', tab) - tab - 1), body);
-  EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
-}
-
-namespace {
-
-// What a cut of `wide`'s host bytes at `limit` bytes keeps: as many whole characters as fit.
-std::string Cut(const std::wstring& wide, size_t limit) {
-  std::string kept;
-  for (size_t i = 0, units; i < wide.size(); i += units) {
-    units = IS_HIGH_SURROGATE(wide[i]) ? 2 : 1;
-    const std::string one = Host(wide.substr(i, units), false);
-    if (kept.size() + one.size() > limit) break;
-    kept += one;
-  }
-  return kept;
-}
-
-}  // namespace
-
 // Texts cut at a byte limit keep whole characters: in a single-byte code page the cut is made at
 // the limit itself, in UTF-8 a character split there is left out. Debug trace lines (511 bytes),
 // log records (1,023), log paths (259), the message box's text (65,535), title (1,023) and
-// caption slots (99).
+// caption slots (99). The logs lie in a folder of the host's characters and are named in them;
+// the converter writes the record's bytes out unchanged, enciphered or not, and the text file is
+// hashed as its bytes are.
 TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
   const Samples& s = ForThisHost();
   std::string traced;
   SetDebugTraceSink([](const char* line, void* to) { *static_cast<std::string*>(to) = line; },
                     &traced);
   ScratchDir scratch;
+  const std::wstring folder = scratch.path().wstring() + L"\\" + s.link;
+  ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
   bool shortened = false;  // in UTF-8 some cut must fall inside a character
-  // Every alignment of the body's characters against the limits.
-  const int alignments = static_cast<int>(Host(s.body).size());
+  // Every alignment of the text's characters against the limits.
+  const int alignments = static_cast<int>(Host(s.text).size());
   for (int pad = 0; pad < alignments; ++pad) {
     std::wstring wide(static_cast<size_t>(pad), L'x');
-    for (int i = 0; i < 2000; ++i) wide += s.body;
+    for (int i = 0; i < 2000; ++i) wide += s.text;
     const std::string bytes = Host(wide);
     for (size_t limit : {99, 511, 1023, 65535}) shortened |= Cut(wide, limit).size() < limit;
 
     DebugTrace("%s", bytes.c_str());
     EXPECT_EQ(traced, Cut(wide, 511));
 
-    const std::wstring log = scratch.path().wstring() + L"\\" + std::to_wstring(pad) + L".log";
-    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, 0, 20));
+    const std::wstring log = folder + L"\\" + s.link + std::to_wstring(pad) + L".log";
+    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, pad % 2, 20));
     ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", bytes.c_str()), 0u);
     g_LogWriter.Close();
+    EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
     const std::wstring text = log + L".txt";
     ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
-    const std::string exported = ReadFileW(text);
+    std::ifstream file(std::filesystem::path(text), std::ios::binary);
+    const std::string exported{std::istreambuf_iterator<char>(file), {}};
     const size_t body = exported.find('\t') + 1;
+    ASSERT_NE(body, 0u) << exported;
     EXPECT_EQ(exported.substr(body, exported.find('\r', body) - body), Cut(wide, 1023));
+    EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
 
     // A log path too long for its buffer is cut the same way (the file is not opened then).
     const std::wstring longPath = scratch.path().wstring() + L"\\" +

@@ -5,11 +5,9 @@
 #include <windows.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <deskaid/diag/debug_trace.h>
 #include <deskaid/msgbox/message_dialog.h>
@@ -20,27 +18,17 @@ namespace msgbox_test {
 
 // Collects every DebugTrace line while alive.
 struct TraceCapture {
-  std::vector<std::string> lines;
+  std::string text;
   TraceCapture() {
-    SetDebugTraceSink([](const char* l, void* c) {
-      static_cast<TraceCapture*>(c)->lines.push_back(l);
-    }, this);
+    SetDebugTraceSink([](const char* l, void* to) { static_cast<TraceCapture*>(to)->text += l; },
+                      this);
   }
   ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
-  bool Has(const std::string& l) const {
-    return std::find(lines.begin(), lines.end(), l) != lines.end();
-  }
 };
 
 // The tests' resource DLL, loaded once from beside the test executable.
 inline HINSTANCE TestResources() {
-  static HINSTANCE module = [] {
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dll(path);
-    dll.erase(dll.find_last_of('\\') + 1) += "msgbox_test_resources.dll";
-    return LoadLibraryA(dll.c_str());
-  }();
+  static HINSTANCE module = LoadLibraryA(BesideThisProgram("msgbox_test_resources.dll").c_str());
   return module;
 }
 
@@ -89,7 +77,8 @@ inline std::wstring CopyOf(HWND dialog) {
   SetForegroundWindow(dialog);
   Sleep(100);
   const DWORD since = GetClipboardSequenceNumber();
-  PressCtrlC();
+  for (BYTE key : {BYTE{VK_CONTROL}, BYTE{'C'}}) keybd_event(key, 0, 0, 0);
+  for (BYTE key : {BYTE{'C'}, BYTE{VK_CONTROL}}) keybd_event(key, 0, KEYEVENTF_KEYUP, 0);
   std::wstring text;
   WaitUntil([&] {
     if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;

@@ -1,9 +1,10 @@
-// Waiting for and typing into the windows the Windows tests drive.
+// Waiting for the windows the Windows tests drive, and finding the files built beside them.
 #pragma once
 
 #include <windows.h>
 
 #include <functional>
+#include <string>
 
 // Polls `condition` every 10 ms for up to `ms` milliseconds; its last value.
 inline bool WaitUntil(const std::function<bool()>& condition, int ms) {
@@ -11,14 +12,9 @@ inline bool WaitUntil(const std::function<bool()>& condition, int ms) {
   return condition();
 }
 
-// Ctrl+C as the keyboard gives it, to whatever window has the focus.
-inline void PressCtrlC() {
-  const WORD keys[4] = {VK_CONTROL, 'C', 'C', VK_CONTROL};
-  INPUT input[4] = {};
-  for (int i = 0; i < 4; ++i) {
-    input[i].type = INPUT_KEYBOARD;
-    input[i].ki.wVk = keys[i];
-    input[i].ki.dwFlags = i < 2 ? 0 : KEYEVENTF_KEYUP;
-  }
-  SendInput(4, input, sizeof(INPUT));
+// The path of `name` in the test program's own folder.
+inline std::string BesideThisProgram(const char* name) {
+  char path[MAX_PATH] = {};
+  const std::string self(path, GetModuleFileNameA(nullptr, path, MAX_PATH));
+  return self.substr(0, self.find_last_of('\\') + 1) + name;
 }

@@ -11,15 +11,13 @@
 
 #include "hyperlink_dialog_win.h"
 
+const COLORREF kBlue = RGB(0, 0, 255), kPurple = RGB(128, 0, 128);  // the default link colours
+
 class LinkDialog {
  public:
-  // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK. Zeroed by each dialog.
-  struct Record {
-    int commands, notifies;
-    WPARAM commandWParam;
-    LPARAM commandLParam;
-    NMHDR notify;
-  };
+  // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK, and the sender of the last
+  // one with its identifier (for WM_COMMAND the whole WPARAM). Zeroed by each dialog.
+  struct Record { int commands, notifies; HWND from; UINT_PTR id; };
   static inline Record record;
 
   LinkDialog() {
@@ -41,17 +39,22 @@ class LinkDialog {
     ::SendMessageA(control, WM_SETFONT, ::SendMessageA(m_hWnd, WM_GETFONT, 0, 0), FALSE);
     return control;
   }
+  // A left-aligned static attached to `link`, given `linkStyle` first.
+  HWND Attach(CHyperLinkEx& link, const char* text, DWORD linkStyle, int id,
+              RECT r = {10, 10, 250, 30}) {
+    link.SetExtendedStyle(linkStyle);
+    HWND control = AddStatic(text, SS_LEFT, id, r);
+    EXPECT_TRUE(link.AttachToWindow(control));
+    return control;
+  }
 
  private:
   static INT_PTR CALLBACK Proc(HWND, UINT message, WPARAM wParam, LPARAM lParam) {
+    const NMHDR* notify = reinterpret_cast<const NMHDR*>(lParam);
     if (message == WM_COMMAND && lParam != 0) {
-      ++record.commands;
-      record.commandWParam = wParam;
-      record.commandLParam = lParam;
-    } else if (message == WM_NOTIFY &&
-               reinterpret_cast<const NMHDR*>(lParam)->code == static_cast<UINT>(NM_CLICK)) {
-      ++record.notifies;
-      record.notify = *reinterpret_cast<const NMHDR*>(lParam);
+      record = {record.commands + 1, record.notifies, reinterpret_cast<HWND>(lParam), wParam};
+    } else if (message == WM_NOTIFY && notify->code == static_cast<UINT>(NM_CLICK)) {
+      record = {record.commands, record.notifies + 1, notify->hwndFrom, notify->idFrom};
     }
     return message == WM_INITDIALOG || message == WM_NOTIFY || (message == WM_COMMAND && lParam);
   }
@@ -96,12 +99,8 @@ inline Picture Render(HWND control) {
   RECT client;
   ::GetClientRect(control, &client);
   Picture picture{client.right, client.bottom, {}};
-  BITMAPINFO info = {};
-  info.bmiHeader.biSize = sizeof(info.bmiHeader);
-  info.bmiHeader.biWidth = client.right;
-  info.bmiHeader.biHeight = -client.bottom;  // top-down
-  info.bmiHeader.biPlanes = 1;
-  info.bmiHeader.biBitCount = 32;
+  BITMAPINFO info{};  // top-down, 32 bits a pixel
+  info.bmiHeader = {sizeof info.bmiHeader, client.right, -client.bottom, 1, 32, 0, 0, 0, 0, 0, 0};
   void* bits = nullptr;
   HDC dc = ::CreateCompatibleDC(nullptr);
   HBITMAP bitmap = ::CreateDIBSection(dc, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
