@@ -23,6 +23,15 @@ int RunSecondWriter(const std::string& path) {
   return static_cast<int>(RunChildProcess(OwnExecutablePath(), {"--second-writer", path}, 60000).code);
 }
 
+// The descriptors this process holds open, where the system lists them (else -1).
+long OpenDescriptors() {
+#ifdef __linux__
+  return static_cast<long>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+#else
+  return -1;
+#endif
+}
+
 class LogWriterTest : public ::testing::Test {
  protected:
   void SetUp() override { g_LogWriter.Close(); }
@@ -178,6 +187,17 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   const std::string every = Open(writer, "every.log", 0, 0, 50);
   for (int i = 0; i < 4; ++i) writer.WriteFormat(1, 0, "r%d", i);
   EXPECT_EQ(logtest::ParseFile(every).Texts(), Texts{"r3"});
+  writer.Close();
+
+  // A compaction that cannot make its new file changes nothing and leaves no file open.
+  const std::string stuck = Open(writer, "stuck.log", 2 * 18, 1);
+  fs::create_directory(stuck + ".n_");
+  const long descriptors = OpenDescriptors();
+  for (int i = 0; i < 3; ++i) writer.WriteFormat(1, 0, "r%d", i);
+  EXPECT_EQ(logtest::ParseFile(stuck).Texts(), (Texts{"r0", "r1", "r2"}));
+  EXPECT_EQ(OpenDescriptors(), descriptors);
+  writer.Close();
+  EXPECT_TRUE(fs::remove(stuck));  // Windows refuses while a handle stays open
 }
 
 // A second archive in the same second never replaces the first: that file is dropped instead.
