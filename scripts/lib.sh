@@ -8,6 +8,9 @@
 # build/bench   preset benchmarks: native, Release, with the benchmarks
 
 # Each configuration is a preset of CMakePresets.json; these helpers configure and build one.
+# Sourced from a shell of one's own too, so the tree is found from this file when no script set it:
+# the Wine prefixes must land in the tree's build folders, never at /build.
+root="${root:-$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)}"
 jobs=$(nproc)
 
 build_preset() {  # preset, extra cmake args...

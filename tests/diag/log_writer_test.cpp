@@ -197,7 +197,8 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   EXPECT_EQ(logtest::ParseFile(stuck).Texts(), (Texts{"r0", "r1", "r2"}));
   EXPECT_EQ(OpenDescriptors(), descriptors);
   writer.Close();
-  EXPECT_TRUE(fs::remove(stuck));  // Windows refuses while a handle stays open
+  std::error_code error;  // Windows refuses while a handle stays open
+  EXPECT_TRUE(fs::remove(stuck, error)) << error.message();
 }
 
 // A second archive in the same second never replaces the first: that file is dropped instead.
