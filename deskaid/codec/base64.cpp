@@ -91,7 +91,8 @@ Base64Group WholeGroup(const char* chars) {
   return group;
 }
 
-// The group of the last one to three characters of a decode.
+// The group of the last one to three characters of a decode. It makes three bytes, of which
+// only as many count as it has characters.
 Base64Group TailGroup(const char* chars, uint32_t count) {
   Base64Group group = {};
   for (uint32_t j = 0; j < count; ++j) {
@@ -99,15 +100,6 @@ Base64Group TailGroup(const char* chars, uint32_t count) {
   }
   group.byCount = static_cast<unsigned char>(count);
   return group;
-}
-
-// Decodes the last one to three characters through `decodeGroup`, which writes three bytes at
-// `out`; returns how many of them count: as many as the characters, not the bytes they make.
-template <typename DecodeGroup>
-uint32_t DecodeTail(const char* chars, uint32_t count, unsigned char* out,
-                    DecodeGroup&& decodeGroup) {
-  decodeGroup(TailGroup(chars, count), out);
-  return count;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -319,10 +311,8 @@ void Base64Coder::Decode(const char* text, uint32_t length) {
     m_nDataLength += 3;
   }
   if (i < m_nTextLength) {
-    m_nDataLength += DecodeTail(m_pszText + i, m_nTextLength - i, m_pData + m_nDataLength,
-                                [this](const Base64Group& g, unsigned char* out) {
-                                  DecodeGroup(g, out);
-                                });
+    DecodeGroup(TailGroup(m_pszText + i, m_nTextLength - i), m_pData + m_nDataLength);
+    m_nDataLength += m_nTextLength - i;
   }
 }
 
@@ -486,10 +476,8 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   if (waiting != 0) {
     // The data buffer, larger than the unfiltered input, has room for all three bytes; the
     // uncounted ones are zero.
-    m_nDataLength += DecodeTail(filtered, waiting, m_pData + m_nDataLength,
-                                [this](const Base64Group& g, unsigned char* out) {
-                                  Base64Coder::DecodeGroup(g, out);
-                                });
+    Base64Coder::DecodeGroup(TailGroup(filtered, waiting), m_pData + m_nDataLength);
+    m_nDataLength += waiting;
   }
   ClearFrom(kernels, m_pszText, m_nTextCapacity, m_nTextLength);
   ClearFrom(kernels, m_pData, m_nDataCapacity, m_nDataLength);

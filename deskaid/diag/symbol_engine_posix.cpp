@@ -19,7 +19,6 @@
 namespace {
 
 constexpr uint32_t kNotInitialized = 1;
-constexpr uint32_t kBadArgument = 87;
 
 // The options start as the debug-help library's do: names undecorated.
 uint32_t g_symbolOptions = kSymOptUndecorateNames;

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr DWORD kNotInitialized = ERROR_INVALID_FUNCTION;  // 1
-constexpr DWORD kBadArgument = ERROR_INVALID_PARAMETER;    // 87
 
 // SYMBOL_INFO with room for the longest name the engine asks for.
 constexpr DWORD kMaxSymbolName = 2001;

@@ -17,9 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string ChildPath() {  // beside this program, with its extension
-  const fs::path own = OwnExecutablePath();
-  return fs::path(own).replace_filename("crash_child").replace_extension(own.extension()).string();
+std::string ChildPath() {  // with this program's extension
+  return BesideThisProgram("crash_child" + fs::path(OwnExecutablePath()).extension().string());
 }
 
 ChildExit RunChild(const char* kind, const ScratchDir& dir, const char* flag = nullptr,

@@ -13,6 +13,7 @@
 
 #include "msgbox/msgbox_test_util_win.h"
 #include "support/child_process.h"
+#include "support/scratch_dir.h"
 #include "ui/link_dialog.h"
 
 using msgbox_test::Needed;
@@ -181,14 +182,12 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     return RegSetKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels", REG_DWORD, &dpi,
                            sizeof dpi);
   };
-  char self[MAX_PATH];
-  GetModuleFileNameA(nullptr, self, MAX_PATH);
   for (DWORD dpi : {96, 120, 144, 192}) {
     EXPECT_EQ(set(dpi), ERROR_SUCCESS);
     SetEnvironmentVariableA(kChildVariable, std::to_string(dpi).c_str());
     // A program that does not end in time is ended, before the setting changes again.
     const ChildExit child =
-        RunChildProcess(self, {"--gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit"}, 120000);
+        RunChildProcess(OwnExecutablePath(), {"--gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit"}, 120000);
     EXPECT_TRUE(child.finished && child.code == 0)
         << "at " << dpi << " DPI, " << (child.finished ? "failed" : "hung");
   }

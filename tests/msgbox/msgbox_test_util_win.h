@@ -13,6 +13,7 @@
 #include <deskaid/msgbox/message_dialog.h>
 
 #include "support/input_win.h"
+#include "support/scratch_dir.h"
 
 namespace msgbox_test {
 

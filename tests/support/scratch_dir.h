@@ -43,6 +43,11 @@ inline std::string OwnExecutablePath() {
   return path;
 }
 
+// The path of `name` in this program's own folder.
+inline std::string BesideThisProgram(const std::string& name) {
+  return std::filesystem::path(OwnExecutablePath()).replace_filename(name).string();
+}
+
 // A whole file as bytes ("" for a file that cannot be read), and a file made of `bytes`.
 inline std::string ReadFileBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

@@ -8,6 +8,7 @@
 
 #include "link_dialog.h"
 #include "support/input_win.h"
+#include "support/scratch_dir.h"
 
 namespace {
 

@@ -620,7 +620,6 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveAddMul1()(
 
 Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return SubMul1Plain(r, a, n, m); }
 
-
 bool WideRowsAvailable() {
   static const bool available = ProcessorHasSse2();
   return available;
