@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <deskaid/common/rc4.h>
-#include <deskaid/diag/debug_trace.h>
 #include <deskaid/diag/log_export.h>
 
 #include "support/scratch_dir.h"
@@ -81,13 +80,3 @@ inline std::vector<std::string> ExportedMessages(const std::string& log, const s
 }
 
 }  // namespace logtest
-
-struct TraceCapture {
-  TraceCapture() {
-    SetDebugTraceSink([](const char* line, void* self) {
-      static_cast<TraceCapture*>(self)->lines.push_back(line);
-    }, this);
-  }
-  ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
-  std::vector<std::string> lines;
-};

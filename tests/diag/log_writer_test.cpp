@@ -12,6 +12,7 @@
 
 #include "log_file.h"
 #include "support/child_process.h"
+#include "support/trace_capture.h"
 
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;

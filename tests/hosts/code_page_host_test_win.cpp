@@ -146,9 +146,7 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
 // hashed as its bytes are.
 TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
   const Samples& s = ForThisHost();
-  std::string traced;
-  SetDebugTraceSink([](const char* line, void* to) { *static_cast<std::string*>(to) = line; },
-                    &traced);
+  TraceCapture trace;
   ScratchDir scratch;
   const std::wstring folder = scratch.path().wstring() + L"\\" + s.link;
   ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
@@ -162,7 +160,7 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     for (size_t limit : {99, 511, 1023, 65535}) shortened |= Cut(wide, limit).size() < limit;
 
     DebugTrace("%s", bytes.c_str());
-    EXPECT_EQ(traced, Cut(wide, 511));
+    EXPECT_EQ(trace.lines.back(), Cut(wide, 511));
 
     const std::wstring log = folder + L"\\" + s.link + std::to_wstring(pad) + L".log";
     ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, pad % 2, 20));
@@ -196,7 +194,6 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     const size_t title = copy.find("\r\n") + 2;
     EXPECT_EQ(copy.substr(title, copy.find("\r\n", title) - title), Cut(wide, 1023));
   }
-  SetDebugTraceSink(nullptr, nullptr);
   // In 1252 every cut above kept exactly its limit.
   EXPECT_EQ(shortened, GetACP() == CP_UTF8);
 }

@@ -1,4 +1,4 @@
-// Helpers shared by the tests that show message boxes: trace capture, the tests' resource module,
+// Helpers shared by the tests that show message boxes: the tests' resource module,
 // driving a shown box from a second thread, control texts and their measures, and Ctrl+C copies.
 #pragma once
 
@@ -9,23 +9,13 @@
 #include <string>
 #include <thread>
 
-#include <deskaid/diag/debug_trace.h>
 #include <deskaid/msgbox/message_dialog.h>
 
 #include "support/input_win.h"
 #include "support/scratch_dir.h"
+#include "support/trace_capture.h"
 
 namespace msgbox_test {
-
-// Collects every DebugTrace line while alive.
-struct TraceCapture {
-  std::string text;
-  TraceCapture() {
-    SetDebugTraceSink([](const char* l, void* to) { static_cast<TraceCapture*>(to)->text += l; },
-                      this);
-  }
-  ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
-};
 
 // The tests' resource DLL, loaded once from beside the test executable.
 inline HINSTANCE TestResources() {

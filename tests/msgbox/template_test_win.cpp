@@ -164,12 +164,12 @@ TEST(MessageDialogTemplate, ButtonSetsAndDefaultButton) {
   MessageDialogParams p{};
   p.pfnReport = [](const char*, void*) {};
   for (const char* button : {"Help", "Report"}) {
-    msgbox_test::TraceCapture trace;
+    TraceCapture trace;
     const bool help = button[0] == 'H';
     EXPECT_EQ(Build("t", MB_OK | MB_DEFBUTTON2 | (help ? MB_HELP : 0), help ? nullptr : &p)
                   .DefaultId(), help ? 300 : 301);
     const std::string error = std::string("ERROR:  ") + button + " button cannot be default";
-    EXPECT_NE(trace.text.find(error), std::string::npos) << trace.text;
+    EXPECT_NE(trace.Text().find(error), std::string::npos) << trace.Text();
   }
   // Position 3 lies within the layout count but holds no button: no default push button.
   CXDialogTemplate gap(nullptr, "t", "c", MB_OKCANCEL | MDS_YESTOALL | MB_DEFBUTTON3, nullptr);
@@ -193,7 +193,7 @@ TEST(MessageDialogTemplate, CaptionMessageAndTitleSources) {
   p.hStringModule = TestResources();
   // The module's captions (its Report caption starts with R, the others with L); the English
   // ones when asked for (the shown boxes show them where the host has none of its own).
-  msgbox_test::TraceCapture trace;  // each way of loading the captions names itself
+  TraceCapture trace;  // each way of loading the captions names itself
   CXDialogTemplate module(nullptr, "t", "c", MB_OK, &p);
   for (int i = 0; i < kButtonCaptionCount; ++i)  // 9016 is never read
     EXPECT_EQ(module.ButtonCaption(i)[0], i == CAPTION_REPORT ? 'R' : 'L') << i;
@@ -214,7 +214,7 @@ TEST(MessageDialogTemplate, CaptionMessageAndTitleSources) {
   const Template user = Build("t", MB_YESNO, &p);
   EXPECT_EQ(user.ids, (std::vector<int>{1001, IDYES, IDNO, 301}));
   EXPECT_EQ(user.captions, (std::vector<std::string>{"t", "", "Nope", "Send it"}));
-  EXPECT_EQ(trace.text, "in CXDialogTemplate::LoadButtonStringsFromResources\n"
+  EXPECT_EQ(trace.Text(), "in CXDialogTemplate::LoadButtonStringsFromResources\n"
                         "in CXDialogTemplate::LoadButtonStrings\n"
                         "in CXDialogTemplate::LoadButtonStrings\n"
                         "in CXDialogTemplate::LoadUserDefinedButtonStrings\n");

@@ -1,0 +1,25 @@
+// Collects every DebugTrace line while alive.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <deskaid/diag/debug_trace.h>
+
+struct TraceCapture {
+  TraceCapture() {
+    SetDebugTraceSink([](const char* line, void* self) {
+      static_cast<TraceCapture*>(self)->lines.push_back(line);
+    }, this);
+  }
+  ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
+  TraceCapture(const TraceCapture&) = delete;
+
+  std::string Text() const {  // the lines as one text
+    std::string text;
+    for (const std::string& line : lines) text += line;
+    return text;
+  }
+
+  std::vector<std::string> lines;
+};
