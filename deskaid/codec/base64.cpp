@@ -335,9 +335,12 @@ bool Base64Coder::Overlaps(const void* p, uint32_t length) const {
 
 namespace {
 
-// Results from this size on are written with stores that bypass the cache; smaller ones are
-// likely to be read soon and stay in it.
+// A copy of the input from this size on is written with stores that bypass the cache; smaller
+// ones are likely to be read soon and stay in it.
 constexpr uint32_t kStreamFrom = 1u << 20;
+// The direct paths work in pieces of this many input bytes (a multiple of 3 and of 4), which stay
+// in the cache between the two passes over them.
+constexpr uint32_t kPiece = 3 * 32 * 1024;
 
 inline void Put(const deskaid::base64::Kernels& kernels, bool stream, void* to, const void* from,
                 size_t size) {
@@ -372,27 +375,23 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
   const bool vector = kernels.path != deskaid::base64::Path::kScalar;
   const bool stream = length >= kStreamFrom;
 
-  // Whole groups, chunk by chunk: each chunk is encoded into a small buffer that stays in the
-  // cache and then put in place together with the copy of its input.
-  constexpr uint32_t kChunk = 3 * 1024;
-  char scratch[kChunk / 3 * 4];
+  // Piece by piece, the copy of the input is put in place and the piece, which that brought into
+  // the cache, is encoded straight into the text buffer.
   const uint32_t whole = length / 3 * 3;
-  uint32_t textLength = 0;
   for (uint32_t start = 0; start < whole;) {
-    const uint32_t size = whole - start < kChunk ? whole - start : kChunk;
+    const uint32_t size = whole - start < kPiece ? whole - start : kPiece;
     const unsigned char* in = data + start;
-    // The vector kernel reads 16 bytes for 12, so it may look past the chunk but not the input;
-    // it never encodes past the chunk.
-    const uint32_t readable = length - start;
-    uint32_t i = vector ? kernels.encodeBlocks(in, size + 4 <= readable ? size + 4 : size,
-                                                        scratch)
-                        : 0;
-    for (; i < size; i += 3) EncodeGroupFast(in + i, scratch + i / 3 * 4);
+    char* out = m_pszText + start / 3 * 4;
     Put(kernels, stream, m_pData + start, in, size);
-    Put(kernels, stream, m_pszText + textLength, scratch, size / 3 * 4);
-    textLength += size / 3 * 4;
+    // The vector kernel reads 16 bytes for 12, so it may look past the piece but not the input;
+    // it never encodes past the piece.
+    const uint32_t readable = length - start;
+    uint32_t i =
+        vector ? kernels.encodeBlocks(in, size + 4 <= readable ? size + 4 : size, out) : 0;
+    for (; i < size; i += 3) EncodeGroupFast(in + i, out + i / 3 * 4);
     start += size;
   }
+  uint32_t textLength = whole / 3 * 4;
   if (whole < length) {
     std::memcpy(m_pData + whole, data + whole, length - whole);
     Base64Coder::EncodeGroup(BytesGroup(data + whole, length - whole), m_pszText + textLength);
@@ -410,47 +409,42 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
   Reserve(m_pData, m_nDataCapacity, length);
   const deskaid::base64::Kernels& kernels = deskaid::base64::ActiveKernels();
   const bool vector = kernels.path != deskaid::base64::Path::kScalar;
-  const bool stream = length >= kStreamFrom;
 
-  // The input goes chunk by chunk through the filter into a small buffer that stays in the
-  // cache; from there the filtered text is put in place and its whole groups are decoded. Up to
-  // three characters of an unfinished group wait at the front of the buffer for the next chunk.
-  constexpr uint32_t kChunk = 4096;
-  char filtered[3 + kChunk + 16];
-  unsigned char bytes[(3 + kChunk) / 4 * 3 + 16];
-  uint32_t waiting = 0;  // characters of an unfinished group at the front of `filtered`
-  uint32_t textLength = 0;
-  uint32_t dataLength = 0;
+  // Piece by piece, the input goes through the filter straight into the text buffer, and the
+  // whole groups filtered so far are decoded from there, while they are in the cache, into the
+  // data buffer. Up to three characters of an unfinished group wait for the next piece.
+  char* const filtered = m_pszText;
+  const unsigned char* const in = reinterpret_cast<const unsigned char*>(filtered);
+  uint32_t textLength = 0;  // characters filtered so far
+  uint32_t k = 0;           // characters decoded so far, always whole groups
+  unsigned char* b = m_pData;
   for (uint32_t i = 0; i < length;) {
-    const uint32_t end = length - i < kChunk ? length : i + kChunk;
-    char* out = filtered + waiting;
-    const unsigned char* in = reinterpret_cast<const unsigned char*>(filtered);
-    uint32_t k = 0;  // characters of `filtered` decoded so far, always whole groups
-    unsigned char* b = bytes;
+    const uint32_t end = length - i < kPiece ? length : i + kPiece;
     while (i < end) {
       if (vector) {
         // While no character waits for its group, blocks of plain text are copied and decoded
         // in one go; then blocks without skipped characters are copied.
-        if (in + k == reinterpret_cast<const unsigned char*>(out)) {
-          const uint32_t n = kernels.copyAndDecodeBlocks(text + i, end - i, out, b);
+        if (k == textLength) {
+          const uint32_t n = kernels.copyAndDecodeBlocks(text + i, end - i, filtered + k, b);
           i += n;
-          out += n;
+          textLength += n;
           k += n;
           b += n / 4 * 3;
         }
-        const uint32_t n = kernels.copyUnskipped(text + i, end - i, out);
+        const uint32_t n = kernels.copyUnskipped(text + i, end - i, filtered + textLength);
         i += n;
-        out += n;
+        textLength += n;
       }
-      // The block the kernels refused, or what is left, character by character.
+      // The block the kernels refused, or what is left, character by character. A skipped
+      // character is stored and then overwritten (or cleared at the end), never counted.
       const uint32_t until = vector && end - i > 16 ? i + 16 : end;
       for (; i < until; ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
-        *out = static_cast<char>(c);
-        out += 1 - kSkipTable[c];
+        filtered[textLength] = static_cast<char>(c);
+        textLength += 1 - kSkipTable[c];
       }
       // The whole groups filtered so far.
-      const uint32_t groups = static_cast<uint32_t>(out - filtered) / 4 * 4;
+      const uint32_t groups = textLength / 4 * 4;
       while (k < groups) {
         if (vector) {
           const uint32_t n = kernels.decodeBlocks(in + k, groups - k, b);
@@ -462,22 +456,14 @@ void Base64Coder::DecodeDirect(const char* text, uint32_t length) {
         for (; k < last; k += 4, b += 3) DecodeGroupFast(in + k, b);
       }
     }
-    const uint32_t count = static_cast<uint32_t>(out - filtered);
-    Put(kernels, stream, m_pszText + textLength, filtered + waiting, count - waiting);
-    textLength += count - waiting;
-    Put(kernels, stream, m_pData + dataLength, bytes, k / 4 * 3);
-    dataLength += k / 4 * 3;
-    waiting = count - k;
-    std::memmove(filtered, filtered + k, waiting);
   }
-  if (stream) kernels.streamFence();
   m_nTextLength = textLength;
-  m_nDataLength = dataLength;
-  if (waiting != 0) {
+  m_nDataLength = k / 4 * 3;
+  if (k < textLength) {
     // The data buffer, larger than the unfiltered input, has room for all three bytes; the
     // uncounted ones are zero.
-    Base64Coder::DecodeGroup(TailGroup(filtered, waiting), m_pData + m_nDataLength);
-    m_nDataLength += waiting;
+    Base64Coder::DecodeGroup(TailGroup(filtered + k, textLength - k), m_pData + m_nDataLength);
+    m_nDataLength += textLength - k;
   }
   ClearFrom(kernels, m_pszText, m_nTextCapacity, m_nTextLength);
   ClearFrom(kernels, m_pData, m_nDataCapacity, m_nDataLength);
