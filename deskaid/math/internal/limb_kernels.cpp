@@ -19,6 +19,12 @@ namespace deskaid {
 namespace limbs {
 namespace {
 
+#if DESKAID_LIMB_ROWS_ASM
+// The loops made of assembly rows, from the row set chosen on first use (below).
+void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
+void SquareCrossRows(Limb* r, const Limb* a, size_t n);
+#endif
+
 int LeadingZeros(Limb x) {
   int n = 0;
   for (int step = kLimbBits / 2; step > 0; step /= 2) {
@@ -38,8 +44,7 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   }
 #if DESKAID_LIMB_ROWS_ASM
   // Row by row: the assembly row beats the two-row loop in C.
-  r[na] = Mul1(r, a, na, b[0], 0);
-  for (size_t j = 1; j < nb; ++j) r[na + j] = AddMul1(r + j, a, na, b[j]);
+  ProductRows(r, a, na, b, nb);
 #else
   size_t j = 0;
   if (nb % 2) {
@@ -420,7 +425,7 @@ inline Limb AddMulFirstLimb(Limb*& r, const Limb*& a, Limb m) {
   return static_cast<Limb>(t >> kLimbBits);
 }
 
-Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
+inline Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = n & 1 ? AddMulFirstLimb(r, a, m) : 0;
   n /= 2;
   if (n == 0) return carry;
@@ -429,7 +434,7 @@ Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   return carry;
 }
 
-Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
+inline Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb borrow = 0;
   if (n & 1) {
     const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
@@ -480,7 +485,7 @@ namespace {
   "leaq -1(%%rcx), %%rcx\n\t"                                                \
   "jmp 1b\n\t"
 
-Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
+inline Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
   for (; n % 4; --n, ++r, ++a) {
     const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0] + carry;
@@ -505,7 +510,7 @@ Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
 
 // r - p is r + ~p + 1 less one unit above the top: the additions run on the overflow flag, set
 // to 1 at the start, and a clear flag at the end is the borrow.
-Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
+inline Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb borrow = 0;
   for (; n % 4; --n, ++r, ++a) {
     const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m + borrow;
@@ -543,34 +548,7 @@ bool ProcessorHasWideMultiply() {
   return (ebx & bmi2) && (ebx & adx);
 }
 
-struct Rows {
-  Limb (*addMul1)(Limb*, const Limb*, size_t, Limb);
-  Limb (*subMul1)(Limb*, const Limb*, size_t, Limb);
-};
-
-// Chosen on first use rather than by a static initialiser, so that big integers built during
-// other static initialisation already find their rows.
-Rows& ActiveRows() {
-  static Rows rows = WideRowsAvailable() ? Rows{AddMul1Wide, SubMul1Wide}
-                                         : Rows{AddMul1Plain, SubMul1Plain};
-  return rows;
-}
-
 }  // namespace
-
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().addMul1(r, a, n, m); }
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().subMul1(r, a, n, m); }
-
-bool WideRowsAvailable() {
-  static const bool available = ProcessorHasWideMultiply();
-  return available;
-}
-
-bool UseWideRows(bool wanted) {
-  const bool wide = wanted && WideRowsAvailable();
-  ActiveRows() = wide ? Rows{AddMul1Wide, SubMul1Wide} : Rows{AddMul1Plain, SubMul1Plain};
-  return wide;
-}
 #elif DESKAID_LIMB_ROWS_ASM
 namespace {
 
@@ -600,36 +578,109 @@ __attribute__((target("sse2"))) Limb AddMul1Split(Limb* r, const Limb* a, size_t
   return highCarry + AddLimb(r + h, h, lowCarry);
 }
 
-bool ProcessorHasSse2() {
+// The second form of the 32-bit x86 rows: the split row for adding, the plain one for taking
+// away (which two lanes do not help).
+Limb SubMul1Split(Limb* r, const Limb* a, size_t n, Limb m) { return SubMul1Plain(r, a, n, m); }
+
+bool ProcessorHasWideMultiply() {
   unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
   if (__get_cpuid_max(0, nullptr) < 1) return false;
   __cpuid(1, eax, ebx, ecx, edx);
-  return (edx & (1u << 26)) != 0;
-}
-
-// Chosen on first use, as on x86-64.
-Limb (*&ActiveAddMul1())(Limb*, const Limb*, size_t, Limb) {
-  static Limb (*row)(Limb*, const Limb*, size_t, Limb) =
-      WideRowsAvailable() ? AddMul1Split : AddMul1Plain;
-  return row;
+  return (edx & (1u << 26)) != 0;  // SSE2
 }
 
 }  // namespace
+#endif
 
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveAddMul1()(r, a, n, m); }
+#if DESKAID_LIMB_ROWS_ASM
+namespace {
 
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return SubMul1Plain(r, a, n, m); }
+#if DESKAID_LIMB_ASM
+#define DESKAID_WIDE_ROWS AddMul1Wide, SubMul1Wide
+#else
+#define DESKAID_WIDE_ROWS AddMul1Split, SubMul1Split
+#endif
+using RowFunction = Limb (*)(Limb*, const Limb*, size_t, Limb);
+
+// The loops made of rows are written once over rows known at compile time, so that a row is
+// inlined into its loop where the compiler can: a product, a square or a reduction then costs one
+// call rather than one a row.
+
+// r[0 .. na+nb) = a * b, nb >= 1.
+template <RowFunction AddRow>
+void ProductRowsOf(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
+  r[na] = Mul1(r, a, na, b[0], 0);
+  for (size_t j = 1; j < nb; ++j) r[na + j] = AddRow(r + j, a, na, b[j]);
+}
+
+// The cross products a[i]*a[j], i < j, once, into r[0 .. 2n): row i covers r[2i+1 .. n+i) and
+// its carry is the first write of r[n+i].
+template <RowFunction AddRow>
+void SquareCrossRowsOf(Limb* r, const Limb* a, size_t n) {
+  r[0] = 0;
+  r[2 * n - 1] = 0;
+  if (n > 1) {
+    r[n] = Mul1(r + 1, a + 1, n - 1, a[0], 0);
+    for (size_t i = 1; i + 1 < n; ++i) r[n + i] = AddRow(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
+  }
+}
+
+// Row i clears t[i]; its carry belongs at t[i+n], which no later row's multiplier depends on, so
+// it is kept in t[i] and the carries are added in one pass at the end.
+template <RowFunction AddRow>
+void MontgomeryRowsOf(Limb* t, const Limb* m, size_t n, Limb inverse) {
+  for (size_t i = 0; i < n; ++i) t[i] = AddRow(t + i, m, n, t[i] * inverse);
+  t[2 * n] = AddN(t + n, t + n, t, n);
+}
+
+struct Rows {
+  RowFunction addMul1;
+  RowFunction subMul1;
+  void (*product)(Limb*, const Limb*, size_t, const Limb*, size_t);
+  void (*squareCross)(Limb*, const Limb*, size_t);
+  void (*montgomery)(Limb*, const Limb*, size_t, Limb);
+};
+
+template <RowFunction AddRow, RowFunction SubRow>
+constexpr Rows RowsOf() {
+  return Rows{AddRow, SubRow, ProductRowsOf<AddRow>, SquareCrossRowsOf<AddRow>,
+              MontgomeryRowsOf<AddRow>};
+}
+
+// Chosen on first use rather than by a static initialiser, so that big integers built during
+// other static initialisation already find their rows.
+Rows& ActiveRows() {
+  static Rows rows = WideRowsAvailable() ? RowsOf<DESKAID_WIDE_ROWS>()
+                                         : RowsOf<AddMul1Plain, SubMul1Plain>();
+  return rows;
+}
+
+void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
+  ActiveRows().product(r, a, na, b, nb);
+}
+
+void SquareCrossRows(Limb* r, const Limb* a, size_t n) { ActiveRows().squareCross(r, a, n); }
+
+}  // namespace
+
+Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().addMul1(r, a, n, m); }
+Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().subMul1(r, a, n, m); }
+
+void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
+  ActiveRows().montgomery(t, m, n, inverse);
+}
 
 bool WideRowsAvailable() {
-  static const bool available = ProcessorHasSse2();
+  static const bool available = ProcessorHasWideMultiply();
   return available;
 }
 
 bool UseWideRows(bool wanted) {
-  const bool split = wanted && WideRowsAvailable();
-  ActiveAddMul1() = split ? AddMul1Split : AddMul1Plain;
-  return split;
+  const bool wide = wanted && WideRowsAvailable();
+  ActiveRows() = wide ? RowsOf<DESKAID_WIDE_ROWS>() : RowsOf<AddMul1Plain, SubMul1Plain>();
+  return wide;
 }
+#undef DESKAID_WIDE_ROWS
 #else
 Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
   Limb carry = 0;
@@ -654,6 +705,27 @@ Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
 }
 bool WideRowsAvailable() { return false; }
 bool UseWideRows(bool) { return false; }
+
+void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
+  t[2 * n] = 0;
+  size_t i = 0;
+  // Two limbs a pass: m0 clears t[i]; m1 is chosen for what t[i+1] will be after m0's row.
+  for (; i + 1 < n; i += 2) {
+    const Limb m0 = t[i] * inverse;
+    const DoubleLimb x = static_cast<DoubleLimb>(m0) * m[0] + t[i];
+    const Limb next = t[i + 1] + static_cast<Limb>(static_cast<DoubleLimb>(m0) * m[1]) +
+                      static_cast<Limb>(x >> kLimbBits);
+    const Limb m1 = next * inverse;
+    Limb hi[2];
+    AddMul2(t + i, m, n, m0, m1, hi);
+    AddLimb(t + i + n, n + 1 - i, hi[0]);
+    AddLimb(t + i + n + 1, n - i, hi[1]);
+  }
+  for (; i < n; ++i) {
+    const Limb c = AddMul1(t + i, m, n, t[i] * inverse);
+    AddLimb(t + i + n, 2 * n + 1 - (i + n), c);
+  }
+}
 #endif
 
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
@@ -715,13 +787,7 @@ void Square(Limb* r, const Limb* a, size_t n) {
   }
   // Cross products a[i]*a[j], i < j, once; then doubled; then the squares on the diagonal.
 #if DESKAID_LIMB_ROWS_ASM
-  // Row i covers r[2i+1 .. n+i) and its carry is the first write of r[n+i].
-  r[0] = 0;
-  r[2 * n - 1] = 0;
-  if (n > 1) {
-    r[n] = Mul1(r + 1, a + 1, n - 1, a[0], 0);
-    for (size_t i = 1; i + 1 < n; ++i) r[n + i] = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
-  }
+  SquareCrossRows(r, a, n);
 #else
   // Two rows a pass.
   std::memset(r, 0, 2 * n * sizeof(Limb));

@@ -84,6 +84,12 @@ bool UseWideRows(bool wanted);
 // r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
 // in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
 void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
+// The rows of a Montgomery reduction modulo the odd m[0..n), with inverse = -m^-1 mod the limb
+// base: adds q * m to t[0 .. 2n), where q is chosen limb by limb so that t[0..n) becomes zero, and
+// writes the carry out of the top into t[2n] (t holds 2n + 1 limbs). t[n .. 2n] is then the
+// reduced value, below 2m when t was below m times the limb base to the n; t[0..n) is left as
+// scratch.
+void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse);
 // r[0..rn) += a[0..n), n <= rn, carrying upward; returns the carry out of r[rn-1].
 Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n);
 // r[0..rn) += x, carrying upward; returns the carry out of r[rn-1].

@@ -6,7 +6,6 @@ namespace deskaid {
 
 using limbs::Limb;
 using limbs::LimbVector;
-using limbs::DoubleLimb;
 
 MontgomeryField::MontgomeryField(const LimbVector& modulus) : m_n(modulus) {
   const size_t n = m_n.size();
@@ -25,32 +24,7 @@ MontgomeryField::MontgomeryField(const LimbVector& modulus) : m_n(modulus) {
 void MontgomeryField::Reduce(Limb* r) {
   const size_t n = m_n.size();
   Limb* t = m_t.data();
-#if DESKAID_LIMB_ROWS_ASM
-  // Row i clears t[i]; its carry belongs at t[i+n], which no later row's multiplier depends on,
-  // so it is kept in t[i] and the carries are added in one pass at the end.
-  for (size_t i = 0; i < n; ++i) t[i] = limbs::AddMul1(t + i, m_n.data(), n, t[i] * m_inverse);
-  t[2 * n] = limbs::AddN(t + n, t + n, t, n);
-#else
-  t[2 * n] = 0;
-  size_t i = 0;
-  // Two limbs a pass: m0 clears t[i]; m1 is chosen for what t[i+1] will be after m0's row.
-  for (; i + 1 < n; i += 2) {
-    const Limb m0 = t[i] * m_inverse;
-    const DoubleLimb x = static_cast<DoubleLimb>(m0) * m_n[0] + t[i];
-    const Limb next = t[i + 1] + static_cast<Limb>(static_cast<DoubleLimb>(m0) * m_n[1]) +
-                      static_cast<Limb>(x >> limbs::kLimbBits);
-    const Limb m1 = next * m_inverse;
-    Limb hi[2];
-    limbs::AddMul2(t + i, m_n.data(), n, m0, m1, hi);
-    limbs::AddLimb(t + i + n, n + 1 - i, hi[0]);
-    limbs::AddLimb(t + i + n + 1, n - i, hi[1]);
-  }
-  for (; i < n; ++i) {
-    const Limb m = t[i] * m_inverse;
-    Limb c = limbs::AddMul1(t + i, m_n.data(), n, m);
-    limbs::AddLimb(t + i + n, 2 * n + 1 - (i + n), c);
-  }
-#endif
+  limbs::MontgomeryRows(t, m_n.data(), n, m_inverse);
   // The result t[n .. 2n] is below 2n; one subtraction brings it under n.
   if (t[2 * n] != 0 || limbs::CompareN(t + n, m_n.data(), n) >= 0) {
     limbs::SubN(r, t + n, m_n.data(), n);
