@@ -1,8 +1,9 @@
-// The work measured on the shipped platform, shared by the two 32-bit programs: deskaid's own,
-// built for Windows and run under Wine, and the peers', built with g++ -m32 against i386 OpenSSL
-// and GMP. Both take the same data and time it the same way: a few repetitions, each of a fixed
-// number of calls, of which the best counts. Google Benchmark is not packaged for MinGW, hence
-// this small harness.
+// The work measured on the shipped builds, shared by the two programs of each processor mode:
+// deskaid's own, built for Windows (32-bit or 64-bit) and run under Wine, and the peers', built
+// against OpenSSL and GMP of the same mode (g++ -m32 with the i386 libraries, or native x86-64).
+// Both take the same data and time it the same way: a few repetitions, each of a fixed number of
+// calls, of which the best counts. Google Benchmark is not packaged for MinGW, hence this small
+// harness.
 //
 // Each program prints one line per case, "<case> <implementation> <seconds per call> <check>",
 // where the check is a digest of the result; scripts/bench compares the checks of the two sides
@@ -20,7 +21,7 @@
 namespace shipped {
 
 constexpr uint32_t kCodecSize = 64u << 20;  // as in the native codec benchmark
-constexpr int kPowModBits = 2048;
+constexpr int kPowModBits[] = {1024, 2048};
 constexpr int kRepetitions = 10;  // the machine may be shared: the best of several
 
 // The codec input: the native benchmark's bytes.
@@ -71,6 +72,8 @@ inline std::string Lower(std::string s) {
   for (char& c : s) c = (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
   return s;
 }
+
+inline std::string PowModCase(int bits) { return "powmod_" + std::to_string(bits); }
 
 inline void Report(const char* name, const char* impl, double seconds, const std::string& check) {
   std::printf("%s %s %.6g %s\n", name, impl, seconds, check.c_str());
