@@ -3,9 +3,10 @@
 #include <atomic>
 #include <cstring>
 
+#include "deskaid/common/internal/cpu_features.h"
+
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #define DESKAID_BASE64_X86 1
-#include <cpuid.h>
 #include <immintrin.h>
 // GCC and Clang compile each vector function for the instructions it uses and nothing else, so
 // the rest of the module keeps to the target's baseline and runs on any processor of it.
@@ -15,7 +16,6 @@
 #elif defined(_MSC_VER) && (defined(_M_X64) || defined(_M_IX86))
 #define DESKAID_BASE64_X86 1
 #include <immintrin.h>
-#include <intrin.h>
 // MSVC takes the intrinsics of any instruction set without a switch.
 #define DESKAID_SSE2
 #define DESKAID_SSSE3
@@ -43,55 +43,6 @@ constexpr Kernels kScalarKernels = {Path::kScalar,       EncodeBlocksScalar, Dec
                                     StreamCopyScalar,    StreamZeroScalar,   StreamFenceScalar};
 
 #if defined(DESKAID_BASE64_X86)
-
-// ---------------------------------------------------------------------------------------------
-// What the processor offers.
-
-struct Features {
-  bool ssse3 = false;  // with SSE2
-  bool avx2 = false;   // with the system saving the 256-bit registers
-};
-
-Features Detect() {
-  Features f;
-  unsigned regs1[4] = {}, regs7[4] = {};
-  unsigned maxLeaf = 0;
-  uint64_t saved = 0;  // XCR0: the register states the system saves on a switch
-#if defined(__GNUC__)
-  // On 32-bit x86 this also finds out whether the processor has cpuid at all.
-  maxLeaf = __get_cpuid_max(0, nullptr);
-  if (maxLeaf < 1) return f;
-  __cpuid(1, regs1[0], regs1[1], regs1[2], regs1[3]);
-  if (maxLeaf >= 7) __cpuid_count(7, 0, regs7[0], regs7[1], regs7[2], regs7[3]);
-  if (regs1[2] & (1u << 27)) {
-    unsigned lo, hi;
-    __asm__ __volatile__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
-    saved = (uint64_t(hi) << 32) | lo;
-  }
-#else
-  int info[4];
-  __cpuid(info, 0);
-  maxLeaf = unsigned(info[0]);
-  if (maxLeaf < 1) return f;
-  __cpuid(info, 1);
-  for (int k = 0; k < 4; ++k) regs1[k] = unsigned(info[k]);
-  if (maxLeaf >= 7) {
-    __cpuidex(info, 7, 0);
-    for (int k = 0; k < 4; ++k) regs7[k] = unsigned(info[k]);
-  }
-  if (regs1[2] & (1u << 27)) saved = _xgetbv(0);
-#endif
-  const bool sse2 = (regs1[3] & (1u << 26)) != 0;
-  f.ssse3 = sse2 && (regs1[2] & (1u << 9)) != 0;
-  const bool avx = (regs1[2] & (1u << 28)) != 0 && (saved & 6) == 6;  // XMM and YMM saved
-  f.avx2 = f.ssse3 && avx && (regs7[1] & (1u << 5)) != 0;
-  return f;
-}
-
-const Features& Processor() {
-  static const Features features = Detect();
-  return features;
-}
 
 // ---------------------------------------------------------------------------------------------
 // SSE2: copies and the skip test.
@@ -373,9 +324,9 @@ bool Supports(Path path) {
       return true;
 #if defined(DESKAID_BASE64_X86)
     case Path::kSsse3:
-      return Processor().ssse3;
+      return Cpu().ssse3;
     case Path::kAvx2:
-      return Processor().avx2;
+      return Cpu().avx2;
 #endif
     default:
       return false;

@@ -8,9 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-#if DESKAID_LIMB_ROWS_ASM
-#include <cpuid.h>
-#endif
+#include "deskaid/common/internal/cpu_features.h"
 #if DESKAID_LIMB_ROWS_ASM && !DESKAID_LIMB_ASM
 #include <emmintrin.h>
 #endif
@@ -540,14 +538,6 @@ inline Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
 
 #undef DESKAID_WIDE_ROW_LOOP
 
-bool ProcessorHasWideMultiply() {
-  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-  if (__get_cpuid_max(0, nullptr) < 7) return false;
-  __cpuid_count(7, 0, eax, ebx, ecx, edx);
-  const unsigned bmi2 = 1u << 8, adx = 1u << 19;
-  return (ebx & bmi2) && (ebx & adx);
-}
-
 }  // namespace
 #elif DESKAID_LIMB_ROWS_ASM
 namespace {
@@ -581,13 +571,6 @@ __attribute__((target("sse2"))) Limb AddMul1Split(Limb* r, const Limb* a, size_t
 // The second form of the 32-bit x86 rows: the split row for adding, the plain one for taking
 // away (which two lanes do not help).
 Limb SubMul1Split(Limb* r, const Limb* a, size_t n, Limb m) { return SubMul1Plain(r, a, n, m); }
-
-bool ProcessorHasWideMultiply() {
-  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-  if (__get_cpuid_max(0, nullptr) < 1) return false;
-  __cpuid(1, eax, ebx, ecx, edx);
-  return (edx & (1u << 26)) != 0;  // SSE2
-}
 
 }  // namespace
 #endif
@@ -671,8 +654,11 @@ void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
 }
 
 bool WideRowsAvailable() {
-  static const bool available = ProcessorHasWideMultiply();
-  return available;
+#if DESKAID_LIMB_ASM
+  return Cpu().bmi2Adx;
+#else
+  return Cpu().sse2;
+#endif
 }
 
 bool UseWideRows(bool wanted) {
