@@ -45,6 +45,15 @@ function(deskaid_public_headers out)
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
+# Whether the assembler can turn aligned vector moves into unaligned ones (binutils 2.38 and
+# later); the answer is cached.
+function(deskaid_check_unaligned_vector_moves)
+  if(NOT DEFINED DESKAID_UNALIGNED_VECTOR_MOVES)
+    include(CheckCXXCompilerFlag)
+    check_cxx_compiler_flag(-Wa,-muse-unaligned-vector-move DESKAID_UNALIGNED_VECTOR_MOVES)
+  endif()
+endfunction()
+
 # The settings every target of deskaid's own build gets: C++17 without extensions, warnings,
 # DWARF 4 and a static runtime for Windows, and the sanitizers when asked for.
 function(deskaid_target_settings target)
@@ -64,6 +73,12 @@ function(deskaid_target_settings target)
   if(MINGW)
     # Wine's dbghelp reads DWARF 4; the runtime goes into every program so that no DLL is needed.
     target_compile_options(${target} PRIVATE -gdwarf-4)
+    # GCC cannot align a 64-bit Windows stack frame beyond 16 bytes, yet spills 256- and 512-bit
+    # vector registers with aligned moves; the assembler makes every such move an unaligned one.
+    deskaid_check_unaligned_vector_moves()
+    if(DESKAID_UNALIGNED_VECTOR_MOVES)
+      target_compile_options(${target} PRIVATE -Wa,-muse-unaligned-vector-move)
+    endif()
     if(links)
       target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++)
     endif()

@@ -176,7 +176,8 @@ build_limbs32() {
       ar rcs "$dir/gtest.a" "$dir/gtest-all.o" "$dir/gtest_main.o" || return 1
   fi
   g++ "${flags[@]}" -I. -Itests -I"$gtest/include" deskaid/math/*.cpp deskaid/math/internal/*.cpp \
-    tests/math/*.cpp "$dir/gtest.a" -lgmp -o "$dir/math_tests_i386"
+    deskaid/common/internal/cpu_features.cpp tests/math/*.cpp "$dir/gtest.a" -lgmp \
+    -o "$dir/math_tests_i386"
 }
 
 fuzz_smoke() {  # seconds per target

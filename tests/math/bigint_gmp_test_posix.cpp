@@ -1,5 +1,6 @@
 // Differential tests against GMP wherever CBigInt's and CModPower's defined behaviour is exact
-// arithmetic, each run with the plain and with the wide (BMI2/ADX) multiply rows.
+// arithmetic, each run with the plain and with the wide (BMI2/ADX) multiply rows, and the modular
+// powers also with the Montgomery products on 52-bit digits (AVX-512 IFMA).
 #include <gmp.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/internal/limb_kernels.h>
+#include <deskaid/math/internal/montgomery.h>
 #include <deskaid/math/modpower.h>
 
 namespace {
@@ -222,7 +224,32 @@ std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData +
 
 // The base comes back squared for each exponent bit but the top one (1 leaves it alone). An odd
 // modulus takes the Montgomery route; the plain one of its negation must leave the same words.
-TEST_P(VersusGmp, ModularPowersOfNonNegativeBases) {
+// The arithmetic a modular power runs on: limb rows, plain or wide, or 52-bit digits.
+enum class PowerForm { kPlainRows, kWideRows, kDigits };
+class PowersVersusGmp : public ::testing::TestWithParam<PowerForm> {
+ protected:
+  void SetUp() override {
+    const PowerForm form = GetParam();
+    if (limbs::UseWideRows(form != PowerForm::kPlainRows) != (form != PowerForm::kPlainRows))
+      GTEST_SKIP() << "no BMI2 and ADX";
+    if (deskaid::UseDigitProducts(form == PowerForm::kDigits) != (form == PowerForm::kDigits))
+      GTEST_SKIP() << "no AVX-512 IFMA";
+  }
+  void TearDown() override {
+    limbs::UseWideRows(true);
+    deskaid::UseDigitProducts(true);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(, PowersVersusGmp,
+                         ::testing::Values(PowerForm::kPlainRows, PowerForm::kWideRows,
+                                           PowerForm::kDigits),
+                         [](const auto& info) {
+                           return info.param == PowerForm::kDigits     ? "Digits"
+                                  : info.param == PowerForm::kWideRows ? "WideRows"
+                                                                       : "PlainRows";
+                         });
+
+TEST_P(PowersVersusGmp, ModularPowersOfNonNegativeBases) {
   Operands gen(11);
   for (int i = 0; i < 300; ++i) {
     const int bits = i < 250 ? 1 + static_cast<int>(gen.Next() % 1300) : 1024 * (1 + i % 5);
@@ -242,6 +269,22 @@ TEST_P(VersusGmp, ModularPowersOfNonNegativeBases) {
       EXPECT_EQ(WordsOf(plain.Transform(plainBase, e, -n)), WordsOf(result));
       EXPECT_EQ(WordsOf(plainBase), WordsOf(base));
     }
+  }
+}
+
+// Powers that become multiples of the modulus on the way: n = 3^k, and a base with a factor 3
+// reaches 0 once the exponent is large enough, passing through products that are multiples of n.
+TEST_P(PowersVersusGmp, PowersThatReachZero) {
+  for (int k = 41; k < 1400; k += 37) {
+    Mpz n, base, e, want;
+    mpz_ui_pow_ui(n.v, 3, k);
+    mpz_ui_pow_ui(base.v, 3, 1 + k % 5);
+    mpz_mul_ui(base.v, base.v, 1000003);
+    mpz_set_ui(e.v, k / 2 + 3 * k % 7);
+    CBigInt b(base.Str().c_str()), bigN(n.Str().c_str()), bigE(e.Str().c_str());
+    CModPower power;
+    mpz_powm(want.v, base.v, e.v, n.v);
+    EXPECT_EQ(ToMpz(power.Transform(b, bigE, bigN)).Str(16), want.Str(16)) << "3^" << k;
   }
 }
 
