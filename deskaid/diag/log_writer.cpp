@@ -18,6 +18,18 @@ namespace {
 constexpr uint32_t kTrailerSize = sizeof(LogTrailer);
 constexpr uint32_t kHeaderSize = sizeof(LogRecordHeader);
 constexpr uint8_t kArchiveMode = 255;
+// A write to a file may be cut at a boundary of this size (a multiple of every page size), when
+// the process is killed in the middle of it: the system copies the data a page at a time and
+// stops between pages for a fatal signal. A write within one such block is never cut.
+constexpr uint64_t kPage = 4096;
+
+bool SamePage(uint64_t first, uint64_t last) { return first / kPage == last / kPage; }
+
+// The rotations' temporary file beside the log: "<log>.n_".
+struct TempPath {
+  explicit TempPath(const char* log) { std::snprintf(text, sizeof text, "%s.n_", log); }
+  char text[deskaid::kMaxPath + 4];
+};
 
 }  // namespace
 
@@ -98,6 +110,8 @@ bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint
   m_nMaxSize = maxSize;  // not clamped: 0 makes every write rotate the file
   m_bEncipher = encipher;
   m_nDropPercent = dropPercent;
+  // A rotation's temporary file that a stopped process left behind goes.
+  deskaid::platform::DeleteFilePath(TempPath(m_szPath).text);
   return OpenFileLocked();
 }
 
@@ -134,13 +148,39 @@ bool CLogWriter::OpenFileLocked() {
     if (complete && read.magic == kLogTrailerMagic) {
       m_trailer = read;
       m_keySchedules.clear();
-      deskaid::platform::SeekStream(m_pStream, trailerAt);
+      if (trailerAt % kPage == 0) CloseGapBeforeTrailer(trailerAt);
+      deskaid::platform::SeekStream(m_pStream, m_nFileLength - kTrailerSize);
       return true;
     }
     std::fclose(m_pStream);
     m_pStream = nullptr;
     mustTruncate = !deskaid::platform::DeleteFilePath(m_szPath);
   }
+}
+
+// A trailer at the start of a block may be the copy that a record written across blocks puts
+// there while it is written (see WriteRecord), left by a process stopped before the file was cut
+// back: the records then end before it, behind them lies what the stop left of the record, and a
+// record appended now would not follow the others. The records are walked to their end, and the
+// trailer is moved there. A log whose records fill the space before its trailer is left alone.
+void CLogWriter::CloseGapBeforeTrailer(uint64_t trailerAt) {
+  uint64_t recordsEnd = 0;
+  {
+    deskaid::platform::SeekStream(m_pStream, 0);
+    deskaid::LogBlockReader reader(m_pStream, trailerAt);
+    LogRecordHeader header;
+    for (uint32_t i = 0; i < m_trailer.recordCount; ++i) {
+      if (!reader.Read(&header, kHeaderSize) || !reader.Skip(header.length)) return;
+      recordsEnd += kHeaderSize + header.length;
+    }
+  }
+  if (recordsEnd == trailerAt) return;
+  // The trailer goes behind the records first, while the copy still ends the file, and then the
+  // file is cut behind it: a stop between the two leaves the same state to mend again.
+  deskaid::platform::WriteAt(m_pStream, recordsEnd, &m_trailer, kTrailerSize);
+  if (!deskaid::platform::TruncateStream(m_pStream, recordsEnd + kTrailerSize)) return;
+  m_nFileLength = recordsEnd + kTrailerSize;
+  m_nSize = static_cast<uint32_t>(m_nFileLength);
 }
 
 bool CLogWriter::Close() {
@@ -249,7 +289,7 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
   m_trailer.recordCount += 1;
   std::memcpy(body + length, &m_trailer, kTrailerSize);
 
-  size_t written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), m_record.size());
+  size_t written = WriteRecord(offset);
   // Only header and body count towards the size: for a file that already had a trailer the size
   // thus equals the file's length, for one that began empty it stays a trailer below it.
   size_t recordBytes = kHeaderSize + static_cast<size_t>(length);
@@ -265,6 +305,36 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
     }
   }
   return true;
+}
+
+// The record in m_record (header, body and the new trailer) goes over the old trailer at
+// `offset`. A stop at any moment, a killed process included, must leave a log that reads whole,
+// with every record before this one. A write within one block does; one across a boundary could
+// be cut there and leave the file ending in half a record, so it goes in three steps, each of
+// which leaves a whole log: a copy of the old trailer at the start of the first block past the
+// record (a write within one block), which then ends the file; the record and its trailer in
+// place, which the copy behind them keeps out of the log until the last step; and the cut of the
+// file behind the new trailer. OpenFile mends a log left between the steps.
+size_t CLogWriter::WriteRecord(uint64_t offset) {
+  const uint64_t end = offset + m_record.size();
+  size_t written;
+  if (m_nFileLength < kTrailerSize || SamePage(offset, end - 1)) {
+    written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), m_record.size());
+  } else {
+    LogTrailer previous = m_trailer;
+    previous.recordCount -= 1;
+    const uint64_t copyAt = (end + kPage - 1) / kPage * kPage;
+    deskaid::platform::WriteAt(m_pStream, copyAt, &previous, kTrailerSize);
+    written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), m_record.size());
+    if (written == m_record.size()) deskaid::platform::TruncateStream(m_pStream, end);
+  }
+  if (m_bFlushToDisk) deskaid::platform::FlushToDisk(m_pStream);
+  return written;
+}
+
+void CLogWriter::SetFlushToDisk(bool flush) {
+  Guard guard(*this);
+  m_bFlushToDisk = flush;
 }
 
 bool CLogWriter::WriteFormat(uint8_t level, uint32_t /*reserved*/, const char* format, ...) {
@@ -289,7 +359,8 @@ void CLogWriter::Archive() {
   std::string archived = deskaid::MakePath(parts.drive, parts.directory, name, parts.extension);
 
   // The move never replaces an older archive of the same second: it fails, and logging goes on
-  // at the price of the current file.
+  // at the price of the current file. A move renames in one step, so a stop at any moment leaves
+  // the log or its archive.
   if (!deskaid::platform::MoveFilePath(m_szPath, archived.c_str())) {
     deskaid::platform::DeleteFilePath(m_szPath);
   }
@@ -299,8 +370,8 @@ void CLogWriter::Archive() {
 void CLogWriter::Compact() {
   CloseLocked();
 
-  char tempPath[deskaid::kMaxPath + 4];
-  std::snprintf(tempPath, sizeof tempPath, "%s.n_", m_szPath);
+  const TempPath tempFile(m_szPath);
+  const char* tempPath = tempFile.text;
 
   std::FILE* log = std::fopen(m_szPath, "r+b");
   std::FILE* temp = log != nullptr ? std::fopen(tempPath, "wb") : nullptr;
@@ -331,10 +402,15 @@ void CLogWriter::Compact() {
   m_trailer.recordCount -= drop;  // keys and stamp stay, so enciphered records remain readable
   std::fwrite(&m_trailer, 1, kTrailerSize, temp);
 
+  // The new file reaches the disk in full, and then takes the log's place in one step: a stop at
+  // any moment leaves the old log or the new one, never neither. A new file that could not be
+  // written whole is dropped, and the old log goes on.
   std::fclose(log);
+  const bool whole = std::ferror(temp) == 0 && deskaid::platform::FlushToDisk(temp);
   std::fclose(temp);
-  deskaid::platform::DeleteFilePath(m_szPath);
-  deskaid::platform::MoveFilePath(tempPath, m_szPath);
+  if (!whole || !deskaid::platform::ReplaceFilePath(tempPath, m_szPath)) {
+    deskaid::platform::DeleteFilePath(tempPath);
+  }
   OpenFileLocked();
 }
 

@@ -63,6 +63,12 @@ class CLogWriter {
   // are not reported. Rotates the file afterwards when it has reached the size limit.
   bool Write(uint8_t level, const void* data, uint32_t length, uint8_t kind);
 
+  // What a record survives. Once Write returns, the record is in the system's hands: a killed or
+  // crashed process loses none of the records it wrote. Surviving a power loss or a system crash
+  // also needs the disk to have them, which SetFlushToDisk(true) asks for after every record, at
+  // the price of a system call that waits for the disk. Off by default.
+  void SetFlushToDisk(bool flush);
+
   // Formats into 1,024 bytes (cut at 1,023 characters) and writes it as a record of kind 2.
   // `reserved` is accepted and ignored. A null format writes nothing and returns false.
   bool WriteFormat(uint8_t level, uint32_t reserved, const char* format, ...)
@@ -72,10 +78,12 @@ class CLogWriter {
   friend class LogWriterTryLock;
   class Guard;
 
-  // The bodies of the operations of the same names, run with the lock held. of the operations of the same names.
+  // The bodies of the operations of the same names, run with the lock held.
   bool OpenFileLocked();
   bool CloseLocked();
   bool WriteLocked(uint8_t level, const void* data, uint32_t length, uint8_t kind);
+  size_t WriteRecord(uint64_t offset);
+  void CloseGapBeforeTrailer(uint64_t trailerAt);
   void InitTrailer();
   void Archive();
   void Compact();
@@ -92,6 +100,8 @@ class CLogWriter {
   // stays a trailer longer, and one past 4 GiB outgrows the 32-bit count): where the next record
   // goes.
   uint64_t m_nFileLength = 0;
+  // Every record is flushed to the disk (SetFlushToDisk).
+  bool m_bFlushToDisk = false;
   // The cipher of each trailer key right after its key schedule, made when first needed and
   // dropped whenever the trailer (and so the keys) changes.
   std::vector<Rc4Cipher> m_keySchedules;

@@ -59,11 +59,16 @@ inline ParsedLog Parse(const std::string& b) {
 
 inline ParsedLog ParseFile(const std::string& path) { return Parse(ReadFileBytes(path)); }
 
-// The other files of the folder that holds `path`, its archives, in the order of their names.
+// The archives of the log at `path` ("<name> - <stamp><extension>" beside it), in the order of
+// their names, which is the order of their stamps.
 inline std::vector<std::string> ArchivesBeside(const std::string& path) {
+  const std::filesystem::path log(path);
+  const std::string prefix = log.stem().string() + " - ";
   std::vector<std::string> found;
-  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()))
-    if (entry.path().filename() != std::filesystem::path(path).filename()) found.push_back(entry.path().string());
+  for (const auto& entry : std::filesystem::directory_iterator(log.parent_path())) {
+    if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0)
+      found.push_back(entry.path().string());
+  }
   std::sort(found.begin(), found.end());
   return found;
 }

@@ -202,6 +202,31 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   EXPECT_TRUE(fs::remove(stuck, error)) << error.message();
 }
 
+// A record written across a page boundary puts a copy of the old trailer at the start of a later
+// page first, so that a kill which cuts the record's own write leaves the file ending in that
+// copy. Such a log reads as the records before the cut one, and the next open moves the trailer
+// back behind them, whatever the cut write left between.
+TEST_F(LogWriterTest, ALogLeftInTheMiddleOfARecordReadsWholeAndIsMendedAtOpen) {
+  const std::string path = Open(writer, "cut.log");
+  for (const char* text : {"one", "two", "three"}) writer.Write(1, text, 3 + (text[1] == 'h') * 2, 2);
+  writer.Close();
+  const std::string whole = ReadFileBytes(path);
+  const std::string trailer = whole.substr(whole.size() - 74);
+  for (const std::string& cut : {std::string("\x01\x02\xff\xff\x40\x00partial"), std::string(300, 'x')}) {
+    std::string bytes = whole.substr(0, whole.size() - 74) + cut;
+    bytes += std::string(4096 - bytes.size() % 4096, '\0') + trailer;
+    WriteFileBytes(path, bytes);
+    EXPECT_EQ(logtest::ExportedMessages(path, dir_.PathOf("cut.txt")), (Texts{"one", "two", "three"}));
+    Open(writer, "cut.log");
+    EXPECT_EQ(writer.GetSize(), whole.size());
+    writer.Write(1, "four", 4, 2);
+    writer.Close();
+    const auto log = logtest::ParseFile(path);
+    EXPECT_TRUE(log.valid);
+    EXPECT_EQ(log.Texts(), (Texts{"one", "two", "three", "four"}));
+  }
+}
+
 // A second archive in the same second never replaces the first: that file is dropped instead.
 TEST_F(LogWriterTest, ArchivingMovesTheFullFileAsideUnderItsOpeningTimeNeverOverAnother) {
   for (int attempt = 0; attempt < 20; ++attempt) {

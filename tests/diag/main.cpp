@@ -1,9 +1,13 @@
-// With "--second-writer PATH" the program is the other process the sharing test needs.
+// The test program of the log writer, which is also the other processes its tests need:
+//   --second-writer PATH      opens PATH and writes one record (the sharing test)
+//   --kill-child ...          writes records until it is killed (see log_writer_kill_test.cpp)
 #include <deskaid/diag/log_writer.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+
+int RunKillChild(int argc, char** argv);
 
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--second-writer") == 0) {
@@ -12,6 +16,7 @@ int main(int argc, char** argv) {
     writer.WriteFormat(1, 0, "second writer");
     return 4;
   }
+  if (argc > 1 && std::strcmp(argv[1], "--kill-child") == 0) return RunKillChild(argc - 2, argv + 2);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

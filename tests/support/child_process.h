@@ -1,4 +1,4 @@
-// Starting another program from a test and waiting for its end.
+// Starting another program from a test, waiting for its end or ending it.
 #pragma once
 
 #include <functional>
@@ -8,6 +8,7 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -18,44 +19,101 @@ struct ChildExit {
   unsigned long code = 0;  // the exit code; on POSIX the signal that ended the child, if one did
 };
 
-// Args in the host's code page; on POSIX a hung child is left to the test's timeout, not `ms`.
+// A running child. Args in the host's code page.
+class ChildProcess {
+ public:
+  ChildProcess(const std::string& program, const std::vector<std::string>& args) {
+#ifdef _WIN32
+    std::string command = "\"" + program + "\"";
+    for (const std::string& arg : args) command += " \"" + arg + "\"";
+    std::wstring wide(command.size() + 1, L'\0');
+    MultiByteToWideChar(CP_ACP, 0, command.c_str(), -1, &wide[0], static_cast<int>(wide.size()));
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    m_exit.started = CreateProcessW(nullptr, &wide[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                                    &startup, &m_process) != FALSE;
+#else
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    m_pid = fork();
+    if (m_pid == 0) {
+      execv(program.c_str(), argv.data());
+      _exit(127);
+    }
+    m_exit.started = m_pid > 0;
+#endif
+  }
+  ~ChildProcess() {
+    if (m_exit.started && !m_waited) Kill();
+  }
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  bool Started() const { return m_exit.started; }
+
+  // Waits up to `ms` for the end (on POSIX without limit: a hung child is left to the test's
+  // timeout); a child still running then is ended.
+  ChildExit Wait(unsigned ms) {
+    if (!m_exit.started || m_waited) return m_exit;
+#ifdef _WIN32
+    m_exit.finished = WaitForSingleObject(m_process.hProcess, ms) == WAIT_OBJECT_0;
+    if (!m_exit.finished) TerminateProcess(m_process.hProcess, 1);
+    WaitForSingleObject(m_process.hProcess, INFINITE);
+    DWORD code = 0;
+    GetExitCodeProcess(m_process.hProcess, &code);
+    m_exit.code = code;
+    CloseHandle(m_process.hThread);
+    CloseHandle(m_process.hProcess);
+#else
+    (void)ms;
+    int status = 0;
+    m_exit.finished = waitpid(m_pid, &status, 0) == m_pid;
+    m_exit.code = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+#endif
+    m_waited = true;
+    return m_exit;
+  }
+
+  // Ends the child at once, wherever it is (TerminateProcess; SIGKILL elsewhere), and waits for
+  // its end. The exit tells whether it was still running: `finished` is false then.
+  ChildExit Kill() {
+    if (!m_exit.started || m_waited) return m_exit;
+#ifdef _WIN32
+    const bool running = WaitForSingleObject(m_process.hProcess, 0) == WAIT_TIMEOUT;
+    TerminateProcess(m_process.hProcess, 1);
+#else
+    int status = 0;
+    const bool running = waitpid(m_pid, &status, WNOHANG) == 0;
+    if (running) kill(m_pid, SIGKILL);
+    if (!running) {
+      m_waited = true;
+      m_exit.finished = true;
+      m_exit.code = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+      return m_exit;
+    }
+#endif
+    ChildExit exit = Wait(0);
+    m_exit.finished = exit.finished = !running;
+    return exit;
+  }
+
+ private:
+  ChildExit m_exit;
+  bool m_waited = false;
+#ifdef _WIN32
+  PROCESS_INFORMATION m_process = {};
+#else
+  pid_t m_pid = -1;
+#endif
+};
+
+// Runs a program to its end, or ends it after `ms` (on POSIX a hung child is left to the test's
+// timeout). `whileRunning` runs once the child has started.
 inline ChildExit RunChildProcess(const std::string& program, const std::vector<std::string>& args,
                                  unsigned ms, const std::function<void()>& whileRunning = nullptr) {
-  ChildExit result;
-#ifdef _WIN32
-  std::string command = "\"" + program + "\"";
-  for (const std::string& arg : args) command += " \"" + arg + "\"";
-  std::wstring wide(command.size() + 1, L'\0');
-  MultiByteToWideChar(CP_ACP, 0, command.c_str(), -1, &wide[0], static_cast<int>(wide.size()));
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process = {};
-  result.started = CreateProcessW(nullptr, &wide[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                                  &startup, &process) != FALSE;
-  if (!result.started) return result;
+  ChildProcess child(program, args);
+  if (!child.Started()) return ChildExit{};
   if (whileRunning) whileRunning();
-  result.finished = WaitForSingleObject(process.hProcess, ms) == WAIT_OBJECT_0;
-  if (!result.finished) TerminateProcess(process.hProcess, 1);
-  DWORD code = 0;
-  GetExitCodeProcess(process.hProcess, &code);
-  result.code = code;
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
-#else
-  (void)ms;
-  std::vector<char*> argv{const_cast<char*>(program.c_str())};
-  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-  argv.push_back(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
-  result.started = child > 0;
-  if (whileRunning) whileRunning();
-  int status = 0;
-  result.finished = waitpid(child, &status, 0) == child;
-  result.code = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
-#endif
-  return result;
+  return child.Wait(ms);
 }

@@ -96,9 +96,20 @@ inline void EndOnWholeCharacter(char* text, size_t length) {
 bool EqualIgnoringCase(const char* a, const char* b, int length);
 
 // DeleteFileA / MoveFileA. The move never replaces an existing destination, on any platform;
-// callers that mean to replace one delete it first.
+// callers that mean to replace one delete it first, or replace it with ReplaceFilePath.
 bool DeleteFilePath(const char* path);
 bool MoveFilePath(const char* from, const char* to);
+// Puts `from` in the place of `to` in one step, replacing it (MoveFileExA with
+// MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH; rename elsewhere): at every moment one of
+// the two files is there, whenever the process is stopped.
+bool ReplaceFilePath(const char* from, const char* to);
+
+// Hands what the stream holds to the system and then has the system write it to the disk
+// (fflush, then FlushFileBuffers; fsync elsewhere), so that it survives a power loss.
+bool FlushToDisk(std::FILE* stream);
+// Cuts an open file to `length` bytes (SetEndOfFile; ftruncate elsewhere). The stream must hold
+// no unwritten data, and is positioned anew before its next use.
+bool TruncateStream(std::FILE* stream, uint64_t length);
 
 }  // namespace platform
 }  // namespace deskaid

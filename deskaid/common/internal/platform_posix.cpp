@@ -143,5 +143,15 @@ bool MoveFilePath(const char* from, const char* to) {
   return std::rename(from, to) == 0;
 }
 
+bool ReplaceFilePath(const char* from, const char* to) { return std::rename(from, to) == 0; }
+
+bool FlushToDisk(std::FILE* stream) {
+  return std::fflush(stream) == 0 && fsync(fileno(stream)) == 0;
+}
+
+bool TruncateStream(std::FILE* stream, uint64_t length) {
+  return ftruncate(fileno(stream), static_cast<off_t>(length)) == 0;
+}
+
 }  // namespace platform
 }  // namespace deskaid

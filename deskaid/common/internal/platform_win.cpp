@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <io.h>
 #include <share.h>
 
 namespace deskaid {
@@ -114,6 +115,27 @@ bool EqualIgnoringCase(const char* a, const char* b, int length) {
 bool DeleteFilePath(const char* path) { return DeleteFileA(path) != 0; }
 
 bool MoveFilePath(const char* from, const char* to) { return MoveFileA(from, to) != 0; }
+
+bool ReplaceFilePath(const char* from, const char* to) {
+  return MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+namespace {
+HANDLE HandleOf(std::FILE* stream) {
+  return reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+}
+}  // namespace
+
+bool FlushToDisk(std::FILE* stream) {
+  return std::fflush(stream) == 0 && FlushFileBuffers(HandleOf(stream)) != 0;
+}
+
+bool TruncateStream(std::FILE* stream, uint64_t length) {
+  LARGE_INTEGER at;
+  at.QuadPart = static_cast<LONGLONG>(length);
+  const HANDLE file = HandleOf(stream);
+  return SetFilePointerEx(file, at, nullptr, FILE_BEGIN) != 0 && SetEndOfFile(file) != 0;
+}
 
 }  // namespace platform
 }  // namespace deskaid
