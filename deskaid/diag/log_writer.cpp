@@ -1,6 +1,7 @@
 #include "deskaid/diag/log_writer.h"
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,9 @@ constexpr uint8_t kArchiveMode = 255;
 constexpr uint64_t kPage = 4096;
 
 bool SamePage(uint64_t first, uint64_t last) { return first / kPage == last / kPage; }
+// Marks, in a trailer's keyCount, a trailer written for the time a record is being written across
+// a boundary (see WriteRecord).
+constexpr uint16_t kPendingMark = 0x8000;
 
 // The rotations' temporary file beside the log: "<log>.n_".
 struct TempPath {
@@ -148,7 +152,7 @@ bool CLogWriter::OpenFileLocked() {
     if (complete && read.magic == kLogTrailerMagic) {
       m_trailer = read;
       m_keySchedules.clear();
-      if (trailerAt % kPage == 0) CloseGapBeforeTrailer(trailerAt);
+      if (read.keyCount & kPendingMark) MendPendingRecord(trailerAt);
       deskaid::platform::SeekStream(m_pStream, m_nFileLength - kTrailerSize);
       return true;
     }
@@ -158,12 +162,15 @@ bool CLogWriter::OpenFileLocked() {
   }
 }
 
-// A trailer at the start of a block may be the copy that a record written across blocks puts
-// there while it is written (see WriteRecord), left by a process stopped before the file was cut
-// back: the records then end before it, behind them lies what the stop left of the record, and a
-// record appended now would not follow the others. The records are walked to their end, and the
-// trailer is moved there. A log whose records fill the space before its trailer is left alone.
-void CLogWriter::CloseGapBeforeTrailer(uint64_t trailerAt) {
+// A trailer marked pending was left by a process stopped while it wrote a record across a
+// boundary (see WriteRecord): the file reads whole as the records before that one, but behind
+// them may lie what the stop left of it, so a record appended now would not follow them. The
+// records are walked to their end and an unmarked trailer is put there, by the steps a record's
+// own trailer across a boundary takes: a marked copy past the end, which then ends the file; the
+// trailer behind the records; the cut of the file behind it. A stop in between leaves a log to
+// mend again.
+void CLogWriter::MendPendingRecord(uint64_t trailerAt) {
+  m_trailer.keyCount = kLogKeyCount;
   uint64_t recordsEnd = 0;
   {
     deskaid::platform::SeekStream(m_pStream, 0);
@@ -174,9 +181,10 @@ void CLogWriter::CloseGapBeforeTrailer(uint64_t trailerAt) {
       recordsEnd += kHeaderSize + header.length;
     }
   }
-  if (recordsEnd == trailerAt) return;
-  // The trailer goes behind the records first, while the copy still ends the file, and then the
-  // file is cut behind it: a stop between the two leaves the same state to mend again.
+  LogTrailer pending = m_trailer;
+  pending.keyCount |= kPendingMark;
+  const uint64_t copyAt = (trailerAt + kTrailerSize + kPage - 1) / kPage * kPage;
+  deskaid::platform::WriteAt(m_pStream, copyAt, &pending, kTrailerSize);
   deskaid::platform::WriteAt(m_pStream, recordsEnd, &m_trailer, kTrailerSize);
   if (!deskaid::platform::TruncateStream(m_pStream, recordsEnd + kTrailerSize)) return;
   m_nFileLength = recordsEnd + kTrailerSize;
@@ -309,24 +317,40 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
 
 // The record in m_record (header, body and the new trailer) goes over the old trailer at
 // `offset`. A stop at any moment, a killed process included, must leave a log that reads whole,
-// with every record before this one. A write within one block does; one across a boundary could
-// be cut there and leave the file ending in half a record, so it goes in three steps, each of
-// which leaves a whole log: a copy of the old trailer at the start of the first block past the
-// record (a write within one block), which then ends the file; the record and its trailer in
-// place, which the copy behind them keeps out of the log until the last step; and the cut of the
-// file behind the new trailer. OpenFile mends a log left between the steps.
+// with every record before this one. A write within one block does. One across a boundary could be
+// cut there, leaving the file to end in half a record; the system writes the blocks in order, so
+// a cut write leaves its first blocks new and the rest as they were. Such a record therefore goes
+// in steps, each of which leaves a log that the converter reads whole, ended by a trailer with
+// the old count and the pending mark (kPendingMark in keyCount, which no reader uses); OpenFile
+// mends a log left with one (see MendPendingRecord).
+//  - The new trailer within the record's last block: that block's part is written first, with
+//    the trailer marked and holding the old count; then the whole record and trailer, which a
+//    cut leaves with the marked last block as it was.
+//  - The new trailer across a boundary itself: a marked copy of the old trailer right behind the
+//    new one first (within one block), which then ends the file; then the record and its trailer
+//    in place; then the file is cut behind them.
 size_t CLogWriter::WriteRecord(uint64_t offset) {
-  const uint64_t end = offset + m_record.size();
-  size_t written;
-  if (m_nFileLength < kTrailerSize || SamePage(offset, end - 1)) {
-    written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), m_record.size());
-  } else {
-    LogTrailer previous = m_trailer;
-    previous.recordCount -= 1;
-    const uint64_t copyAt = (end + kPage - 1) / kPage * kPage;
-    deskaid::platform::WriteAt(m_pStream, copyAt, &previous, kTrailerSize);
-    written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), m_record.size());
-    if (written == m_record.size()) deskaid::platform::TruncateStream(m_pStream, end);
+  const size_t size = m_record.size();
+  const uint64_t end = offset + size;
+  if (m_nFileLength >= kTrailerSize && !SamePage(offset, end - 1)) {
+    if (SamePage(end - kTrailerSize, end - 1)) {
+      LogTrailer* trailer = reinterpret_cast<LogTrailer*>(m_record.data() + size - kTrailerSize);
+      const LogTrailer final = *trailer;
+      trailer->keyCount |= kPendingMark;
+      trailer->recordCount -= 1;
+      const size_t last = static_cast<size_t>((end - 1) / kPage * kPage - offset);
+      deskaid::platform::WriteAt(m_pStream, offset + last, m_record.data() + last, size - last);
+      *trailer = final;
+    } else {
+      LogTrailer previous = m_trailer;
+      previous.keyCount |= kPendingMark;
+      previous.recordCount -= 1;
+      deskaid::platform::WriteAt(m_pStream, end, &previous, kTrailerSize);
+    }
+  }
+  const size_t written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), size);
+  if (m_nFileLength >= kTrailerSize && !SamePage(end - kTrailerSize, end - 1) && written == size) {
+    deskaid::platform::TruncateStream(m_pStream, end);
   }
   if (m_bFlushToDisk) deskaid::platform::FlushToDisk(m_pStream);
   return written;

@@ -83,7 +83,7 @@ class CLogWriter {
   bool CloseLocked();
   bool WriteLocked(uint8_t level, const void* data, uint32_t length, uint8_t kind);
   size_t WriteRecord(uint64_t offset);
-  void CloseGapBeforeTrailer(uint64_t trailerAt);
+  void MendPendingRecord(uint64_t trailerAt);
   void InitTrailer();
   void Archive();
   void Compact();

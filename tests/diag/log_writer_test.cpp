@@ -202,28 +202,31 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   EXPECT_TRUE(fs::remove(stuck, error)) << error.message();
 }
 
-// A record written across a page boundary puts a copy of the old trailer at the start of a later
-// page first, so that a kill which cuts the record's own write leaves the file ending in that
-// copy. Such a log reads as the records before the cut one, and the next open moves the trailer
-// back behind them, whatever the cut write left between.
+// A record written across a page boundary ends the file, while it is written, in a trailer with
+// the old count and the pending mark (0x8000 in keyCount), behind the record's bytes or at the
+// start of a later page. A kill in that time leaves such a log: it reads as the records before the
+// cut one, and the next open puts an unmarked trailer back behind them, whatever the cut left.
 TEST_F(LogWriterTest, ALogLeftInTheMiddleOfARecordReadsWholeAndIsMendedAtOpen) {
   const std::string path = Open(writer, "cut.log");
   for (const char* text : {"one", "two", "three"}) writer.Write(1, text, 3 + (text[1] == 'h') * 2, 2);
   writer.Close();
   const std::string whole = ReadFileBytes(path);
-  const std::string trailer = whole.substr(whole.size() - 74);
+  std::string pending = whole.substr(whole.size() - 74);
+  pending[3] = static_cast<char>(pending[3] | 0x80);
   for (const std::string& cut : {std::string("\x01\x02\xff\xff\x40\x00partial"), std::string(300, 'x')}) {
-    std::string bytes = whole.substr(0, whole.size() - 74) + cut;
-    bytes += std::string(4096 - bytes.size() % 4096, '\0') + trailer;
-    WriteFileBytes(path, bytes);
-    EXPECT_EQ(logtest::ExportedMessages(path, dir_.PathOf("cut.txt")), (Texts{"one", "two", "three"}));
-    Open(writer, "cut.log");
-    EXPECT_EQ(writer.GetSize(), whole.size());
-    writer.Write(1, "four", 4, 2);
-    writer.Close();
-    const auto log = logtest::ParseFile(path);
-    EXPECT_TRUE(log.valid);
-    EXPECT_EQ(log.Texts(), (Texts{"one", "two", "three", "four"}));
+    for (bool atPageStart : {false, true}) {
+      std::string bytes = whole.substr(0, whole.size() - 74) + cut;
+      if (atPageStart) bytes += std::string(4096 - bytes.size() % 4096, '\0');
+      WriteFileBytes(path, bytes + pending);
+      EXPECT_EQ(logtest::ExportedMessages(path, dir_.PathOf("cut.txt")), (Texts{"one", "two", "three"}));
+      Open(writer, "cut.log");
+      EXPECT_EQ(writer.GetSize(), whole.size());
+      writer.Write(1, "four", 4, 2);
+      writer.Close();
+      const auto log = logtest::ParseFile(path);
+      EXPECT_TRUE(log.valid);
+      EXPECT_EQ(log.Texts(), (Texts{"one", "two", "three", "four"}));
+    }
   }
 }
 
