@@ -76,25 +76,19 @@ class ChildProcess {
   }
 
   // Ends the child at once, wherever it is (TerminateProcess; SIGKILL elsewhere), and waits for
-  // its end. The exit tells whether it was still running: `finished` is false then.
+  // its end. `finished` tells whether it had ended by itself before.
   ChildExit Kill() {
     if (!m_exit.started || m_waited) return m_exit;
 #ifdef _WIN32
-    const bool running = WaitForSingleObject(m_process.hProcess, 0) == WAIT_TIMEOUT;
+    const bool ended = WaitForSingleObject(m_process.hProcess, 0) == WAIT_OBJECT_0;
     TerminateProcess(m_process.hProcess, 1);
-#else
-    int status = 0;
-    const bool running = waitpid(m_pid, &status, WNOHANG) == 0;
-    if (running) kill(m_pid, SIGKILL);
-    if (!running) {
-      m_waited = true;
-      m_exit.finished = true;
-      m_exit.code = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
-      return m_exit;
-    }
-#endif
     ChildExit exit = Wait(0);
-    m_exit.finished = exit.finished = !running;
+    exit.finished = ended;
+#else
+    kill(m_pid, SIGKILL);  // a child that ended stays until waited for: the kill is harmless
+    ChildExit exit = Wait(0);
+    exit.finished = exit.code != SIGKILL;  // the code is the signal that ended it
+#endif
     return exit;
   }
 
