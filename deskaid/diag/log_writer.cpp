@@ -316,8 +316,8 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
 }
 
 // The record in m_record (header, body and the new trailer) goes over the old trailer at
-// `offset`. A stop at any moment, a killed process included, must leave a log that reads whole,
-// with every record before this one. A write within one block does. One across a boundary could be
+// `offset` (or at the start of a file that has none yet). A stop at any moment, a killed process
+// included, must leave a log that reads whole, with every record before this one. A write within one block does. One across a boundary could be
 // cut there, leaving the file to end in half a record; the system writes the blocks in order, so
 // a cut write leaves its first blocks new and the rest as they were. Such a record therefore goes
 // in steps, each of which leaves a log that the converter reads whole, ended by a trailer with
@@ -332,7 +332,7 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
 size_t CLogWriter::WriteRecord(uint64_t offset) {
   const size_t size = m_record.size();
   const uint64_t end = offset + size;
-  if (m_nFileLength >= kTrailerSize && !SamePage(offset, end - 1)) {
+  if (!SamePage(offset, end - 1)) {
     if (SamePage(end - kTrailerSize, end - 1)) {
       LogTrailer* trailer = reinterpret_cast<LogTrailer*>(m_record.data() + size - kTrailerSize);
       const LogTrailer final = *trailer;
@@ -349,7 +349,7 @@ size_t CLogWriter::WriteRecord(uint64_t offset) {
     }
   }
   const size_t written = deskaid::platform::WriteAt(m_pStream, offset, m_record.data(), size);
-  if (m_nFileLength >= kTrailerSize && !SamePage(end - kTrailerSize, end - 1) && written == size) {
+  if (!SamePage(end - kTrailerSize, end - 1) && written == size) {
     deskaid::platform::TruncateStream(m_pStream, end);
   }
   if (m_bFlushToDisk) deskaid::platform::FlushToDisk(m_pStream);
