@@ -213,7 +213,7 @@ TEST_P(LogWriterKill, EveryKillLeavesWholeLogsWithEveryRecordWritten) {
     ChildProcess child(OwnExecutablePath(),
                        {"--kill-child", log, ackDir, c.encipher ? "1" : "0", c.archive ? "1" : "0",
                         std::to_string(c.threads), c.large ? "1" : "0"});
-    ASSERT_TRUE(child.Started());
+    ASSERT_TRUE(child.Started()) << "trial " << trial << ": error " << child.StartError();
     // The kill lands at a random moment of the writing, which starts once the first record is
     // acknowledged.
     const auto started = std::chrono::steady_clock::now();

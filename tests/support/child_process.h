@@ -1,6 +1,7 @@
 // Starting another program from a test, waiting for its end or ending it.
 #pragma once
 
+#include <cerrno>
 #include <functional>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 
 struct ChildExit {
   bool started = false;
+  unsigned long startError = 0;  // why the start failed (GetLastError; errno elsewhere)
   bool finished = false;   // within the time allowed; a child still running then is ended
   unsigned long code = 0;  // the exit code; on POSIX the signal that ended the child, if one did
 };
@@ -32,6 +34,7 @@ class ChildProcess {
     startup.cb = sizeof startup;
     m_exit.started = CreateProcessW(nullptr, &wide[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                     &startup, &m_process) != FALSE;
+    if (!m_exit.started) m_exit.startError = GetLastError();
 #else
     std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
@@ -42,6 +45,7 @@ class ChildProcess {
       _exit(127);
     }
     m_exit.started = m_pid > 0;
+    if (!m_exit.started) m_exit.startError = static_cast<unsigned long>(errno);
 #endif
   }
   ~ChildProcess() {
@@ -51,6 +55,7 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool Started() const { return m_exit.started; }
+  unsigned long StartError() const { return m_exit.startError; }
 
   // Waits up to `ms` for the end (on POSIX without limit: a hung child is left to the test's
   // timeout); a child still running then is ended.
