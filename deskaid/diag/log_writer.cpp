@@ -13,6 +13,7 @@
 #include "deskaid/common/rc4.h"
 #include "deskaid/diag/internal/file_stamp.h"
 #include "deskaid/diag/internal/log_block_reader.h"
+#include "deskaid/diag/internal/log_writer_state.h"
 
 namespace {
 
@@ -37,31 +38,23 @@ struct TempPath {
 
 }  // namespace
 
-// Holds the writer's lock for one operation. A thread that holds it already (a nested call)
-// only counts the depth: the owner is written only by the thread that holds the lock, so a
-// thread that reads its own id there is the holder.
+// Holds the writer's lock for one operation; a nested call only counts a level more. A destroyed
+// writer has no lock left: a static object's destructor that still logs through the global writer
+// after its end finds it closed, with nothing to take.
 class CLogWriter::Guard {
  public:
-  explicit Guard(const CLogWriter& writer) : m_writer(writer) {
-    const std::thread::id self = std::this_thread::get_id();
-    if (m_writer.m_owner.load(std::memory_order_relaxed) == self) {
-      ++m_writer.m_nLockDepth;
-      return;
-    }
-    m_writer.m_lock.lock();
-    m_writer.m_owner.store(self, std::memory_order_relaxed);
-    m_writer.m_nLockDepth = 1;
+  explicit Guard(const CLogWriter& writer)
+      : m_lock(writer.m_state ? &writer.m_state->lock : nullptr) {
+    if (m_lock != nullptr) m_lock->Lock();
   }
   ~Guard() {
-    if (--m_writer.m_nLockDepth > 0) return;
-    m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
-    m_writer.m_lock.unlock();
+    if (m_lock != nullptr) m_lock->Unlock();
   }
   Guard(const Guard&) = delete;
   Guard& operator=(const Guard&) = delete;
 
  private:
-  const CLogWriter& m_writer;
+  deskaid::ReentrantLock* const m_lock;
 };
 
 CLogWriter g_LogWriter;
@@ -80,7 +73,8 @@ CLogWriter::CLogWriter()
       m_nMaxSize(0xFFFFFFFFu),
       m_nDropPercent(20),
       m_bEncipher(0),
-      m_trailer() {
+      m_trailer(),
+      m_state(new State) {
   m_szPath[0] = '\0';
 }
 
@@ -96,7 +90,10 @@ void PathCut(char* buffer, const char* format, ...) {
 
 }  // namespace
 
-CLogWriter::~CLogWriter() { Close(); }
+CLogWriter::~CLogWriter() {
+  Close();
+  m_state.reset();
+}
 
 bool CLogWriter::Open(const char* name, uint32_t maxSize, uint8_t encipher, uint8_t dropPercent) {
   Guard guard(*this);
@@ -151,7 +148,7 @@ bool CLogWriter::OpenFileLocked() {
                     std::fread(&read, 1, kTrailerSize, m_pStream) == kTrailerSize;
     if (complete && read.magic == kLogTrailerMagic) {
       m_trailer = read;
-      m_keySchedules.clear();
+      m_state->keySchedules.clear();
       if (read.keyCount & kPendingMark) MendPendingRecord(trailerAt);
       deskaid::platform::SeekStream(m_pStream, m_nFileLength - kTrailerSize);
       return true;
@@ -244,7 +241,7 @@ void CLogWriter::InitTrailer() {
   // Reseeds the generator of the whole process, as every new trailer does.
   std::srand(static_cast<unsigned>(std::time(nullptr)));
   std::memset(&m_trailer, 0, sizeof m_trailer);
-  m_keySchedules.clear();
+  m_state->keySchedules.clear();
   m_trailer.keyCount = kLogKeyCount;
   m_trailer.magic = kLogTrailerMagic;
   m_trailer.stampMonth = month;
@@ -280,15 +277,15 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
   uint8_t* body = m_record.data() + kHeaderSize;
   if (length > 0) std::memcpy(body, data, length);
   if (m_bEncipher) {
-    if (m_keySchedules.empty()) {
+    if (m_state->keySchedules.empty()) {
       for (int k = 0; k < kLogKeyCount; ++k) {
         uint8_t key[4];
         const uint32_t value = m_trailer.keys[k];
         for (int i = 0; i < 4; ++i) key[i] = static_cast<uint8_t>(value >> (8 * i));
-        m_keySchedules.emplace_back(key, sizeof key);
+        m_state->keySchedules.emplace_back(key, sizeof key);
       }
     }
-    Rc4Cipher cipher = m_keySchedules[header.keyIndex];
+    Rc4Cipher cipher = m_state->keySchedules[header.keyIndex];
     cipher.Apply(body, length);
   } else {
     header.keyIndex = kLogPlainBody;
@@ -315,14 +312,14 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
   return true;
 }
 
-// The record in m_record (header, body and the new trailer) goes over the old trailer at
-// `offset` (or at the start of a file that has none yet). A stop at any moment, a killed process
-// included, must leave a log that reads whole, with every record before this one. A write within one block does. One across a boundary could be
-// cut there, leaving the file to end in half a record; the system writes the blocks in order, so
-// a cut write leaves its first blocks new and the rest as they were. Such a record therefore goes
-// in steps, each of which leaves a log that the converter reads whole, ended by a trailer with
-// the old count and the pending mark (kPendingMark in keyCount, which no reader uses); OpenFile
-// mends a log left with one (see MendPendingRecord).
+// The record in m_record (header, body and the new trailer) goes over the old trailer at `offset`
+// (or at the start of a file that has none yet). A stop at any moment, a killed process included,
+// must leave a log that reads whole, with every record before this one. A write within one block
+// does. One across a boundary could be cut there, leaving the file to end in half a record; the
+// system writes the blocks in order, so a cut write leaves its first blocks new and the rest as
+// they were. Such a record therefore goes in steps, each of which leaves a log that the converter
+// reads whole, ended by a trailer with the old count and the pending mark (kPendingMark in
+// keyCount, which no reader uses); OpenFile mends a log left with one (see MendPendingRecord).
 //  - The new trailer within the record's last block: that block's part is written first, with
 //    the trailer marked and holding the old count; then the whole record and trailer, which a
 //    cut leaves with the marked last block as it was.

@@ -14,13 +14,10 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <atomic>
-#include <mutex>
-#include <thread>
+#include <memory>
 #include <vector>
 
 #include "deskaid/common/max_path.h"
-#include "deskaid/common/rc4.h"
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/diag/log_format.h"
 
@@ -77,6 +74,7 @@ class CLogWriter {
  private:
   friend class LogWriterTryLock;
   class Guard;
+  struct State;
 
   // The bodies of the operations of the same names, run with the lock held.
   bool OpenFileLocked();
@@ -102,17 +100,10 @@ class CLogWriter {
   uint64_t m_nFileLength = 0;
   // Every record is flushed to the disk (SetFlushToDisk).
   bool m_bFlushToDisk = false;
-  // The cipher of each trailer key right after its key schedule, made when first needed and
-  // dropped whenever the trailer (and so the keys) changes.
-  std::vector<Rc4Cipher> m_keySchedules;
   // Header, body and trailer of the record being written, kept to spare an allocation per record.
   std::vector<uint8_t> m_record;
-  // Held by every operation; a thread that holds it may call in again. The owner tells a thread
-  // whether it holds the lock (and a path that must not nest, a crash handler, that its own
-  // thread is inside an operation); the depth counts the nested calls.
-  mutable std::timed_mutex m_lock;
-  mutable std::atomic<std::thread::id> m_owner{};
-  mutable int m_nLockDepth = 0;
+  // The lock that every operation holds, and the key schedules (diag/internal/log_writer_state.h).
+  std::unique_ptr<State> m_state;
 };
 
 // The process-wide writer. It starts closed; nothing is logged until a caller opens it.

@@ -7,22 +7,16 @@
 
 #include <chrono>
 
+#include "deskaid/diag/internal/log_writer_state.h"
 #include "deskaid/diag/log_writer.h"
 
 class LogWriterTryLock {
  public:
-  LogWriterTryLock(CLogWriter& writer, std::chrono::milliseconds patience) : m_writer(writer) {
-    if (writer.m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id()) return;
-    m_owns = writer.m_lock.try_lock_for(patience);
-    if (!m_owns) return;
-    writer.m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
-    writer.m_nLockDepth = 1;
-  }
+  LogWriterTryLock(CLogWriter& writer, std::chrono::milliseconds patience)
+      : m_lock(writer.m_state ? &writer.m_state->lock : nullptr),
+        m_owns(m_lock != nullptr && m_lock->TryLockFor(patience)) {}
   ~LogWriterTryLock() {
-    if (!m_owns) return;
-    m_writer.m_nLockDepth = 0;
-    m_writer.m_owner.store(std::thread::id(), std::memory_order_relaxed);
-    m_writer.m_lock.unlock();
+    if (m_owns) m_lock->Unlock();
   }
   LogWriterTryLock(const LogWriterTryLock&) = delete;
   LogWriterTryLock& operator=(const LogWriterTryLock&) = delete;
@@ -31,6 +25,6 @@ class LogWriterTryLock {
   bool OwnsLock() const { return m_owns; }
 
  private:
-  CLogWriter& m_writer;
-  bool m_owns = false;
+  deskaid::ReentrantLock* const m_lock;  // none once the writer is destroyed
+  const bool m_owns;
 };

@@ -1,0 +1,17 @@
+// What a CLogWriter keeps beside its own fields: kept here so that the public header brings no
+// thread, lock or cipher headers into a host.
+#pragma once
+
+#include <vector>
+
+#include "deskaid/common/rc4.h"
+#include "deskaid/diag/internal/reentrant_lock.h"
+#include "deskaid/diag/log_writer.h"
+
+struct CLogWriter::State {
+  // Held by every operation; a thread that holds it may call in again (a trace hook that logs).
+  deskaid::ReentrantLock lock;
+  // The cipher of each trailer key right after its key schedule, made when first needed and
+  // dropped whenever the trailer (and so the keys) changes.
+  std::vector<Rc4Cipher> keySchedules;
+};
