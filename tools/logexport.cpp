@@ -8,14 +8,8 @@
 #include <string>
 
 #include <deskaid/diag/log_export.h>
+#include "deskaid/common/internal/platform.h"
 
-#ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
 
 namespace {
 
@@ -44,27 +38,14 @@ int UsageError(const char* message, const char* argument) {
 
 // A fresh temporary file for the text when it goes to standard output.
 std::string TemporaryPath() {
-#ifdef _WIN32
-  char dir[MAX_PATH + 1];
-  char path[MAX_PATH + 1];
-  if (GetTempPathA(sizeof dir, dir) == 0 || GetTempFileNameA(dir, "lgx", 0, path) == 0) return "";
-  return path;
-#else
-  const char* dir = std::getenv("TMPDIR");
-  std::string path = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/logexport.XXXXXX";
-  int fd = mkstemp(&path[0]);
-  if (fd < 0) return "";
-  close(fd);
-  return path;
-#endif
+  char path[4096];  // a long $TMPDIR elsewhere; Windows stops at MAX_PATH
+  return deskaid::platform::CreateTemporaryFile(path, sizeof path) ? path : "";
 }
 
 bool CopyToStdout(const std::string& path) {
   std::FILE* in = std::fopen(path.c_str(), "rb");
   if (in == nullptr) return false;
-#ifdef _WIN32
-  _setmode(_fileno(stdout), _O_BINARY);  // the text file already holds its line ends
-#endif
+  deskaid::platform::SetBinaryMode(stdout);  // the text file already holds its line ends
   char buffer[65536];
   size_t n;
   bool ok = true;

@@ -111,5 +111,12 @@ bool FlushToDisk(std::FILE* stream);
 // no unwritten data, and is positioned anew before its next use.
 bool TruncateStream(std::FILE* stream, uint64_t length);
 
+// Creates a new, empty file in the user's temporary folder (GetTempFileNameA in GetTempPathA;
+// mkstemp in $TMPDIR or /tmp elsewhere) and puts its path into `path`. False when none could be
+// made; the caller removes the file.
+bool CreateTemporaryFile(char* path, size_t size);
+// Makes a stream pass its bytes through as they are: Windows text streams turn "\n" into "\r\n".
+void SetBinaryMode(std::FILE* stream);
+
 }  // namespace platform
 }  // namespace deskaid

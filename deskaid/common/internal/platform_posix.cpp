@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace deskaid {
@@ -152,6 +154,19 @@ bool FlushToDisk(std::FILE* stream) {
 bool TruncateStream(std::FILE* stream, uint64_t length) {
   return ftruncate(fileno(stream), static_cast<off_t>(length)) == 0;
 }
+
+bool CreateTemporaryFile(char* path, size_t size) {
+  const char* dir = std::getenv("TMPDIR");
+  if (dir == nullptr || *dir == '\0') dir = "/tmp";
+  const int n = std::snprintf(path, size, "%s/deskaid.XXXXXX", dir);
+  if (n < 0 || static_cast<size_t>(n) >= size) return false;
+  const int fd = mkstemp(path);
+  if (fd < 0) return false;
+  close(fd);
+  return true;
+}
+
+void SetBinaryMode(std::FILE*) {}
 
 }  // namespace platform
 }  // namespace deskaid

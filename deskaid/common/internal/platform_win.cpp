@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <fcntl.h>
 #include <io.h>
 #include <share.h>
 
@@ -136,6 +137,15 @@ bool TruncateStream(std::FILE* stream, uint64_t length) {
   const HANDLE file = HandleOf(stream);
   return SetFilePointerEx(file, at, nullptr, FILE_BEGIN) != 0 && SetEndOfFile(file) != 0;
 }
+
+bool CreateTemporaryFile(char* path, size_t size) {
+  char dir[MAX_PATH + 1];
+  if (size < MAX_PATH) return false;  // GetTempFileNameA writes up to MAX_PATH bytes
+  const DWORD n = GetTempPathA(sizeof dir, dir);
+  return n != 0 && n < sizeof dir && GetTempFileNameA(dir, "lgx", 0, path) != 0;
+}
+
+void SetBinaryMode(std::FILE* stream) { _setmode(_fileno(stream), _O_BINARY); }
 
 }  // namespace platform
 }  // namespace deskaid
