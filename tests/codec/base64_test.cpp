@@ -115,8 +115,8 @@ class Base64DirectPath : public ::testing::TestWithParam<b64::Path> {
 };
 INSTANTIATE_TEST_SUITE_P(Paths, Base64DirectPath,
                          ::testing::Values(b64::Path::kScalar, b64::Path::kSsse3, b64::Path::kAvx2),
-                         [](const auto& info) {
-                           return std::string("Scalar\0Ssse3\0\0Avx2" + 7 * int(info.param));
+                         [](const auto& test) {
+                           return std::string("Scalar\0Ssse3\0\0Avx2" + 7 * int(test.param));
                          });
 
 // The direct route, on each kernel set, against the steps, reusing both objects (and feeding them
@@ -158,8 +158,9 @@ TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
     }
   }
   for (int round = 0; round < 400; ++round) {
-    const uint32_t length = round % 50 == 7 ? (1u << 20) + rng() % 9000
-                            : rng() % 3 == 0 ? rng() % 9000 : rng() % 40;
+    const uint32_t length = static_cast<uint32_t>(round % 50 == 7    ? (1u << 20) + rng() % 9000
+                                                  : rng() % 3 == 0 ? rng() % 9000
+                                                                   : rng() % 40);
     // Random bytes, specials only, clean text with odd specials, or mail lines of 76 + CR LF.
     const int kind = rng() % 4;
     std::string input(length, '\0');

@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(, LogWriterKill,
                                            KillCase{false, true, 4, false},
                                            KillCase{true, true, 4, false},
                                            KillCase{false, false, 1, true}),
-                         [](const auto& info) { return CaseName(info.param); });
+                         [](const auto& test) { return CaseName(test.param); });
 
 unsigned EnvNumber(const char* name, unsigned otherwise) {
   const char* text = std::getenv(name);
