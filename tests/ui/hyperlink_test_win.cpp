@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "link_dialog.h"
 #include "support/input_win.h"
+#include "support/link_dialog_win.h"
 #include "support/scratch_dir.h"
 
 namespace {
