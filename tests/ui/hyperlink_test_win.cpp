@@ -220,4 +220,26 @@ TEST(HyperLink, OwnWindowAndWindowDestruction) {
   EXPECT_EQ(std::vector<LONG_PTR>{original}, watched.procs);
 }
 
+// The control's measuring and painting leave a context holding the font it held before; a first
+// selection that failed puts nothing back.
+TEST(ScopedGdi, SelectionGivesBackWhatTheContextHeld) {
+  deskaid::ScopedDisplayDC dc;
+  ASSERT_NE(nullptr, static_cast<HDC>(dc));
+  const HGDIOBJ held = ::GetCurrentObject(dc, OBJ_FONT);
+  const HGDIOBJ fixed = ::GetStockObject(ANSI_FIXED_FONT), var = ::GetStockObject(ANSI_VAR_FONT);
+  ASSERT_TRUE(held != fixed && held != var);
+  {
+    deskaid::ScopedSelection font(dc, fixed);
+    font.Select(var);
+    EXPECT_EQ(var, ::GetCurrentObject(dc, OBJ_FONT));
+  }
+  EXPECT_EQ(held, ::GetCurrentObject(dc, OBJ_FONT));
+  {
+    deskaid::ScopedSelection font(dc, deskaid::ScopedSelection::kUnlessFailed);
+    font.Select(nullptr);
+    font.Select(fixed);
+  }
+  EXPECT_EQ(fixed, ::GetCurrentObject(dc, OBJ_FONT));
+}
+
 }  // namespace
