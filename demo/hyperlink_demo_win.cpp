@@ -11,7 +11,7 @@
 
 #include <deskaid/ui/hyperlink.h>
 
-#include "hyperlink_dialog_win.h"
+#include "support/hyperlink_dialog_win.h"
 
 namespace {
 

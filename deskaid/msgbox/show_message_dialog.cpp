@@ -5,6 +5,15 @@
 #include "deskaid/msgbox/message_dialog.h"
 #include "deskaid/msgbox/internal/xdialog_template.h"
 
+namespace {
+
+// A countdown or disabled period from kMistakenSeconds up is taken for a mistake and cut to
+// kSecondsForMistake.
+constexpr int kMistakenSeconds = 1000;
+constexpr int kSecondsForMistake = 10;
+
+}  // namespace
+
 int ShowMessageDialog(HWND owner, const char* text, const char* caption, unsigned style,
                       const MessageDialogParams* params) {
   if (owner == nullptr) {
@@ -21,11 +30,10 @@ int ShowMessageDialog(HWND owner, const char* text, const char* caption, unsigne
   std::unique_ptr<MessageDialogParams> request(new (std::nothrow) MessageDialogParams());
   if (!request) return 2;
   if (params != nullptr) *request = *params;
-  // Anything from 1000 seconds up is taken for a mistake and cut to ten seconds.
-  if (request->nTimeoutSeconds >= 1000) request->nTimeoutSeconds = 10;
-  if (request->nDisabledSeconds >= 1000) request->nDisabledSeconds = 10;
+  if (request->nTimeoutSeconds >= kMistakenSeconds) request->nTimeoutSeconds = kSecondsForMistake;
+  if (request->nDisabledSeconds >= kMistakenSeconds) request->nDisabledSeconds = kSecondsForMistake;
 
   CXDialogTemplate dialog(owner, text, caption, style, request.get());
-  if (!(style & MDS_NOSOUND)) MessageBeep(style & 0xF0);
+  if (!(style & MDS_NOSOUND)) MessageBeep(style & MB_ICONMASK);  // the sound of the icon asked for
   return dialog.Display();
 }

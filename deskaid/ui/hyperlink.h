@@ -21,6 +21,7 @@
 
 #include "deskaid/common/ansi_text.h"
 #include "deskaid/ui/link_text.h"
+#include "deskaid/ui/scoped_gdi.h"
 #include "deskaid/ui/window_impl.h"
 
 // Extended style bits, set by the owner before the control is initialised.
@@ -284,26 +285,27 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
     if (hWnd == nullptr || !::IsWindow(hWnd)) return false;
     const char* text = this->DisplayText();
     if (text == nullptr) return false;
-    HDC dc = ::GetDC(hWnd);
+    deskaid::ScopedWindowDC dc(hWnd);
     RECT client;
     ::GetClientRect(hWnd, &client);
     this->m_rcLink = client;
     if (this->m_bState & LinkStatePaintLabel) {
-      HGDIOBJ oldFont = nullptr;
+      // A font that could not be selected leaves nothing to put back.
+      deskaid::ScopedSelection font(dc, deskaid::ScopedSelection::kUnlessFailed);
       if (this->m_dwExtendedStyle & LinkStyleUseTags) {
         LinkLabelParts parts = this->ParseTaggedLabel();
-        oldFont = ::SelectObject(dc, this->m_hFontNormal);
+        font.Select(this->m_hFontNormal);
         RECT before = client;
         if (parts.pszBefore != nullptr)
           deskaid::DrawAnsiText(dc, parts.pszBefore, parts.cchBefore, &before, DT_CALCRECT | DT_WORDBREAK);
-        if (this->m_hFontLink != nullptr) ::SelectObject(dc, this->m_hFontLink);
+        if (this->m_hFontLink != nullptr) font.Select(this->m_hFontLink);
         RECT link = client;
         if (parts.pszBefore != nullptr) link.left = before.right;
         deskaid::DrawAnsiText(dc, parts.pszLink != nullptr ? parts.pszLink : "", parts.cchLink, &link,
                     DT_CALCRECT | DT_WORDBREAK);
         this->m_rcLink = link;
       } else {
-        if (this->m_hFontLink != nullptr) oldFont = ::SelectObject(dc, this->m_hFontLink);
+        if (this->m_hFontLink != nullptr) font.Select(this->m_hFontLink);
         const DWORD style = this->GetStyle();
         deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink, DT_CALCRECT | DT_WORDBREAK | AlignFlags(style));
         if (style & SS_CENTER)
@@ -311,9 +313,7 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
         else if (style & SS_RIGHT)
           ::OffsetRect(&this->m_rcLink, client.right - this->m_rcLink.right, 0);
       }
-      if (oldFont != nullptr) ::SelectObject(dc, oldFont);
     }
-    ::ReleaseDC(hWnd, dc);
     return true;
   }
 
@@ -333,34 +333,32 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
     ::SetBkMode(dc, TRANSPARENT);
     const bool focused = ::GetFocus() == hWnd;
     if ((this->m_dwExtendedStyle & LinkStyleUseTags) == 0) {
-      HGDIOBJ oldFont = ::SelectObject(dc, linkFont);
+      deskaid::ScopedSelection font(dc, linkFont);
       COLORREF oldColor = ::SetTextColor(dc, linkColor);
       const char* text = this->DisplayText();
       if (text != nullptr)
         deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink, DT_WORDBREAK | AlignFlags(this->GetStyle()));
       if (focused) ::DrawFocusRect(dc, &this->m_rcLink);
       ::SetTextColor(dc, oldColor);
-      ::SelectObject(dc, oldFont);
       return;
     }
     RECT client;
     ::GetClientRect(hWnd, &client);
     LinkLabelParts parts = this->ParseTaggedLabel();
-    HGDIOBJ oldFont = ::SelectObject(dc, this->m_hFontNormal);
+    deskaid::ScopedSelection font(dc, this->m_hFontNormal);
     if (parts.pszBefore != nullptr)
       deskaid::DrawAnsiText(dc, parts.pszBefore, parts.cchBefore, &client, DT_WORDBREAK);
     COLORREF oldColor = ::SetTextColor(dc, linkColor);
-    ::SelectObject(dc, linkFont);
+    font.Select(linkFont);
     if (parts.pszLink != nullptr && parts.cchLink > 0)
       deskaid::DrawAnsiText(dc, parts.pszLink, parts.cchLink, &this->m_rcLink, DT_WORDBREAK);
     ::SetTextColor(dc, oldColor);
-    ::SelectObject(dc, this->m_hFontNormal);
+    font.Select(this->m_hFontNormal);
     if (parts.pszAfter != nullptr) {
       RECT after = {this->m_rcLink.right, this->m_rcLink.top, client.right, client.bottom};
       deskaid::DrawAnsiText(dc, parts.pszAfter, parts.cchAfter, &after, DT_WORDBREAK);
     }
     if (focused) ::DrawFocusRect(dc, &this->m_rcLink);
-    ::SelectObject(dc, oldFont);
   }
 
   BOOL ProcessMessage(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam, LRESULT& lResult,

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "msgbox/msgbox_test_util_win.h"
 #include "support/child_process.h"
+#include "support/link_dialog_win.h"
+#include "support/msgbox_test_util_win.h"
 #include "support/scratch_dir.h"
-#include "ui/link_dialog.h"
 
 using msgbox_test::Needed;
 using msgbox_test::TextOf;

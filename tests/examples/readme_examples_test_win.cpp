@@ -7,7 +7,7 @@
 
 #include <deskaid/deskaid.h>
 
-#include "ui/link_dialog.h"
+#include "support/link_dialog_win.h"
 
 namespace {
 

@@ -18,9 +18,9 @@
 #include <deskaid/msgbox/internal/xdialog_template.h>
 #include <deskaid/ui/hyperlink.h>
 
-#include "msgbox/msgbox_test_util_win.h"
+#include "support/link_dialog_win.h"
+#include "support/msgbox_test_util_win.h"
 #include "support/scratch_dir.h"
-#include "ui/link_dialog.h"
 
 using msgbox_test::Needed;
 using msgbox_test::TextOf;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "msgbox_test_util_win.h"
+#include "support/msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include <deskaid/msgbox/internal/xdialog_template.h>
-#include "msgbox_test_util_win.h"
+#include "support/msgbox_test_util_win.h"
 #include "test_resource_ids.h"
 
 using msgbox_test::TestResources;

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "link_dialog.h"
 #include "support/input_win.h"
+#include "support/link_dialog_win.h"
 #include "support/scratch_dir.h"
 
 namespace {
@@ -218,6 +218,28 @@ TEST(HyperLink, OwnWindowAndWindowDestruction) {
   ::DestroyWindow(control);
   EXPECT_EQ(nullptr, watched.GetHwnd());
   EXPECT_EQ(std::vector<LONG_PTR>{original}, watched.procs);
+}
+
+// The control's measuring and painting leave a context holding the font it held before; a first
+// selection that failed puts nothing back.
+TEST(ScopedGdi, SelectionGivesBackWhatTheContextHeld) {
+  deskaid::ScopedDisplayDC dc;
+  ASSERT_NE(nullptr, static_cast<HDC>(dc));
+  const HGDIOBJ held = ::GetCurrentObject(dc, OBJ_FONT);
+  const HGDIOBJ fixed = ::GetStockObject(ANSI_FIXED_FONT), var = ::GetStockObject(ANSI_VAR_FONT);
+  ASSERT_TRUE(held != fixed && held != var);
+  {
+    deskaid::ScopedSelection font(dc, fixed);
+    font.Select(var);
+    EXPECT_EQ(var, ::GetCurrentObject(dc, OBJ_FONT));
+  }
+  EXPECT_EQ(held, ::GetCurrentObject(dc, OBJ_FONT));
+  {
+    deskaid::ScopedSelection font(dc, deskaid::ScopedSelection::kUnlessFailed);
+    font.Select(nullptr);
+    font.Select(fixed);
+  }
+  EXPECT_EQ(fixed, ::GetCurrentObject(dc, OBJ_FONT));
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <array>
 #include <string>
 
-#include "link_dialog.h"
+#include "support/link_dialog_win.h"
 
 namespace {
 

@@ -14,12 +14,14 @@
 #include "deskaid/msgbox/internal/button_model.h"
 #include "deskaid/msgbox/internal/dialog_units.h"
 #include "deskaid/msgbox/internal/template_bytes.h"
+#include "deskaid/ui/scoped_gdi.h"
 
 namespace {
 
 using deskaid::PutU16;
 using deskaid::PutU32;
 using deskaid::PutWideText;
+using deskaid::ScaleFor96Dpi;
 
 // Text formats: measuring the message (word-wrapped, tabs expanded, '&' shown as is) and the
 // check box caption (one line).
@@ -102,22 +104,11 @@ size_t TitleBytes(const char* caption) {
                                                  : n;
 }
 
-// The layout rules' pixel constants are for 96 dots per inch; on a display of more they scale as
-// the system scales its font, and 96 DPI keeps every pixel.
-class ScaleFor96Dpi {
- public:
-  explicit ScaleFor96Dpi(HDC dc) {
-    const int dpi = dc != nullptr ? GetDeviceCaps(dc, LOGPIXELSY) : 0;
-    m_dpi = dpi > 0 ? dpi : 96;
-  }
-  int operator()(int pixels) const { return MulDiv(pixels, m_dpi, 96); }
-
- private:
-  int m_dpi;
-};
+// A text argument below this address is a string resource id, as MAKEINTRESOURCE makes it.
+constexpr std::uintptr_t kResourceIdLimit = 0x10000;
 
 bool IsResourceId(const char* text) {
-  return reinterpret_cast<std::uintptr_t>(text) < 0x10000;
+  return reinterpret_cast<std::uintptr_t>(text) < kResourceIdLimit;
 }
 
 }  // namespace
@@ -167,7 +158,7 @@ CXDialogTemplate::CXDialogTemplate(HWND owner, const char* text, const char* cap
   else
     LoadButtonStrings();
 
-  char customNames[4][260];
+  char customNames[kMaxCustomButtons][kNameSize];
   const int customCount = LoadCustomButtons(p, customNames);
   m_dwCloseFlags = deskaid::CheckBoxKind(style);
   Layout(p, customCount, customNames);
@@ -205,19 +196,22 @@ void CXDialogTemplate::SettleReportCaption(const MessageDialogParams& p) {
   slot[deskaid::kCaptionSlotSize - 1] = '\0';
 }
 
-int CXDialogTemplate::LoadCustomButtons(const MessageDialogParams& p, char (*names)[260]) {
+int CXDialogTemplate::LoadCustomButtons(const MessageDialogParams& p,
+                                        char (*names)[kNameSize]) {
   char* list = m_szCustomButtons;
   std::memset(list, 0, sizeof m_szCustomButtons);
-  if (p.nCustomButtonsId != 0) LoadStringA(m_hStringModule, p.nCustomButtonsId, list, 259);
-  if (list[0] == '\0' && p.szCustomButtons[0] != '\0') CopyBounded(list, p.szCustomButtons, 259);
-  list[259] = '\0';
+  if (p.nCustomButtonsId != 0)
+    LoadStringA(m_hStringModule, p.nCustomButtonsId, list, static_cast<int>(kNameLimit));
+  if (list[0] == '\0' && p.szCustomButtons[0] != '\0')
+    CopyBounded(list, p.szCustomButtons, kNameLimit);
+  list[kNameLimit] = '\0';
 
   // The tokeniser skips empty entries between two newlines; only the first four count.
-  unsigned char work[260];
+  unsigned char work[kNameSize];
   std::memcpy(work, list, sizeof work);
   const unsigned char separators[] = "\n";
   int count = 0;
-  for (unsigned char* token = _mbstok(work, separators); token != nullptr && count < 4;
+  for (unsigned char* token = _mbstok(work, separators); token != nullptr && count < kMaxCustomButtons;
        token = _mbstok(nullptr, separators)) {
     std::strcpy(names[count++], reinterpret_cast<const char*>(token));
   }
@@ -232,9 +226,9 @@ HICON CXDialogTemplate::LoadRequestedIcon(const MessageDialogParams& p, bool& ma
   }
   if (p.szIconName[0] != '\0') {
     // Loaded and released, but given neither a control nor room: a named icon is never shown.
-    char name[260];
+    char name[kNameSize];
     std::memcpy(name, p.szIconName, sizeof name);
-    name[259] = '\0';
+    name[kNameLimit] = '\0';
     return LoadIconA(m_hIconModule, name);
   }
   const unsigned icon = m_nStyle & MB_ICONMASK;
@@ -249,31 +243,21 @@ HICON CXDialogTemplate::LoadRequestedIcon(const MessageDialogParams& p, bool& ma
 }
 
 void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
-                              char (*customNames)[260]) {
-  HDC dc = CreateDCA("DISPLAY", nullptr, nullptr, nullptr);
+                              char (*customNames)[kNameSize]) {
+  deskaid::ScopedDisplayDC dc;
   NONCLIENTMETRICSA metrics;
   static_assert(sizeof metrics >= kNonClientMetricsSize, "NONCLIENTMETRICSA too small");
   std::memset(&metrics, 0, sizeof metrics);
   metrics.cbSize = kNonClientMetricsSize;
   SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, kNonClientMetricsSize, &metrics, 0);
   m_hFont = CreateFontIndirectA(&metrics.lfMessageFont);
-  HGDIOBJ previousFont = dc != nullptr ? SelectObject(dc, m_hFont) : nullptr;
+  // Texts are measured in the message font, given back before the context goes.
+  deskaid::ScopedSelection font(dc);
+  if (dc != nullptr) font.Select(m_hFont);
   const ScaleFor96Dpi Px(dc);
 
-  // The message is measured word-wrapped in the message font, at most half the screen wide plus
-  // a little (less a system icon's room whenever the style asks for one, even if another icon is
-  // shown instead).
-  const int screenWidth = GetSystemMetrics(SM_CXSCREEN);
-  int maxWidth = screenWidth / 2 + kMessageWrapExtra;
-  if (m_nStyle & MB_ICONMASK) maxWidth -= kMeasuredIconGap + GetSystemMetrics(SM_CXICON);
-  RECT textRect = {0, 0, maxWidth, maxWidth};
-  deskaid::DrawAnsiText(dc, m_pszMessageText.get(), -1, &textRect, kMeasureMessage);
-  const int textWidth = textRect.right - textRect.left;
-  const int textHeight = textRect.bottom - textRect.top;
-  SetRect(&textRect, Px(kMessageLeft), Px(kMessageTop), textWidth + Px(kMessageRightEdge),
-          textHeight + Px(kMessageBottomEdge));
-  // The dialog's height is settled by the button row below; there is no minimum.
-  RECT dialogRect = {0, 0, textWidth + Px(kMessageRightEdge), textHeight + Px(kMessageBottomEdge)};
+  LayoutRects r = {};
+  MeasureMessage(dc, Px, r);
 
   // The dialog header: a centred modal frame, system modal when asked; no items yet.
   m_dwDialogStyle = kDialogStyle | ((m_nStyle & MB_SYSTEMMODAL) ? DS_SYSMODAL : 0);
@@ -281,25 +265,62 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   m_nItemCount = 0;
   m_x = m_y = 0;
 
-  // An icon goes in the top left corner and moves the message right of it.
-  RECT iconRect = {0, 0, 0, 0};
+  AddIconItem(p, Px, r);
+  AddItem(kItemKindStatic, m_nNextTextId++, &r.text, m_pszMessageText.get());
+  AddButtonRow(Px, customCount, customNames, r);
+  AddCheckBoxIfAsked(dc, r);
+
+  // Whatever ended lowest or widest, the dialog keeps a margin around the row (and check box).
+  if (r.row.bottom >= r.dialog.bottom) r.dialog.bottom = r.row.bottom + Px(kRoomAroundRow);
+  if (r.dialog.right < r.row.right + Px(kRoomAroundRow))
+    r.dialog.right = r.row.right + Px(kRoomAroundRow);
+
+  // The template gives the dialog's size in dialog units (a quarter of the base width, an eighth
+  // of the base height); DS_CENTER or the dialog procedure places it.
+  const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
+  m_cx = static_cast<short>((r.dialog.right - r.dialog.left) * 4 / units.x);
+  m_cy = static_cast<short>((r.dialog.bottom - r.dialog.top) * 8 / units.y);
+  m_x = m_y = 0;
+}
+
+// The message is measured word-wrapped in the message font, at most half the screen wide plus a
+// little (less a system icon's room whenever the style asks for one, even if another icon is shown
+// instead). Its control and the dialog take the measure with their margins.
+void CXDialogTemplate::MeasureMessage(HDC dc, const ScaleFor96Dpi& Px, LayoutRects& r) const {
+  const int screenWidth = GetSystemMetrics(SM_CXSCREEN);
+  int maxWidth = screenWidth / 2 + kMessageWrapExtra;
+  if (m_nStyle & MB_ICONMASK) maxWidth -= kMeasuredIconGap + GetSystemMetrics(SM_CXICON);
+  RECT measured = {0, 0, maxWidth, maxWidth};
+  deskaid::DrawAnsiText(dc, m_pszMessageText.get(), -1, &measured, kMeasureMessage);
+  const int textWidth = measured.right - measured.left;
+  const int textHeight = measured.bottom - measured.top;
+  SetRect(&r.text, Px(kMessageLeft), Px(kMessageTop), textWidth + Px(kMessageRightEdge),
+          textHeight + Px(kMessageBottomEdge));
+  // The dialog's height is settled by the button row below; there is no minimum.
+  r.dialog = {0, 0, textWidth + Px(kMessageRightEdge), textHeight + Px(kMessageBottomEdge)};
+}
+
+// An icon goes in the top left corner and moves the message right of it.
+void CXDialogTemplate::AddIconItem(const MessageDialogParams& p, const ScaleFor96Dpi& Px,
+                                   LayoutRects& r) {
   bool iconMakesRoom = false;
   m_hIcon = LoadRequestedIcon(p, iconMakesRoom);
-  if (iconMakesRoom) {
-    const int cx = GetSystemMetrics(SM_CXICON);
-    const int cy = GetSystemMetrics(SM_CYICON);
-    textRect.left += cx + Px(kIconGap);
-    textRect.right += cx + Px(kIconGap);
-    dialogRect.right = textRect.right + Px(kIconGap);
-    SetRect(&iconRect, Px(kIconGap), Px(kIconGap), cx + Px(kIconFarEdge), cy + Px(kIconFarEdge));
-    AddItem(kItemKindStatic, ID_ICON, &iconRect, "");
-  }
+  if (!iconMakesRoom) return;
+  const int cx = GetSystemMetrics(SM_CXICON);
+  const int cy = GetSystemMetrics(SM_CYICON);
+  r.text.left += cx + Px(kIconGap);
+  r.text.right += cx + Px(kIconGap);
+  r.dialog.right = r.text.right + Px(kIconGap);
+  SetRect(&r.icon, Px(kIconGap), Px(kIconGap), cx + Px(kIconFarEdge), cy + Px(kIconFarEdge));
+  AddItem(kItemKindStatic, ID_ICON, &r.icon, "");
+}
 
-  AddItem(kItemKindStatic, m_nNextTextId++, &textRect, m_pszMessageText.get());
-
-  // The button row goes under the message and the icon, centred in the dialog (widening it when
-  // the row needs more room) or right-justified; a countdown widens every button to make room
-  // for its " = N" suffix.
+// The button row goes under the message and the icon, centred in the dialog (widening it when the
+// row needs more room) or right-justified; a countdown widens every button to make room for its
+// " = N" suffix. The buttons go in row order, Help and Report last; custom buttons take their
+// names from the request, the others their slot's caption.
+void CXDialogTemplate::AddButtonRow(const ScaleFor96Dpi& Px, int customCount,
+                                    char (*customNames)[kNameSize], LayoutRects& r) {
   const deskaid::ButtonModel model = deskaid::ResolveButtons(
       m_nStyle, customCount, (m_nStyle & MB_HELP) != 0, m_pfnReport != nullptr);
   m_dwCloseFlags |= model.closeFlags;
@@ -308,13 +329,13 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   const int buttonWidth = Px(kButtonWidth) + extra;
   const int pitch = Px(kButtonPitch) + extra;
   const int buttonHeight = Px(kButtonHeight);
-  const int rowTop = std::max(textRect.bottom, iconRect.bottom) + Px(kRowTopGap);
-  RECT rowRect = {0, rowTop, n * pitch - Px(kButtonGap), rowTop + buttonHeight};
-  const int rowWidth = rowRect.right - rowRect.left;
-  dialogRect.bottom = rowRect.bottom + Px(kRowBottomMargin);
-  if (dialogRect.right <= rowWidth + Px(kRowSideRoom)) dialogRect.right = rowWidth + Px(kRowSideRoom);
-  int x = (dialogRect.right - dialogRect.left - rowWidth) / 2;
-  if (m_bRightJustify) x = dialogRect.right - n * pitch - Px(kButtonGap);
+  const int rowTop = std::max(r.text.bottom, r.icon.bottom) + Px(kRowTopGap);
+  r.row = {0, rowTop, n * pitch - Px(kButtonGap), rowTop + buttonHeight};
+  const int rowWidth = r.row.right - r.row.left;
+  r.dialog.bottom = r.row.bottom + Px(kRowBottomMargin);
+  if (r.dialog.right <= rowWidth + Px(kRowSideRoom)) r.dialog.right = rowWidth + Px(kRowSideRoom);
+  int x = (r.dialog.right - r.dialog.left - rowWidth) / 2;
+  if (m_bRightJustify) x = r.dialog.right - n * pitch - Px(kButtonGap);
 
   m_nDefaultPosition = deskaid::DefaultButtonPosition(m_nStyle, n);
   // Help and Report make poor defaults, but the caller's choice stands; only a trace tells.
@@ -323,8 +344,6 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   if (model.reportPosition != 0 && m_nDefaultPosition == model.reportPosition)
     DebugTrace("ERROR:  Report button cannot be default button\n");
 
-  // The buttons in row order, Help and Report last; custom buttons take their names from the
-  // request, the others their slot's caption.
   for (int k = 0; k < model.count; ++k) {
     const deskaid::ButtonSpec& button = model.buttons[k];
     RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + buttonHeight};
@@ -333,32 +352,15 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
                               : m_szCaptions[button.captionSlot];
     AddItem(kItemKindButton, static_cast<unsigned>(button.id), &rect, text);
   }
+}
 
-  // A "don't ask again" style adds its check box under the row.
+// A "don't ask again" style adds its check box under the row.
+void CXDialogTemplate::AddCheckBoxIfAsked(HDC dc, LayoutRects& r) {
   const int checkSlot = deskaid::CheckBoxCaptionSlot(m_dwCloseFlags);
-  if (checkSlot >= 0) {
-    int boxX = 0, boxY = 0;
-    RECT itemRect, measureRect;
-    AddCheckBox(dc, boxX, boxY, itemRect, dialogRect, rowRect, measureRect,
-                m_szCaptions[checkSlot]);
-  }
-
-  // Whatever ended lowest or widest, the dialog keeps a margin around the row (and check box).
-  if (rowRect.bottom >= dialogRect.bottom) dialogRect.bottom = rowRect.bottom + Px(kRoomAroundRow);
-  if (dialogRect.right < rowRect.right + Px(kRoomAroundRow))
-    dialogRect.right = rowRect.right + Px(kRoomAroundRow);
-
-  // The template gives the dialog's size in dialog units (a quarter of the base width, an eighth
-  // of the base height); DS_CENTER or the dialog procedure places it.
-  const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
-  m_cx = static_cast<short>((dialogRect.right - dialogRect.left) * 4 / units.x);
-  m_cy = static_cast<short>((dialogRect.bottom - dialogRect.top) * 8 / units.y);
-  m_x = m_y = 0;
-
-  if (dc != nullptr) {
-    SelectObject(dc, previousFont);
-    DeleteDC(dc);
-  }
+  if (checkSlot < 0) return;
+  int boxX = 0, boxY = 0;
+  RECT itemRect, measureRect;
+  AddCheckBox(dc, boxX, boxY, itemRect, r.dialog, r.row, measureRect, m_szCaptions[checkSlot]);
 }
 
 void CXDialogTemplate::AddItem(int kind, unsigned id, const RECT* rect, const char* caption) {

@@ -1,6 +1,7 @@
 // Turns one message box request into an in-memory Win32 dialog template: measures the text, lays
 // out the icon, message, buttons and check box in pixels, converts them to dialog units, writes a
-// DLGTEMPLATE with its items and runs it modally with MessageDialogProc.
+// DLGTEMPLATE with its items and runs it modally with MessageDialogProc, which hands the shown
+// dialog's messages to the object's handlers (defined in message_dialog_proc.cpp).
 #pragma once
 
 #include <windows.h>
@@ -12,6 +13,7 @@
 
 #include "deskaid/msgbox/internal/button_captions.h"
 #include "deskaid/msgbox/message_dialog.h"
+#include "deskaid/msgbox/internal/dialog_units.h"
 #include "deskaid/msgbox/internal/xdialog_item.h"
 
 // The dialog procedure and the icon control's window procedure of the message box.
@@ -22,6 +24,28 @@ class CXDialogTemplate {
  public:
   static constexpr int kMaxItems = 20;
   static constexpr size_t kTextBufferSize = 65536;
+  // A name as the request gives it (icon name, custom button list, one custom caption) fills at
+  // most kNameLimit bytes of kNameSize; the list's first kMaxCustomButtons entries count.
+  static constexpr size_t kNameSize = 260;
+  static constexpr size_t kNameLimit = kNameSize - 1;
+  static constexpr int kMaxCustomButtons = 4;
+  // The push buttons of the sets and the custom buttons have ids in this range; Help, Report, the
+  // icon, the texts and the check box lie outside it and are never disabled.
+  static constexpr int kFirstButtonId = IDOK;
+  static constexpr int kLastButtonId = IDCUSTOM4;
+  // The shown dialog's timers: the countdown ticks every second, the end of the disabled period
+  // fires once.
+  static constexpr UINT_PTR kCountdownTimer = 1;
+  static constexpr UINT_PTR kEnableTimer = 2;
+  static constexpr UINT kMillisecondsPerSecond = 1000;
+  // Room after the default button's own caption for the countdown's " = N".
+  static constexpr size_t kCountdownSuffixSize = 16;
+  // The help file's path: the host's path is read into at most kHelpPathLimit bytes of the
+  // buffer, which leaves room for ".hlp" in place of a shorter extension.
+  static constexpr size_t kHelpPathSize = 524;
+  static constexpr DWORD kHelpPathLimit = 519;
+  // A control's class name, read to tell push buttons from the rest; any real name fits.
+  static constexpr int kClassNameSize = 258;
 
   // Builds everything: texts, captions, button model and the layout. `text` and `caption` may
   // each be a string resource id below 0x10000. `params` may be null.
@@ -61,6 +85,14 @@ class CXDialogTemplate {
   // 2 when the memory cannot be had, and DialogBoxIndirectParamA's failure value when it fails.
   int Display();
 
+  // The shown dialog's handlers, called by MessageDialogProc for its window `hwnd`. Each returns
+  // what the dialog procedure returns for its message.
+  INT_PTR OnInitDialog(HWND hwnd);
+  INT_PTR OnTimer(HWND hwnd, WPARAM timer);
+  INT_PTR OnCommand(HWND hwnd, WPARAM wParam);
+  // Stops the countdown for good and gives the default button its own caption back.
+  void StopCountdown(HWND hwnd);
+
   // What the request settled.
   const char* ButtonCaption(int slot) const;
   const char* MessageText() const { return m_pszMessageText ? m_pszMessageText.get() : ""; }
@@ -74,13 +106,35 @@ class CXDialogTemplate {
   HFONT Font() const { return m_hFont; }
 
  private:
-  friend INT_PTR CALLBACK MessageDialogProc(HWND, UINT, WPARAM, LPARAM);
+  // The rectangles, in pixels, that the layout's steps settle one after another.
+  struct LayoutRects {
+    RECT text;    // the message control
+    RECT dialog;  // the dialog's client room
+    RECT icon;    // the icon holder; empty without one
+    RECT row;     // the button row, down to the check box when there is one
+  };
 
   void LoadText(const char* source, char* buffer);
   void SettleReportCaption(const MessageDialogParams& params);
-  int LoadCustomButtons(const MessageDialogParams& params, char (*names)[260]);
-  void Layout(const MessageDialogParams& params, int customCount, char (*customNames)[260]);
+  int LoadCustomButtons(const MessageDialogParams& params, char (*names)[kNameSize]);
   HICON LoadRequestedIcon(const MessageDialogParams& params, bool& makesRoom) const;
+
+  // The layout, and its steps in the order it takes them.
+  void Layout(const MessageDialogParams& params, int customCount, char (*customNames)[kNameSize]);
+  void MeasureMessage(HDC dc, const deskaid::ScaleFor96Dpi& Px, LayoutRects& r) const;
+  void AddIconItem(const MessageDialogParams& params, const deskaid::ScaleFor96Dpi& Px,
+                   LayoutRects& r);
+  void AddButtonRow(const deskaid::ScaleFor96Dpi& Px, int customCount,
+                    char (*customNames)[kNameSize], LayoutRects& r);
+  void AddCheckBoxIfAsked(HDC dc, LayoutRects& r);
+
+  // The parts of the handlers.
+  void SetUpControls(HWND hwnd) const;
+  void AttachIconPainter(HWND hwnd) const;
+  void Place(HWND hwnd) const;
+  void CountDown(HWND hwnd);
+  void EndDisabledPeriod(HWND hwnd) const;
+  void OpenHelp(HWND hwnd) const;
 
   std::unique_ptr<CXDialogItem> m_pItems[kMaxItems];
   ReportCallback m_pfnReport = nullptr;
@@ -104,8 +158,8 @@ class CXDialogTemplate {
   HINSTANCE m_hIconModule = nullptr;
   std::unique_ptr<char[]> m_pszMessageText;
   std::unique_ptr<char[]> m_pszCaption;
-  char m_szCustomButtons[260] = {};
-  char m_szReserved[260] = {};
+  char m_szCustomButtons[kNameSize] = {};
+  char m_szReserved[kNameSize] = {};
   HICON m_hIcon = nullptr;
   HFONT m_hFont = nullptr;
   // DLGTEMPLATE header fields.

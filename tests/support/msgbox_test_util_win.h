@@ -10,6 +10,7 @@
 #include <thread>
 
 #include <deskaid/msgbox/message_dialog.h>
+#include <deskaid/ui/scoped_gdi.h>
 
 #include "support/input_win.h"
 #include "support/scratch_dir.h"
@@ -53,12 +54,10 @@ inline std::wstring TextOf(HWND window) {
 
 // The room `text` takes in `control`'s font, drawn with `format` within `width`.
 inline SIZE Needed(HWND control, const std::wstring& text, UINT format, int width) {
-  HDC dc = GetDC(control);
-  HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
+  deskaid::ScopedWindowDC dc(control);
+  deskaid::ScopedSelection font(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
   RECT r = {0, 0, width, 0};
   DrawTextW(dc, text.c_str(), static_cast<int>(text.size()), &r, format | DT_CALCRECT);
-  SelectObject(dc, old);
-  ReleaseDC(control, dc);
   return {r.right, r.bottom};
 }
 

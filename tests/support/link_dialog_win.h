@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "hyperlink_dialog_win.h"
+#include "support/hyperlink_dialog_win.h"
 
 const COLORREF kBlue = RGB(0, 0, 255), kPurple = RGB(128, 0, 128);  // the default link colours
 

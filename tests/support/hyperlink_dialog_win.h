@@ -1,10 +1,11 @@
 // The hyperlink demo's dialog: its template and its labels and links, laid out for the display's
-// DPI. Shared by the demo program and the high-DPI tests.
+// DPI. Shared by the demo program and the tests, which measure it as the demo shows it.
 #pragma once
 
 #include <windows.h>
 
 #include <deskaid/ui/hyperlink.h>
+#include <deskaid/ui/scoped_gdi.h>
 
 namespace hyperlink_demo {
 
@@ -36,9 +37,7 @@ inline const DLGTEMPLATE* Template(WORD (&buffer)[64]) {
 // A static with the dialog's font; the place is given in pixels for 96 DPI and scaled to the
 // display's DPI, as the dialog's font is.
 inline HWND AddStatic(HWND dialog, const char* text, int id, int x, int y, int width) {
-  HDC screen = ::GetDC(nullptr);
-  const int dpi = ::GetDeviceCaps(screen, LOGPIXELSY);
-  ::ReleaseDC(nullptr, screen);
+  const int dpi = ::GetDeviceCaps(deskaid::ScopedWindowDC(nullptr), LOGPIXELSY);
   auto px = [dpi](int pixels) { return ::MulDiv(pixels, dpi, 96); };
   HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | SS_LEFT, px(x),
                                    px(y), px(width), px(18), dialog,
