@@ -3,13 +3,29 @@
 #include "deskaid/math/internal/limb_kernels.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
+#include <functional>
 
 #include "deskaid/math/internal/limb_rows.h"
 
 namespace deskaid {
 namespace limbs {
 namespace {
+
+// Whether a[0..an) and b[0..bn) share no limb; std::less orders pointers into different arrays.
+[[maybe_unused]] bool Apart(const Limb* a, size_t an, const Limb* b, size_t bn) {
+  const std::less<const Limb*> before;
+  return !before(a, b + bn) || !before(b, a + an);
+}
+
+// Whether a[0..n) fits in `count` 32-bit words.
+[[maybe_unused]] bool FitsInWords(const Limb* a, size_t n, size_t count) {
+  for (size_t i = count; i < n * kWordsPerLimb; ++i) {
+    if (static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb))) != 0) return false;
+  }
+  return true;
+}
 
 int LeadingZeros(Limb x) {
   int n = 0;
@@ -234,6 +250,7 @@ LimbVector PackWords(const uint32_t* words, size_t count) {
 }
 
 void UnpackWords(const Limb* a, size_t n, uint32_t* words, size_t count) {
+  assert(FitsInWords(a, n, count));
   size_t i = 0;
   if constexpr (kWordsPerLimb == 2) {
     const size_t whole = n < count / 2 ? n : count / 2;
@@ -253,6 +270,7 @@ void Trim(LimbVector& a) {
 }
 
 Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n) {
+  assert(n <= rn);
   Limb carry = AddN(r, r, a, n);
   return AddLimb(r + n, rn - n, carry);
 }
@@ -282,6 +300,7 @@ int CompareN(const Limb* a, const Limb* b, size_t n) {
 }
 
 void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
+  assert(Apart(r, na + nb, a, na) && Apart(r, na + nb, b, nb));
   if (na == 0 || nb == 0) {
     std::memset(r, 0, (na + nb) * sizeof(Limb));
     return;
@@ -339,6 +358,7 @@ inline Limb DivideTwoByOne(Limb u1, Limb u0, Limb d, Limb inverse, Limb* rem) {
 }  // namespace
 
 Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
+  assert(d != 0);
   if (n == 0) return 0;
   const int s = LeadingZeros(d);
   const Limb dn = d << s;
@@ -532,6 +552,7 @@ Limb ShiftLeft(Limb* r, const Limb* a, size_t n, int s) {
 }  // namespace
 
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv) {
+  assert(nu >= nv && nv >= 1 && v[nv - 1] != 0);
   if (nv == 1) {
     LimbVector qq(nu);
     Limb rem = DivideSingle(qq.data(), u, nu, v[0]);
@@ -571,7 +592,7 @@ LimbVector Product(const LimbVector& a, const LimbVector& b) {
 }
 
 void DivMod(const LimbVector& u, const LimbVector& v, LimbVector* q, LimbVector* r) {
-  // v must be trimmed and non-empty.
+  assert(!v.empty() && v.back() != 0);
   if (u.size() < v.size()) {
     if (q) q->clear();
     if (r) { *r = u; Trim(*r); }

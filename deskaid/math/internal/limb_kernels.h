@@ -109,7 +109,7 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
 // q[0..n) = u / d in place allowed (q may equal u); returns u mod d. d != 0.
 Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d);
 
-// Convenience forms on vectors, results trimmed.
+// Convenience forms on vectors, results trimmed. v must be trimmed and non-empty.
 LimbVector Product(const LimbVector& a, const LimbVector& b);
 void DivMod(const LimbVector& u, const LimbVector& v, LimbVector* q, LimbVector* r);
 

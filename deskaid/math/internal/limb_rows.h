@@ -19,5 +19,11 @@ void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
 // The cross products a[i]*a[j], i < j, once, into r[0 .. 2n); n >= 1.
 void SquareCrossRows(Limb* r, const Limb* a, size_t n);
 
+// What MontgomeryRows requires of its arguments, checked by every form of it: a modulus of at
+// least one limb, and an inverse with m[0] * inverse = -1 modulo the limb base (so m is odd).
+inline bool MontgomeryArgumentsValid(const Limb* m, size_t n, Limb inverse) {
+  return n >= 1 && static_cast<Limb>(m[0] * inverse) == ~static_cast<Limb>(0);
+}
+
 }  // namespace limbs
 }  // namespace deskaid

@@ -1,6 +1,7 @@
 // The multiply-and-add rows in C, for the builds without assembly rows: MSVC's, other processors',
 // and those asked for with DESKAID_PORTABLE_LIMBS or DESKAID_NARROW_LIMBS (see limb_rows.h). Without
 // a second carry chain in the processor, two multiplier limbs a pass halve the loads and stores.
+#include <cassert>
 #include <cstring>
 
 #include "deskaid/math/internal/limb_rows.h"
@@ -56,6 +57,7 @@ bool WideRowsAvailable() { return false; }
 bool UseWideRows(bool) { return false; }
 
 void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
+  assert(MontgomeryArgumentsValid(m, n, inverse));
   t[2 * n] = 0;
   size_t i = 0;
   // Two limbs a pass: m0 clears t[i]; m1 is chosen for what t[i+1] will be after m0's row.

@@ -1,5 +1,6 @@
 // The row functions of x86-64 and 32-bit x86 with GCC or Clang (see limb_rows.h): the assembly row
 // with one carry chain or the processor's wide one, chosen on first use from what cpuid reports.
+#include <cassert>
 
 #include "deskaid/math/internal/limb_rows_x86.h"
 
@@ -28,6 +29,7 @@ Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().add
 Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().subMul1(r, a, n, m); }
 
 void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
+  assert(MontgomeryArgumentsValid(m, n, inverse));
   ActiveRows().montgomery(t, m, n, inverse);
 }
 
