@@ -275,21 +275,10 @@ Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n) {
   return AddLimb(r + n, rn - n, carry);
 }
 
-Limb AddLimb(Limb* r, size_t rn, Limb x) {
-  for (size_t i = 0; i < rn && x; ++i) {
-    r[i] += x;
-    x = r[i] < x ? 1 : 0;
-  }
-  return x;
-}
+Limb AddLimb(Limb* r, size_t rn, Limb x) { return AddLimbInline(r, rn, x); }
 
 Limb Mul1(Limb* r, const Limb* a, size_t n, Limb m, Limb carry) {
-  for (size_t i = 0; i < n; ++i) {
-    DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m + carry;
-    r[i] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-  }
-  return carry;
+  return Mul1Inline(r, a, n, m, carry);
 }
 
 int CompareN(const Limb* a, const Limb* b, size_t n) {

@@ -19,6 +19,25 @@ void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
 // The cross products a[i]*a[j], i < j, once, into r[0 .. 2n); n >= 1.
 void SquareCrossRows(Limb* r, const Limb* a, size_t n);
 
+// The loops of Mul1 and AddLimb, for the rows' files: the loops there that start or end with them
+// would otherwise pay a call for what was inlined when rows and algorithms shared one file.
+inline Limb Mul1Inline(Limb* r, const Limb* a, size_t n, Limb m, Limb carry) {
+  for (size_t i = 0; i < n; ++i) {
+    DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m + carry;
+    r[i] = static_cast<Limb>(t);
+    carry = static_cast<Limb>(t >> kLimbBits);
+  }
+  return carry;
+}
+
+inline Limb AddLimbInline(Limb* r, size_t rn, Limb x) {
+  for (size_t i = 0; i < rn && x; ++i) {
+    r[i] += x;
+    x = r[i] < x ? 1 : 0;
+  }
+  return x;
+}
+
 // What MontgomeryRows requires of its arguments, checked by every form of it: a modulus of at
 // least one limb, and an inverse with m[0] * inverse = -1 modulo the limb base (so m is odd).
 inline bool MontgomeryArgumentsValid(const Limb* m, size_t n, Limb inverse) {

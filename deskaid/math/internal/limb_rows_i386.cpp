@@ -35,7 +35,7 @@ __attribute__((target("sse2"))) Limb AddMul1Split(Limb* r, const Limb* a, size_t
   }
   const Limb lowCarry = static_cast<Limb>(_mm_cvtsi128_si32(acc));
   const Limb highCarry = static_cast<Limb>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
-  return highCarry + AddLimb(r + h, h, lowCarry);
+  return highCarry + AddLimbInline(r + h, h, lowCarry);
 }
 
 // The second form of the 32-bit x86 rows: the split row for adding, the plain one for taking

@@ -69,19 +69,19 @@ void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
     const Limb m1 = next * inverse;
     Limb hi[2];
     AddMul2(t + i, m, n, m0, m1, hi);
-    AddLimb(t + i + n, n + 1 - i, hi[0]);
-    AddLimb(t + i + n + 1, n - i, hi[1]);
+    AddLimbInline(t + i + n, n + 1 - i, hi[0]);
+    AddLimbInline(t + i + n + 1, n - i, hi[1]);
   }
   for (; i < n; ++i) {
     const Limb c = AddMul1(t + i, m, n, t[i] * inverse);
-    AddLimb(t + i + n, 2 * n + 1 - (i + n), c);
+    AddLimbInline(t + i + n, 2 * n + 1 - (i + n), c);
   }
 }
 
 void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   size_t j = 0;
   if (nb % 2) {
-    r[na] = Mul1(r, a, na, b[0], 0);
+    r[na] = Mul1Inline(r, a, na, b[0], 0);
     j = 1;
   } else {
     std::memset(r, 0, na * sizeof(Limb));
@@ -101,16 +101,16 @@ void SquareCrossRows(Limb* r, const Limb* a, size_t n) {
   for (; i + 2 < n; i += 2) {
     // a[i+1]*a[i] on its own, then a[j]*a[i] and a[j]*a[i+1] for j >= i+2 together.
     DoubleLimb p = static_cast<DoubleLimb>(a[i + 1]) * a[i];
-    AddLimb(r + 2 * i + 1, 2 * n - 2 * i - 1, static_cast<Limb>(p));
-    AddLimb(r + 2 * i + 2, 2 * n - 2 * i - 2, static_cast<Limb>(p >> kLimbBits));
+    AddLimbInline(r + 2 * i + 1, 2 * n - 2 * i - 1, static_cast<Limb>(p));
+    AddLimbInline(r + 2 * i + 2, 2 * n - 2 * i - 2, static_cast<Limb>(p >> kLimbBits));
     Limb hi[2];
     AddMul2(r + 2 * i + 2, a + i + 2, n - i - 2, a[i], a[i + 1], hi);
-    AddLimb(r + i + n, n - i, hi[0]);
-    AddLimb(r + i + n + 1, n - i - 1, hi[1]);
+    AddLimbInline(r + i + n, n - i, hi[0]);
+    AddLimbInline(r + i + n + 1, n - i - 1, hi[1]);
   }
   for (; i + 1 < n; ++i) {
     Limb c = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
-    AddLimb(r + n + i, n - i, c);
+    AddLimbInline(r + n + i, n - i, c);
   }
 }
 

@@ -97,7 +97,7 @@ using RowFunction = Limb (*)(Limb*, const Limb*, size_t, Limb);
 // r[0 .. na+nb) = a * b, nb >= 1.
 template <RowFunction AddRow>
 void ProductRowsOf(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
-  r[na] = Mul1(r, a, na, b[0], 0);
+  r[na] = Mul1Inline(r, a, na, b[0], 0);
   for (size_t j = 1; j < nb; ++j) r[na + j] = AddRow(r + j, a, na, b[j]);
 }
 
@@ -108,7 +108,7 @@ void SquareCrossRowsOf(Limb* r, const Limb* a, size_t n) {
   r[0] = 0;
   r[2 * n - 1] = 0;
   if (n > 1) {
-    r[n] = Mul1(r + 1, a + 1, n - 1, a[0], 0);
+    r[n] = Mul1Inline(r + 1, a + 1, n - 1, a[0], 0);
     for (size_t i = 1; i + 1 < n; ++i) r[n + i] = AddRow(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
   }
 }
