@@ -17,14 +17,49 @@ function(deskaid_platform_files out)
   set(${out} ${result} PARENT_SCOPE)
 endfunction()
 
+# The files of the limb rows (deskaid/math/internal, see limb_rows.h) for this compiler and
+# processor: the assembly of x86-64 or of 32-bit x86 where GCC or Clang target them, the loops in C
+# everywhere else (MSVC has neither that inline assembly nor a 128-bit integer), and with PORTABLE
+# for a build that asks for those by DESKAID_PORTABLE_LIMBS or DESKAID_NARROW_LIMBS. Each file stops
+# a build that limb_kernels.h would give other rows.
+function(deskaid_limb_rows out)
+  cmake_parse_arguments(R "PORTABLE" "" "" ${ARGN})
+  set(kind portable)
+  if(NOT R_PORTABLE AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang" AND NOT MSVC AND
+     CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64|i[3-6]86|x86)$")
+    if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+      set(kind x86_64)
+    else()
+      set(kind i386)
+    endif()
+  endif()
+  set(x86_64 limb_rows_x86.cpp limb_rows_x86_64.cpp)
+  set(i386 limb_rows_x86.cpp limb_rows_i386.cpp limb_addsub_portable.cpp)
+  set(portable limb_rows_portable.cpp limb_addsub_portable.cpp)
+  list(TRANSFORM ${kind} PREPEND ${PROJECT_SOURCE_DIR}/deskaid/math/internal/ OUTPUT_VARIABLE result)
+  set(${out} ${result} PARENT_SCOPE)
+endfunction()
+
 # Collects the .cpp files of the given library folders (and of their internal/ folders), keeping
-# only those meant for this platform.
+# only those meant for this platform and, of math/, the limb rows of deskaid_limb_rows (the
+# portable ones with PORTABLE_LIMBS).
+# deskaid_collect_sources(out area... [PORTABLE_LIMBS])
 function(deskaid_collect_sources out)
+  cmake_parse_arguments(C "PORTABLE_LIMBS" "" "" ${ARGN})
   set(result)
-  foreach(area ${ARGN})
+  foreach(area ${C_UNPARSED_ARGUMENTS})
     file(GLOB files CONFIGURE_DEPENDS
          ${PROJECT_SOURCE_DIR}/deskaid/${area}/*.cpp
          ${PROJECT_SOURCE_DIR}/deskaid/${area}/internal/*.cpp)
+    if(area STREQUAL "math")
+      list(FILTER files EXCLUDE REGEX "/limb_(rows|addsub)_[^/]*\\.cpp$")
+      if(C_PORTABLE_LIMBS)
+        deskaid_limb_rows(rows PORTABLE)
+      else()
+        deskaid_limb_rows(rows)
+      endif()
+      list(APPEND files ${rows})
+    endif()
     list(APPEND result ${files})
   endforeach()
   deskaid_platform_files(result ${result})
@@ -81,6 +116,15 @@ function(deskaid_target_settings target)
     endif()
     if(links)
       target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++)
+    endif()
+  endif()
+  # The carry chains of the limb loops gain from unrolling, which GCC does not do by default.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    get_target_property(sources ${target} SOURCES)
+    list(FILTER sources INCLUDE REGEX "/math/internal/limb_(kernels|rows_[^/]*|addsub_[^/]*)\\.cpp$")
+    if(sources)
+      set_source_files_properties(${sources} TARGET_DIRECTORY ${target}
+                                  PROPERTIES COMPILE_OPTIONS -funroll-loops)
     endif()
   endif()
   if(DESKAID_SANITIZE)

@@ -1,6 +1,7 @@
 # Shared by the scripts: configuring and building the project's configurations.
 # build/native  preset native: optimised, with debug info
 # build/asan    preset sanitized: AddressSanitizer and UndefinedBehaviorSanitizer
+# build/limbs32 preset limbs32: the big integer tests for 32-bit x86 Linux, against i386 GMP
 # build/win     preset windows: 32-bit Windows (MinGW-w64), tests under Wine (build/win/wineprefix)
 # build/win64   preset windows64: 64-bit Windows (MinGW-w64), tests under 64-bit Wine
 #               (build/win64/wineprefix, a 64-bit prefix)
@@ -163,22 +164,11 @@ summarize_gtest() {
 }
 
 # The shipped 32-bit build's limb arithmetic (32-bit limbs, and the 32-bit x86 assembly rows)
-# against GMP: the big integer sources and their tests built with g++ -m32 beside Debian's i386
-# GMP, with GoogleTest compiled from its packaged sources. The Windows build runs the same code
-# under Wine, where no GMP is at hand.
-build_limbs32() {
-  local dir=build/limbs32 gtest=/usr/src/googletest/googletest
-  local flags=(-m32 -O2 -g -std=c++17 -Wall -Wextra -pthread)
-  mkdir -p "$dir"
-  if [ ! -f "$dir/gtest.a" ]; then
-    g++ "${flags[@]}" -I"$gtest/include" -I"$gtest" -c "$gtest/src/gtest-all.cc" -o "$dir/gtest-all.o" &&
-      g++ "${flags[@]}" -I"$gtest/include" -c "$gtest/src/gtest_main.cc" -o "$dir/gtest_main.o" &&
-      ar rcs "$dir/gtest.a" "$dir/gtest-all.o" "$dir/gtest_main.o" || return 1
-  fi
-  g++ "${flags[@]}" -I. -Itests -I"$gtest/include" deskaid/math/*.cpp deskaid/math/internal/*.cpp \
-    deskaid/common/internal/cpu_features.cpp tests/math/*.cpp "$dir/gtest.a" -lgmp \
-    -o "$dir/math_tests_i386"
-}
+# against GMP: preset limbs32, the big integer tests alone for 32-bit x86 Linux beside Debian's
+# i386 GMP, with GoogleTest built from its packaged sources. Its tests run through CTest, under
+# qemu-i386 where this machine does not run 32-bit programs (cmake/run-x86-32). The Windows build
+# runs the same code under Wine, where no GMP is at hand.
+build_limbs32() { build_preset limbs32 "$@"; }
 
 fuzz_smoke() {  # seconds per target
   local secs="$1" ok=0

@@ -1,27 +1,31 @@
+// The algorithms over limb rows that every build shares; the rows themselves differ by processor
+// (see limb_rows.h).
 #include "deskaid/math/internal/limb_kernels.h"
 
-#if defined(__GNUC__) && !defined(__clang__)
-// The carry chains of the inner loops gain from unrolling; GCC does not unroll by default.
-#pragma GCC optimize("unroll-loops")
-#endif
-
 #include <algorithm>
+#include <cassert>
 #include <cstring>
+#include <functional>
 
-#include "deskaid/common/internal/cpu_features.h"
-#if DESKAID_LIMB_ROWS_ASM && !DESKAID_LIMB_ASM
-#include <emmintrin.h>
-#endif
+#include "deskaid/math/internal/limb_rows.h"
 
 namespace deskaid {
 namespace limbs {
 namespace {
 
-#if DESKAID_LIMB_ROWS_ASM
-// The loops made of assembly rows, from the row set chosen on first use (below).
-void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb);
-void SquareCrossRows(Limb* r, const Limb* a, size_t n);
-#endif
+// Whether a[0..an) and b[0..bn) share no limb; std::less orders pointers into different arrays.
+[[maybe_unused]] bool Apart(const Limb* a, size_t an, const Limb* b, size_t bn) {
+  const std::less<const Limb*> before;
+  return !before(a, b + bn) || !before(b, a + an);
+}
+
+// Whether a[0..n) fits in `count` 32-bit words.
+[[maybe_unused]] bool FitsInWords(const Limb* a, size_t n, size_t count) {
+  for (size_t i = count; i < n * kWordsPerLimb; ++i) {
+    if (static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb))) != 0) return false;
+  }
+  return true;
+}
 
 int LeadingZeros(Limb x) {
   int n = 0;
@@ -40,33 +44,7 @@ void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
     const Limb* t = a; a = b; b = t;
     size_t tn = na; na = nb; nb = tn;
   }
-#if DESKAID_LIMB_ROWS_ASM
-  // Row by row: the assembly row beats the two-row loop in C.
   ProductRows(r, a, na, b, nb);
-#else
-  size_t j = 0;
-  if (nb % 2) {
-    r[na] = Mul1(r, a, na, b[0], 0);
-    j = 1;
-  } else {
-    std::memset(r, 0, na * sizeof(Limb));
-  }
-  for (; j < nb; j += 2) {
-    Limb hi[2];
-    AddMul2(r + j, a, na, b[j], b[j + 1], hi);
-    r[na + j] = hi[0];
-    r[na + j + 1] = hi[1];
-  }
-#endif
-}
-
-// r += a (a of n limbs) at r[0..rn), carrying upward.
-void AddInto(Limb* r, size_t rn, const Limb* a, size_t n) {
-  Limb carry = AddN(r, r, a, n);
-  for (size_t i = n; carry && i < rn; ++i) {
-    r[i] += 1;
-    carry = r[i] == 0;
-  }
 }
 
 void SubFrom(Limb* r, size_t rn, const Limb* a, size_t n) {
@@ -98,7 +76,7 @@ void MultiplyAny(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   for (size_t off = 0; off < na; off += nb) {
     size_t len = na - off < nb ? na - off : nb;
     MultiplyAny(piece.data(), a + off, len, b, nb);
-    AddInto(r + off, na + nb - off, piece.data(), len + nb);
+    AddLimbs(r + off, na + nb - off, piece.data(), len + nb);
   }
 }
 
@@ -235,10 +213,10 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
   // sa = a0 + a1, sb = b0 + b1 (hi+1 limbs each)
   LimbVector sa(hi + 1, 0), sb(hi + 1, 0), mid(2 * hi + 2, 0);
   std::copy(a + lo, a + n, sa.begin());
-  AddInto(sa.data(), hi + 1, a, lo);
+  AddLimbs(sa.data(), hi + 1, a, lo);
   if (!square) {
     std::copy(b + lo, b + n, sb.begin());
-    AddInto(sb.data(), hi + 1, b, lo);
+    AddLimbs(sb.data(), hi + 1, b, lo);
   }
   size_t sn = hi + 1;
   if (sa[hi] == 0 && (square || sb[hi] == 0)) sn = hi;
@@ -252,7 +230,7 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
   SubFrom(mid.data(), 2 * hi + 2, r + 2 * lo, 2 * hi);
   size_t mn = 2 * hi + 2;
   while (mn > 0 && mid[mn - 1] == 0) --mn;
-  AddInto(r + lo, 2 * n - lo, mid.data(), mn);
+  AddLimbs(r + lo, 2 * n - lo, mid.data(), mn);
 }
 
 }  // namespace
@@ -272,6 +250,7 @@ LimbVector PackWords(const uint32_t* words, size_t count) {
 }
 
 void UnpackWords(const Limb* a, size_t n, uint32_t* words, size_t count) {
+  assert(FitsInWords(a, n, count));
   size_t i = 0;
   if constexpr (kWordsPerLimb == 2) {
     const size_t whole = n < count / 2 ? n : count / 2;
@@ -290,464 +269,16 @@ void Trim(LimbVector& a) {
   while (!a.empty() && a.back() == 0) a.pop_back();
 }
 
-#if DESKAID_LIMB_ASM
-namespace {
-
-// The carry (or borrow) chain of four limbs a pass in the carry flag; lea and dec leave it alone.
-#define DESKAID_ADD_SUB_LOOP(op)                                                        \
-  __asm__(                                                                              \
-      "addq $-1, %[c]\n\t" /* carry flag = c */                                         \
-      "1:\n\t"                                                                          \
-      "movq (%[a]), %[t]\n\t" op " (%[b]), %[t]\n\t" "movq %[t], (%[r])\n\t"           \
-      "movq 8(%[a]), %[t]\n\t" op " 8(%[b]), %[t]\n\t" "movq %[t], 8(%[r])\n\t"        \
-      "movq 16(%[a]), %[t]\n\t" op " 16(%[b]), %[t]\n\t" "movq %[t], 16(%[r])\n\t"     \
-      "movq 24(%[a]), %[t]\n\t" op " 24(%[b]), %[t]\n\t" "movq %[t], 24(%[r])\n\t"     \
-      "leaq 32(%[a]), %[a]\n\t"                                                         \
-      "leaq 32(%[b]), %[b]\n\t"                                                         \
-      "leaq 32(%[r]), %[r]\n\t"                                                         \
-      "decq %[n]\n\t"                                                                   \
-      "jnz 1b\n\t"                                                                      \
-      "movl $0, %k[c]\n\t"                                                              \
-      "setc %b[c]\n\t"                                                                  \
-      : [r] "+r"(r), [a] "+r"(a), [b] "+r"(b), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(t) \
-      :                                                                                 \
-      : "cc", "memory")
-
-}  // namespace
-
-Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n) {
-  Limb carry = 0;
-  for (; n % 4; --n, ++r, ++a, ++b) {
-    const Limb s = a[0] + carry;
-    const Limb c1 = s < carry;
-    const Limb t = s + b[0];
-    carry = c1 + (t < s);
-    r[0] = t;
-  }
-  if (n == 0) return carry;
-  n /= 4;
-  Limb t;
-  DESKAID_ADD_SUB_LOOP("adcq");
-  return carry;
-}
-
-Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
-  Limb carry = 0;
-  for (; n % 4; --n, ++r, ++a, ++b) {
-    const Limb ai = a[0], bi = b[0];
-    const Limb t = ai - bi;
-    const Limb b1 = ai < bi;
-    r[0] = t - carry;
-    carry = b1 + (t < carry);
-  }
-  if (n == 0) return carry;
-  n /= 4;
-  Limb t;
-  DESKAID_ADD_SUB_LOOP("sbbq");
-  return carry;
-}
-#undef DESKAID_ADD_SUB_LOOP
-#else
-Limb AddN(Limb* r, const Limb* a, const Limb* b, size_t n) {
-  Limb carry = 0;
-  for (size_t i = 0; i < n; ++i) {
-    Limb s = a[i] + carry;
-    Limb c1 = s < carry;
-    Limb t = s + b[i];
-    carry = c1 + (t < s);
-    r[i] = t;
-  }
-  return carry;
-}
-
-Limb SubN(Limb* r, const Limb* a, const Limb* b, size_t n) {
-  Limb borrow = 0;
-  for (size_t i = 0; i < n; ++i) {
-    Limb ai = a[i], bi = b[i];
-    Limb t = ai - bi;
-    Limb b1 = ai < bi;
-    Limb t2 = t - borrow;
-    borrow = b1 + (t < borrow);
-    r[i] = t2;
-  }
-  return borrow;
-}
-
-#endif
-
-#if DESKAID_LIMB_ROWS_ASM
-namespace {
-
-// Two limbs a pass: load, multiply, add the carry, then add the product's low limb to the limb
-// of r (op add) or take it away (op sub), carrying or borrowing into the next product's high
-// limb, with one chain through the flags. The same loop serves x86-64 and 32-bit x86: S is the
-// size suffix, A and D the product's registers, W and W2 one and two limbs in bytes, and N and M
-// say where the count and the multiplier are kept (in memory on 32-bit x86, which leaves the
-// registers the loop needs).
-#define DESKAID_ROW_LOOP_FOR(S, A, D, W, W2, N, M, op, acc)                    \
-  __asm__(                                                                   \
-      "1:\n\t"                                                                \
-      "mov" S " (%[a]), %%" A "\n\t"                                           \
-      "mul" S " %[m]\n\t"                                                     \
-      "add" S " %[c], %%" A "\n\t"                                             \
-      "mov" S " " W "(%[a]), %[c]\n\t"                                         \
-      "adc" S " $0, %%" D "\n\t" op S " %%" A ", (%[r])\n\t"                   \
-      "mov" S " %%" D ", %[t]\n\t"                                             \
-      "adc" S " $0, %[t]\n\t"                                                 \
-      "mov" S " %[c], %%" A "\n\t"                                             \
-      "mul" S " %[m]\n\t"                                                     \
-      "add" S " %[t], %%" A "\n\t"                                             \
-      "adc" S " $0, %%" D "\n\t" op S " %%" A ", " W "(%[r])\n\t"              \
-      "adc" S " $0, %%" D "\n\t"                                               \
-      "mov" S " %%" D ", %[c]\n\t"                                             \
-      "lea" S " " W2 "(%[a]), %[a]\n\t"                                        \
-      "lea" S " " W2 "(%[r]), %[r]\n\t"                                        \
-      "dec" S " %[n]\n\t"                                                     \
-      "jnz 1b\n\t"                                                            \
-      : [r] "+r"(r), [a] "+r"(a), [n] N(n), [c] "+r"(acc), [t] "=&r"(next)     \
-      : [m] M(m)                                                             \
-      : A, D, "cc", "memory")
-#if DESKAID_LIMB_ASM
-#define DESKAID_ROW_LOOP(op, acc) \
-  DESKAID_ROW_LOOP_FOR("q", "rax", "rdx", "8", "16", "+r", "r", op, acc)
-#else
-#define DESKAID_ROW_LOOP(op, acc) \
-  DESKAID_ROW_LOOP_FOR("l", "eax", "edx", "4", "8", "+m", "m", op, acc)
-#endif
-
-// r[0] += a[0] * m, for the odd limb in front of a row that goes two limbs at a time; returns
-// the carry and moves both pointers on.
-inline Limb AddMulFirstLimb(Limb*& r, const Limb*& a, Limb m) {
-  const DoubleLimb t = static_cast<DoubleLimb>(*a++) * m + *r;
-  *r++ = static_cast<Limb>(t);
-  return static_cast<Limb>(t >> kLimbBits);
-}
-
-inline Limb AddMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb carry = n & 1 ? AddMulFirstLimb(r, a, m) : 0;
-  n /= 2;
-  if (n == 0) return carry;
-  Limb next;
-  DESKAID_ROW_LOOP("add", carry);
-  return carry;
-}
-
-inline Limb SubMul1Plain(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb borrow = 0;
-  if (n & 1) {
-    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m;
-    const Limb pl = static_cast<Limb>(p);
-    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
-    r[0] -= pl;
-    ++r;
-    ++a;
-  }
-  n /= 2;
-  if (n == 0) return borrow;
-  Limb next;
-  DESKAID_ROW_LOOP("sub", borrow);
-  return borrow;
-}
-
-#undef DESKAID_ROW_LOOP
-#undef DESKAID_ROW_LOOP_FOR
-
-}  // namespace
-#endif
-
-#if DESKAID_LIMB_ASM
-namespace {
-
-// The same rows with BMI2 and ADX: mulx leaves the flags alone, so the carries of the products
-// (adcx, carry flag) and of the additions into r (adox, overflow flag) run as two chains side by
-// side. The loop counter moves by lea and is tested by jrcxz, which touch no flag.
-// Four limbs a pass; the subtracting row complements each low limb before adding it to r
-// (flip_lo, flip_lo2), the adding row leaves them as they are.
-#define DESKAID_WIDE_ROW_LOOP(flip_lo, flip_lo2)                             \
-  "1:\n\t"                                                                   \
-  "jrcxz 2f\n\t"                                                             \
-  "mulx (%[a]), %[lo], %[hi]\n\t"                                            \
-  "mulx 8(%[a]), %[lo2], %[hi2]\n\t"                                         \
-  "adcx %[c], %[lo]\n\t" flip_lo "adox (%[r]), %[lo]\n\t"                     \
-  "movq %[lo], (%[r])\n\t"                                                   \
-  "adcx %[hi], %[lo2]\n\t" flip_lo2 "adox 8(%[r]), %[lo2]\n\t"                \
-  "movq %[lo2], 8(%[r])\n\t"                                                 \
-  "mulx 16(%[a]), %[lo], %[hi]\n\t"                                          \
-  "mulx 24(%[a]), %[lo2], %[c]\n\t"                                          \
-  "adcx %[hi2], %[lo]\n\t" flip_lo "adox 16(%[r]), %[lo]\n\t"                 \
-  "movq %[lo], 16(%[r])\n\t"                                                 \
-  "adcx %[hi], %[lo2]\n\t" flip_lo2 "adox 24(%[r]), %[lo2]\n\t"               \
-  "movq %[lo2], 24(%[r])\n\t"                                                \
-  "leaq 32(%[a]), %[a]\n\t"                                                  \
-  "leaq 32(%[r]), %[r]\n\t"                                                  \
-  "leaq -1(%%rcx), %%rcx\n\t"                                                \
-  "jmp 1b\n\t"
-
-inline Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb carry = 0;
-  for (; n % 4; --n, ++r, ++a) {
-    const DoubleLimb t = static_cast<DoubleLimb>(a[0]) * m + r[0] + carry;
-    r[0] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-  }
-  n /= 4;
-  Limb lo, hi, lo2, hi2;
-  __asm__(
-      "xorl %k[lo], %k[lo]\n\t"
-      DESKAID_WIDE_ROW_LOOP("", "")
-      "2:\n\t"
-      "movl $0, %k[lo]\n\t"
-      "adcx %[lo], %[c]\n\t"
-      "adox %[lo], %[c]\n\t"
-      : [r] "+r"(r), [a] "+r"(a), "+c"(n), [c] "+r"(carry), [lo] "=&r"(lo), [hi] "=&r"(hi),
-        [lo2] "=&r"(lo2), [hi2] "=&r"(hi2)
-      : "d"(m)
-      : "cc", "memory");
-  return carry;
-}
-
-// r - p is r + ~p + 1 less one unit above the top: the additions run on the overflow flag, set
-// to 1 at the start, and a clear flag at the end is the borrow.
-inline Limb SubMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb borrow = 0;
-  for (; n % 4; --n, ++r, ++a) {
-    const DoubleLimb p = static_cast<DoubleLimb>(a[0]) * m + borrow;
-    const Limb pl = static_cast<Limb>(p);
-    borrow = static_cast<Limb>(p >> kLimbBits) + (r[0] < pl);
-    r[0] -= pl;
-  }
-  n /= 4;
-  Limb lo, hi, lo2, hi2;
-  __asm__(
-      "movabsq $0x7fffffffffffffff, %[lo]\n\t"
-      "addq $1, %[lo]\n\t"  // overflow flag 1, carry flag 0
-      DESKAID_WIDE_ROW_LOOP("notq %[lo]\n\t", "notq %[lo2]\n\t")
-      "2:\n\t"
-      "seto %b[lo]\n\t"
-      "movl $0, %k[hi]\n\t"
-      "adcx %[hi], %[c]\n\t"
-      "movzbl %b[lo], %k[lo]\n\t"
-      "subq %[lo], %[c]\n\t"
-      "addq $1, %[c]\n\t"
-      : [r] "+r"(r), [a] "+r"(a), "+c"(n), [c] "+r"(borrow), [lo] "=&r"(lo), [hi] "=&r"(hi),
-        [lo2] "=&r"(lo2), [hi2] "=&r"(hi2)
-      : "d"(m)
-      : "cc", "memory");
-  return borrow;
-}
-
-#undef DESKAID_WIDE_ROW_LOOP
-
-}  // namespace
-#elif DESKAID_LIMB_ROWS_ASM
-namespace {
-
-// With SSE2 a row is split in halves, one in each 64-bit lane of a register, so that two carry
-// chains run side by side; at the end the low half's carry enters the high half. A lane adds
-// a[i] * m + r[i] + carry, which stays below 2^64, and keeps the upper 32 bits as its carry.
-constexpr size_t kSplitRowFrom = 8;
-
-__attribute__((target("sse2"))) Limb AddMul1Split(Limb* r, const Limb* a, size_t n, Limb m) {
-  if (n < kSplitRowFrom) return AddMul1Plain(r, a, n, m);
-  const Limb carry = n & 1 ? AddMulFirstLimb(r, a, m) : 0;
-  const size_t h = n / 2;
-  const __m128i mm = _mm_set_epi32(0, static_cast<int>(m), 0, static_cast<int>(m));
-  __m128i acc = _mm_cvtsi32_si128(static_cast<int>(carry));
-  for (size_t k = 0; k < h; ++k) {
-    const __m128i av = _mm_unpacklo_epi64(_mm_cvtsi32_si128(static_cast<int>(a[k])),
-                                          _mm_cvtsi32_si128(static_cast<int>(a[h + k])));
-    const __m128i rv = _mm_unpacklo_epi64(_mm_cvtsi32_si128(static_cast<int>(r[k])),
-                                          _mm_cvtsi32_si128(static_cast<int>(r[h + k])));
-    acc = _mm_add_epi64(acc, _mm_add_epi64(_mm_mul_epu32(av, mm), rv));
-    r[k] = static_cast<Limb>(_mm_cvtsi128_si32(acc));
-    r[h + k] = static_cast<Limb>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
-    acc = _mm_srli_epi64(acc, 32);
-  }
-  const Limb lowCarry = static_cast<Limb>(_mm_cvtsi128_si32(acc));
-  const Limb highCarry = static_cast<Limb>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
-  return highCarry + AddLimb(r + h, h, lowCarry);
-}
-
-// The second form of the 32-bit x86 rows: the split row for adding, the plain one for taking
-// away (which two lanes do not help).
-Limb SubMul1Split(Limb* r, const Limb* a, size_t n, Limb m) { return SubMul1Plain(r, a, n, m); }
-
-}  // namespace
-#endif
-
-#if DESKAID_LIMB_ROWS_ASM
-namespace {
-
-#if DESKAID_LIMB_ASM
-#define DESKAID_WIDE_ROWS AddMul1Wide, SubMul1Wide
-#else
-#define DESKAID_WIDE_ROWS AddMul1Split, SubMul1Split
-#endif
-using RowFunction = Limb (*)(Limb*, const Limb*, size_t, Limb);
-
-// The loops made of rows are written once over rows known at compile time, so that a row is
-// inlined into its loop where the compiler can: a product, a square or a reduction then costs one
-// call rather than one a row.
-
-// r[0 .. na+nb) = a * b, nb >= 1.
-template <RowFunction AddRow>
-void ProductRowsOf(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
-  r[na] = Mul1(r, a, na, b[0], 0);
-  for (size_t j = 1; j < nb; ++j) r[na + j] = AddRow(r + j, a, na, b[j]);
-}
-
-// The cross products a[i]*a[j], i < j, once, into r[0 .. 2n): row i covers r[2i+1 .. n+i) and
-// its carry is the first write of r[n+i].
-template <RowFunction AddRow>
-void SquareCrossRowsOf(Limb* r, const Limb* a, size_t n) {
-  r[0] = 0;
-  r[2 * n - 1] = 0;
-  if (n > 1) {
-    r[n] = Mul1(r + 1, a + 1, n - 1, a[0], 0);
-    for (size_t i = 1; i + 1 < n; ++i) r[n + i] = AddRow(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
-  }
-}
-
-// Row i clears t[i]; its carry belongs at t[i+n], which no later row's multiplier depends on, so
-// it is kept in t[i] and the carries are added in one pass at the end.
-template <RowFunction AddRow>
-void MontgomeryRowsOf(Limb* t, const Limb* m, size_t n, Limb inverse) {
-  for (size_t i = 0; i < n; ++i) t[i] = AddRow(t + i, m, n, t[i] * inverse);
-  t[2 * n] = AddN(t + n, t + n, t, n);
-}
-
-struct Rows {
-  RowFunction addMul1;
-  RowFunction subMul1;
-  void (*product)(Limb*, const Limb*, size_t, const Limb*, size_t);
-  void (*squareCross)(Limb*, const Limb*, size_t);
-  void (*montgomery)(Limb*, const Limb*, size_t, Limb);
-};
-
-template <RowFunction AddRow, RowFunction SubRow>
-constexpr Rows RowsOf() {
-  return Rows{AddRow, SubRow, ProductRowsOf<AddRow>, SquareCrossRowsOf<AddRow>,
-              MontgomeryRowsOf<AddRow>};
-}
-
-// Chosen on first use rather than by a static initialiser, so that big integers built during
-// other static initialisation already find their rows.
-Rows& ActiveRows() {
-  static Rows rows = WideRowsAvailable() ? RowsOf<DESKAID_WIDE_ROWS>()
-                                         : RowsOf<AddMul1Plain, SubMul1Plain>();
-  return rows;
-}
-
-void ProductRows(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
-  ActiveRows().product(r, a, na, b, nb);
-}
-
-void SquareCrossRows(Limb* r, const Limb* a, size_t n) { ActiveRows().squareCross(r, a, n); }
-
-}  // namespace
-
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().addMul1(r, a, n, m); }
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) { return ActiveRows().subMul1(r, a, n, m); }
-
-void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
-  ActiveRows().montgomery(t, m, n, inverse);
-}
-
-bool WideRowsAvailable() {
-#if DESKAID_LIMB_ASM
-  return Cpu().bmi2Adx;
-#else
-  return Cpu().sse2;
-#endif
-}
-
-bool UseWideRows(bool wanted) {
-  const bool wide = wanted && WideRowsAvailable();
-  ActiveRows() = wide ? RowsOf<DESKAID_WIDE_ROWS>() : RowsOf<AddMul1Plain, SubMul1Plain>();
-  return wide;
-}
-#undef DESKAID_WIDE_ROWS
-#else
-Limb AddMul1(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb carry = 0;
-  for (size_t i = 0; i < n; ++i) {
-    DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m + r[i] + carry;
-    r[i] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-  }
-  return carry;
-}
-
-Limb SubMul1(Limb* r, const Limb* a, size_t n, Limb m) {
-  Limb carry = 0;
-  for (size_t i = 0; i < n; ++i) {
-    const DoubleLimb p = static_cast<DoubleLimb>(a[i]) * m + carry;
-    const Limb pl = static_cast<Limb>(p);
-    const Limb ri = r[i];
-    carry = static_cast<Limb>(p >> kLimbBits) + (ri < pl);
-    r[i] = ri - pl;
-  }
-  return carry;
-}
-bool WideRowsAvailable() { return false; }
-bool UseWideRows(bool) { return false; }
-
-void MontgomeryRows(Limb* t, const Limb* m, size_t n, Limb inverse) {
-  t[2 * n] = 0;
-  size_t i = 0;
-  // Two limbs a pass: m0 clears t[i]; m1 is chosen for what t[i+1] will be after m0's row.
-  for (; i + 1 < n; i += 2) {
-    const Limb m0 = t[i] * inverse;
-    const DoubleLimb x = static_cast<DoubleLimb>(m0) * m[0] + t[i];
-    const Limb next = t[i + 1] + static_cast<Limb>(static_cast<DoubleLimb>(m0) * m[1]) +
-                      static_cast<Limb>(x >> kLimbBits);
-    const Limb m1 = next * inverse;
-    Limb hi[2];
-    AddMul2(t + i, m, n, m0, m1, hi);
-    AddLimb(t + i + n, n + 1 - i, hi[0]);
-    AddLimb(t + i + n + 1, n - i, hi[1]);
-  }
-  for (; i < n; ++i) {
-    const Limb c = AddMul1(t + i, m, n, t[i] * inverse);
-    AddLimb(t + i + n, 2 * n + 1 - (i + n), c);
-  }
-}
-#endif
-
-void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
-  // lo carries into the next position, high into the one after it.
-  Limb lo = 0, high = 0;
-  for (size_t i = 0; i < n; ++i) {
-    const DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m0 + r[i] + lo;
-    r[i] = static_cast<Limb>(t);
-    const DoubleLimb u = static_cast<DoubleLimb>(a[i]) * m1 + static_cast<Limb>(t >> kLimbBits) + high;
-    lo = static_cast<Limb>(u);
-    high = static_cast<Limb>(u >> kLimbBits);
-  }
-  hi[0] = lo;
-  hi[1] = high;
-}
-
 Limb AddLimbs(Limb* r, size_t rn, const Limb* a, size_t n) {
+  assert(n <= rn);
   Limb carry = AddN(r, r, a, n);
   return AddLimb(r + n, rn - n, carry);
 }
 
-Limb AddLimb(Limb* r, size_t rn, Limb x) {
-  for (size_t i = 0; i < rn && x; ++i) {
-    r[i] += x;
-    x = r[i] < x ? 1 : 0;
-  }
-  return x;
-}
+Limb AddLimb(Limb* r, size_t rn, Limb x) { return AddLimbInline(r, rn, x); }
 
 Limb Mul1(Limb* r, const Limb* a, size_t n, Limb m, Limb carry) {
-  for (size_t i = 0; i < n; ++i) {
-    DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m + carry;
-    r[i] = static_cast<Limb>(t);
-    carry = static_cast<Limb>(t >> kLimbBits);
-  }
-  return carry;
+  return Mul1Inline(r, a, n, m, carry);
 }
 
 int CompareN(const Limb* a, const Limb* b, size_t n) {
@@ -758,6 +289,7 @@ int CompareN(const Limb* a, const Limb* b, size_t n) {
 }
 
 void Multiply(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
+  assert(Apart(r, na + nb, a, na) && Apart(r, na + nb, b, nb));
   if (na == 0 || nb == 0) {
     std::memset(r, 0, (na + nb) * sizeof(Limb));
     return;
@@ -772,27 +304,7 @@ void Square(Limb* r, const Limb* a, size_t n) {
     return;
   }
   // Cross products a[i]*a[j], i < j, once; then doubled; then the squares on the diagonal.
-#if DESKAID_LIMB_ROWS_ASM
   SquareCrossRows(r, a, n);
-#else
-  // Two rows a pass.
-  std::memset(r, 0, 2 * n * sizeof(Limb));
-  size_t i = 0;
-  for (; i + 2 < n; i += 2) {
-    // a[i+1]*a[i] on its own, then a[j]*a[i] and a[j]*a[i+1] for j >= i+2 together.
-    DoubleLimb p = static_cast<DoubleLimb>(a[i + 1]) * a[i];
-    AddLimb(r + 2 * i + 1, 2 * n - 2 * i - 1, static_cast<Limb>(p));
-    AddLimb(r + 2 * i + 2, 2 * n - 2 * i - 2, static_cast<Limb>(p >> kLimbBits));
-    Limb hi[2];
-    AddMul2(r + 2 * i + 2, a + i + 2, n - i - 2, a[i], a[i + 1], hi);
-    AddLimb(r + i + n, n - i, hi[0]);
-    AddLimb(r + i + n + 1, n - i - 1, hi[1]);
-  }
-  for (; i + 1 < n; ++i) {
-    Limb c = AddMul1(r + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
-    AddLimb(r + n + i, n - i, c);
-  }
-#endif
   Limb top = 0;
   for (size_t i = 0; i < 2 * n; ++i) {
     Limb next = r[i] >> (kLimbBits - 1);
@@ -835,6 +347,7 @@ inline Limb DivideTwoByOne(Limb u1, Limb u0, Limb d, Limb inverse, Limb* rem) {
 }  // namespace
 
 Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
+  assert(d != 0);
   if (n == 0) return 0;
   const int s = LeadingZeros(d);
   const Limb dn = d << s;
@@ -1028,6 +541,7 @@ Limb ShiftLeft(Limb* r, const Limb* a, size_t n, int s) {
 }  // namespace
 
 void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, size_t nv) {
+  assert(nu >= nv && nv >= 1 && v[nv - 1] != 0);
   if (nv == 1) {
     LimbVector qq(nu);
     Limb rem = DivideSingle(qq.data(), u, nu, v[0]);
@@ -1067,7 +581,7 @@ LimbVector Product(const LimbVector& a, const LimbVector& b) {
 }
 
 void DivMod(const LimbVector& u, const LimbVector& v, LimbVector* q, LimbVector* r) {
-  // v must be trimmed and non-empty.
+  assert(!v.empty() && v.back() != 0);
   if (u.size() < v.size()) {
     if (q) q->clear();
     if (r) { *r = u; Trim(*r); }

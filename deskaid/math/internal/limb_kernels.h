@@ -27,7 +27,8 @@ constexpr int kWordsPerLimb = static_cast<int>(sizeof(Limb) / sizeof(uint32_t));
 using LimbVector = std::vector<Limb>;
 
 // x86-64 with GCC or Clang: the multiply-and-add rows are written in assembly (see AddMul1);
-// DESKAID_PORTABLE_LIMBS keeps the portable loops there too.
+// DESKAID_PORTABLE_LIMBS keeps the portable loops there too. The build compiles the rows' files to
+// match these two switches (see limb_rows.h).
 #if defined(__GNUC__) && defined(__x86_64__) && defined(__SIZEOF_INT128__) && \
     !defined(DESKAID_NARROW_LIMBS) && !defined(DESKAID_PORTABLE_LIMBS)
 #define DESKAID_LIMB_ASM 1
@@ -81,9 +82,6 @@ bool WideRowsAvailable();
 // Chooses between the assembly form and the wide one (tests run both); returns whether the wide
 // rows are now in use. Not for use while another thread computes.
 bool UseWideRows(bool wanted);
-// r[0..n) += a[0..n) * (m0 + m1 * base); the two limbs above (for r[n] and r[n+1]) come back
-// in hi[0] and hi[1]. Two multiplier limbs per pass halve the loads and stores of r.
-void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]);
 // The rows of a Montgomery reduction modulo the odd m[0..n), with inverse = -m^-1 mod the limb
 // base: adds q * m to t[0 .. 2n), where q is chosen limb by limb so that t[0..n) becomes zero, and
 // writes the carry out of the top into t[2n] (t holds 2n + 1 limbs). t[n .. 2n] is then the
@@ -111,7 +109,7 @@ void DivideRemainder(Limb* q, Limb* r, const Limb* u, size_t nu, const Limb* v, 
 // q[0..n) = u / d in place allowed (q may equal u); returns u mod d. d != 0.
 Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d);
 
-// Convenience forms on vectors, results trimmed.
+// Convenience forms on vectors, results trimmed. v must be trimmed and non-empty.
 LimbVector Product(const LimbVector& a, const LimbVector& b);
 void DivMod(const LimbVector& u, const LimbVector& v, LimbVector* q, LimbVector* r);
 
