@@ -45,7 +45,8 @@ void PowModDeskaid(benchmark::State& state, int bits) {
 }
 
 void PowModGmp(benchmark::State& state, int bits) {
-  Mpz b(shipped::RandomHex(bits, 1, false)), e(shipped::RandomHex(bits, 2, false)), n(shipped::RandomHex(bits, 3, true)), r;
+  Mpz b(shipped::RandomHex(bits, 1, false)), e(shipped::RandomHex(bits, 2, false)),
+      n(shipped::RandomHex(bits, 3, true)), r;
   mpz_mod(b.v, b.v, n.v);
   for (auto _ : state) {
     mpz_powm(r.v, b.v, e.v, n.v);
@@ -54,7 +55,8 @@ void PowModGmp(benchmark::State& state, int bits) {
 }
 
 void PowModBoost(benchmark::State& state, int bits) {
-  cpp_int b = Boost(shipped::RandomHex(bits, 1, false)), e = Boost(shipped::RandomHex(bits, 2, false)),
+  cpp_int b = Boost(shipped::RandomHex(bits, 1, false)),
+          e = Boost(shipped::RandomHex(bits, 2, false)),
           n = Boost(shipped::RandomHex(bits, 3, true));
   b %= n;
   for (auto _ : state) {
@@ -64,7 +66,8 @@ void PowModBoost(benchmark::State& state, int bits) {
 }
 
 void MulDeskaid(benchmark::State& state) {
-  const CBigInt a = Big(shipped::RandomHex(4096, 4, false)), b = Big(shipped::RandomHex(4096, 5, false));
+  const CBigInt a = Big(shipped::RandomHex(4096, 4, false)),
+                b = Big(shipped::RandomHex(4096, 5, false));
   for (auto _ : state) benchmark::DoNotOptimize(a * b);
 }
 
@@ -77,7 +80,8 @@ void MulGmp(benchmark::State& state) {
 }
 
 void DivDeskaid(benchmark::State& state) {
-  const CBigInt a = Big(shipped::RandomHex(8192, 6, false)), b = Big(shipped::RandomHex(4096, 7, false));
+  const CBigInt a = Big(shipped::RandomHex(8192, 6, false)),
+                b = Big(shipped::RandomHex(4096, 7, false));
   for (auto _ : state) benchmark::DoNotOptimize(a / b);
 }
 

@@ -128,9 +128,13 @@ BENCHMARK(Md5Deskaid)->Name("md5_64MiB/deskaid")->Unit(benchmark::kMillisecond);
 BENCHMARK(Md5OpenSsl)->Name("md5_64MiB/openssl")->Unit(benchmark::kMillisecond);
 BENCHMARK(EncodeDeskaid)->Name("base64_encode_64MiB/deskaid")->Unit(benchmark::kMillisecond);
 BENCHMARK(EncodeOpenSsl)->Name("base64_encode_64MiB/openssl")->Unit(benchmark::kMillisecond);
-BENCHMARK(EncodeStepwise)->Name("base64_encode_64MiB/deskaid_stepwise")->Unit(benchmark::kMillisecond);
+BENCHMARK(EncodeStepwise)
+    ->Name("base64_encode_64MiB/deskaid_stepwise")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(DecodeDeskaid)->Name("base64_decode_64MiB/deskaid")->Unit(benchmark::kMillisecond);
 BENCHMARK(DecodeOpenSsl)->Name("base64_decode_64MiB/openssl")->Unit(benchmark::kMillisecond);
-BENCHMARK(DecodeStepwise)->Name("base64_decode_64MiB/deskaid_stepwise")->Unit(benchmark::kMillisecond);
+BENCHMARK(DecodeStepwise)
+    ->Name("base64_decode_64MiB/deskaid_stepwise")
+    ->Unit(benchmark::kMillisecond);
 
 DESKAID_BENCH_MAIN()

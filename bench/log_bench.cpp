@@ -166,7 +166,8 @@ void Compact100MB_Copy(benchmark::State& state) {
     std::FILE* in = std::fopen(path.c_str(), "rb");
     std::FILE* out = std::fopen(copy.c_str(), "wb");
     size_t n;
-    while ((n = std::fread(block.data(), 1, block.size(), in)) > 0) std::fwrite(block.data(), 1, n, out);
+    while ((n = std::fread(block.data(), 1, block.size(), in)) > 0)
+      std::fwrite(block.data(), 1, n, out);
     std::fclose(in);
     std::fclose(out);
   }
@@ -181,15 +182,27 @@ void LogWrite_Floor(benchmark::State& state) { FloorWrites(state, false); }
 
 }  // namespace
 
-BENCHMARK(LogWritePlain_Deskaid)->Name("log_write_100k_plain/deskaid")->Unit(benchmark::kMillisecond);
+BENCHMARK(LogWritePlain_Deskaid)
+    ->Name("log_write_100k_plain/deskaid")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(LogWrite_Spdlog)->Name("log_write_100k_plain/spdlog")->Unit(benchmark::kMillisecond);
 BENCHMARK(LogWrite_Floor)->Name("log_write_100k_plain/floor")->Unit(benchmark::kMillisecond);
-BENCHMARK(LogWriteEnciphered_Deskaid)->Name("log_write_100k_enciphered/deskaid")->Unit(benchmark::kMillisecond);
+BENCHMARK(LogWriteEnciphered_Deskaid)
+    ->Name("log_write_100k_enciphered/deskaid")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(LogWrite_Spdlog)->Name("log_write_100k_enciphered/spdlog")->Unit(benchmark::kMillisecond);
 BENCHMARK(LogWrite_Floor)->Name("log_write_100k_enciphered/floor")->Unit(benchmark::kMillisecond);
-BENCHMARK(LogWriteDurable_Deskaid)->Name("log_write_2k_durable/deskaid")->Unit(benchmark::kMillisecond);
+BENCHMARK(LogWriteDurable_Deskaid)
+    ->Name("log_write_2k_durable/deskaid")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(LogWriteDurable_Floor)->Name("log_write_2k_durable/floor")->Unit(benchmark::kMillisecond);
-BENCHMARK(Compact100MB_Deskaid)->Name("compact_100MB/deskaid")->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(Compact100MB_Copy)->Name("compact_100MB/copy")->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(Compact100MB_Deskaid)
+    ->Name("compact_100MB/deskaid")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+BENCHMARK(Compact100MB_Copy)
+    ->Name("compact_100MB/copy")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 DESKAID_BENCH_MAIN();

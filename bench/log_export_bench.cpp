@@ -45,7 +45,8 @@ const std::string& SampleLog() {
       std::memcpy(record.data(), &header, sizeof header);
       std::memcpy(body, text, kBodyLength);
       uint32_t key = trailer.keys[header.keyIndex];
-      uint8_t keyBytes[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
+      uint8_t keyBytes[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16),
+                             uint8_t(key >> 24)};
       Rc4Cipher::Transform(keyBytes, 4, body, kBodyLength);
       std::fwrite(record.data(), 1, record.size(), f);
       written += record.size();
@@ -70,7 +71,8 @@ void BM_ExportDeskaid(benchmark::State& state) {
   const std::string& log = SampleLog();
   const std::string text = TempPath("export.txt");
   for (auto _ : state) {
-    if (!ConvertLogToText(log.c_str(), text.c_str(), nullptr)) state.SkipWithError("conversion failed");
+    if (!ConvertLogToText(log.c_str(), text.c_str(), nullptr))
+      state.SkipWithError("conversion failed");
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * FileSize(log)));
   std::remove(text.c_str());
@@ -84,7 +86,8 @@ void BM_ExportCopy(benchmark::State& state) {
     std::FILE* in = std::fopen(log.c_str(), "rb");
     std::FILE* out = std::fopen(copy.c_str(), "wb");
     size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), in)) > 0) std::fwrite(buffer.data(), 1, n, out);
+    while ((n = std::fread(buffer.data(), 1, buffer.size(), in)) > 0)
+      std::fwrite(buffer.data(), 1, n, out);
     std::fclose(in);
     std::fclose(out);
   }
@@ -94,7 +97,10 @@ void BM_ExportCopy(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_ExportDeskaid)->Name("export_100MB/deskaid")->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_ExportDeskaid)
+    ->Name("export_100MB/deskaid")
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(2.0);
 BENCHMARK(BM_ExportCopy)->Name("export_100MB/copy")->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 DESKAID_BENCH_MAIN()

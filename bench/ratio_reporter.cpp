@@ -52,11 +52,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
       if (own == impls.end()) continue;
       for (const auto& [impl, t] : impls) {
         if (impl.rfind("deskaid", 0) == 0) continue;  // deskaid's own variants are no peers
-        std::printf("%-44s %-10s %14.4g %14.4g %8.2fx\n", key.c_str(), impl.c_str(),
-                    own->second, t, t / own->second);
+        std::printf("%-44s %-10s %14.4g %14.4g %8.2fx\n", key.c_str(), impl.c_str(), own->second, t,
+                    t / own->second);
       }
     }
-    std::printf("(best time per iteration in the benchmark's unit; ratio = peer time / deskaid time)\n");
+    std::printf(
+        "(best time per iteration in the benchmark's unit; ratio = peer time / deskaid time)\n");
   }
 
  private:

@@ -8,5 +8,5 @@ namespace deskaid_bench {
 int RunWithRatios(int argc, char** argv);
 }  // namespace deskaid_bench
 
-#define DESKAID_BENCH_MAIN()                                            \
+#define DESKAID_BENCH_MAIN() \
   int main(int argc, char** argv) { return deskaid_bench::RunWithRatios(argc, argv); }

@@ -54,7 +54,8 @@ bool SavePicture(HWND hWnd, const char* path) {
   file.bfSize = file.bfOffBits + static_cast<DWORD>(pixels.size());
   std::FILE* f = std::fopen(path, "wb");
   if (f == nullptr) return false;
-  bool ok = std::fwrite(&file, sizeof(file), 1, f) == 1 && std::fwrite(&info, sizeof(info), 1, f) == 1 &&
+  bool ok = std::fwrite(&file, sizeof(file), 1, f) == 1 &&
+            std::fwrite(&info, sizeof(info), 1, f) == 1 &&
             std::fwrite(pixels.data(), 1, pixels.size(), f) == pixels.size();
   return std::fclose(f) == 0 && ok;
 }
@@ -71,19 +72,16 @@ INT_PTR CALLBACK DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM) {
     }
     case WM_TIMER:
       ::KillTimer(dialog, 1);
-      ::RedrawWindow(dialog, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
+      ::RedrawWindow(dialog, nullptr, nullptr,
+                     RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
       g_saved = SavePicture(dialog, g_picturePath);
       ::DestroyWindow(dialog);
       return TRUE;
     case WM_COMMAND:
       if (LOWORD(wParam) == 103) std::printf("support link pressed\n");
       return TRUE;
-    case WM_CLOSE:
-      ::DestroyWindow(dialog);
-      return TRUE;
-    case WM_DESTROY:
-      ::PostQuitMessage(0);
-      return TRUE;
+    case WM_CLOSE: ::DestroyWindow(dialog); return TRUE;
+    case WM_DESTROY: ::PostQuitMessage(0); return TRUE;
   }
   return FALSE;
 }
@@ -97,7 +95,8 @@ int main(int argc, char** argv) {
 
   alignas(4) WORD buffer[64] = {};
   const DLGTEMPLATE* tmpl = hyperlink_demo::Template(buffer);
-  HWND dialog = ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr), tmpl, nullptr, DialogProc, 0);
+  HWND dialog =
+      ::CreateDialogIndirectParamA(::GetModuleHandleA(nullptr), tmpl, nullptr, DialogProc, 0);
   if (dialog == nullptr) {
     std::printf("the dialog could not be created\n");
     return 1;
@@ -109,10 +108,12 @@ int main(int argc, char** argv) {
       ::DispatchMessageA(&msg);
     }
   }
-  std::printf("plain link target: %s\n", g_links.plain.GetTarget() ? g_links.plain.GetTarget() : "(none)");
+  std::printf("plain link target: %s\n",
+              g_links.plain.GetTarget() ? g_links.plain.GetTarget() : "(none)");
   std::printf("link colour 0x%08lX, visited colour 0x%08lX\n",
               static_cast<unsigned long>(g_links.plain.GetLinkColor()),
               static_cast<unsigned long>(g_links.plain.GetVisitedColor()));
-  std::printf("%s %s\n", g_saved ? "picture saved to" : "could not save the picture to", g_picturePath);
+  std::printf("%s %s\n", g_saved ? "picture saved to" : "could not save the picture to",
+              g_picturePath);
   return g_saved ? 0 : 1;
 }

@@ -98,7 +98,8 @@ bool DrawWindowsUnmanaged(const char* exe) {
 }
 
 bool RelaunchedUnmanagedUnderWine(int& exitCode) {
-  if (!UnderWine() || GetEnvironmentVariableA("MSGBOX_GALLERY_CHILD", nullptr, 0) != 0) return false;
+  if (!UnderWine() || GetEnvironmentVariableA("MSGBOX_GALLERY_CHILD", nullptr, 0) != 0)
+    return false;
   if (!DrawWindowsUnmanaged("msgbox_gallery_win.exe")) return false;
   SetEnvironmentVariableA("MSGBOX_GALLERY_CHILD", "1");
   STARTUPINFOA startup{};
@@ -148,9 +149,7 @@ bool PhotographCrashBox(const std::string& directory) {
   return saved;
 }
 
-void ReportProblem(const char* text, void*) {
-  std::printf("  Report pressed for: %s\n", text);
-}
+void ReportProblem(const char* text, void*) { std::printf("  Report pressed for: %s\n", text); }
 
 }  // namespace
 
@@ -164,35 +163,50 @@ int main(int argc, char** argv) {
   std::vector<Entry> gallery(5);
 
   Entry& countdown = gallery[0];
-  countdown = {"msgbox_countdown", "Unsaved changes",
+  countdown = {"msgbox_countdown",
+               "Unsaved changes",
                "The document has changed.\n\nSave it before closing?",
-               MB_YESNOCANCEL | MB_ICONQUESTION, {}, 0};
+               MB_YESNOCANCEL | MB_ICONQUESTION,
+               {},
+               0};
   countdown.params.nTimeoutSeconds = 5;
 
   Entry& custom = gallery[1];
-  custom = {"msgbox_custom_buttons", "Connection lost",
-            "The server stopped answering while the upload was running.", MB_ICONEXCLAMATION,
-            {}, IDCUSTOM3};
+  custom = {"msgbox_custom_buttons",
+            "Connection lost",
+            "The server stopped answering while the upload was running.",
+            MB_ICONEXCLAMATION,
+            {},
+            IDCUSTOM3};
   std::strcpy(custom.params.szCustomButtons, "Retry now\nWork offline\nWait\nGive up");
 
   Entry& checkBox = gallery[2];
-  checkBox = {"msgbox_checkbox_help_report", "Import finished",
+  checkBox = {"msgbox_checkbox_help_report",
+              "Import finished",
               "212 records were imported; 3 were skipped because their dates could not be read.",
-              MB_OKCANCEL | MB_ICONASTERISK | MB_HELP | MDS_DONTSHOWAGAIN, {}, IDOK};
+              MB_OKCANCEL | MB_ICONASTERISK | MB_HELP | MDS_DONTSHOWAGAIN,
+              {},
+              IDOK};
   checkBox.params.pfnReport = &ReportProblem;
 
   Entry& icon = gallery[3];
-  icon = {"msgbox_resource_icon", "Folder watch",
+  icon = {"msgbox_resource_icon",
+          "Folder watch",
           "New files arrived in the watched folder.\nOpen the folder now?",
-          MB_YESNO | MDS_DONTASKAGAIN, {}, IDNO};
+          MB_YESNO | MDS_DONTASKAGAIN,
+          {},
+          IDNO};
   // An icon resource of a system module, loaded by id as a caller's own module would be.
   icon.params.hIconModule = LoadLibraryA("shell32.dll");
   icon.params.nIconId = 4;
 
   Entry& right = gallery[4];
-  right = {"msgbox_right_justified", "Disk error",
-           "Drive E: could not be read.\nThe medium may have been removed while it was in use.", MB_ABORTRETRYIGNORE | MB_ICONHAND | MB_DEFBUTTON2,
-           {}, IDIGNORE};
+  right = {"msgbox_right_justified",
+           "Disk error",
+           "Drive E: could not be read.\nThe medium may have been removed while it was in use.",
+           MB_ABORTRETRYIGNORE | MB_ICONHAND | MB_DEFBUTTON2,
+           {},
+           IDIGNORE};
   right.params.dwOptions = MDO_RIGHTJUSTIFY;
 
   int failures = 0;
@@ -205,12 +219,11 @@ int main(int argc, char** argv) {
       // Long enough for a countdown to show on its button.
       Sleep(entry.params.nTimeoutSeconds ? 2300 : 600);
       saved = SaveWindowPicture(dialog, path);
-      if (entry.pressId != 0)
-        SendMessageA(GetDlgItem(dialog, entry.pressId), BM_CLICK, 0, 0);
+      if (entry.pressId != 0) SendMessageA(GetDlgItem(dialog, entry.pressId), BM_CLICK, 0, 0);
     });
-    const int result = ShowMessageDialog(nullptr, entry.text, entry.title,
-                                         entry.style | MB_TOPMOST | MB_SETFOREGROUND | MDS_NOSOUND,
-                                         &entry.params);
+    const int result =
+        ShowMessageDialog(nullptr, entry.text, entry.title,
+                          entry.style | MB_TOPMOST | MB_SETFOREGROUND | MDS_NOSOUND, &entry.params);
     photographer.join();
     std::printf("%-28s result 0x%08X  %s\n", entry.file, static_cast<unsigned>(result),
                 saved ? path.c_str() : "(no picture)");

@@ -74,9 +74,10 @@ void StepLog(const fs::path& dir, const std::string& logPath) {
     previous = g_LogWriter.GetSize();
   }
   g_LogWriter.Close();
-  std::printf("   400 records written through LogPrintf; the file compacted %d times and now holds "
-              "%u records in %ju bytes\n",
-              compactions, RecordCount(logPath), static_cast<uintmax_t>(fs::file_size(logPath)));
+  std::printf(
+      "   400 records written through LogPrintf; the file compacted %d times and now holds "
+      "%u records in %ju bytes\n",
+      compactions, RecordCount(logPath), static_cast<uintmax_t>(fs::file_size(logPath)));
   (void)dir;
 }
 
@@ -98,8 +99,8 @@ void StepExport(const std::string& logPath, const std::string& textPath) {
   while (std::getline(text, line)) {
     ++lines;
     while (!line.empty() && line.back() == '\r') line.pop_back();
-    if (shown < 3 && (line.find("open ") != std::string::npos ||
-                      line.find("slow step") != std::string::npos)) {
+    if (shown < 3 &&
+        (line.find("open ") != std::string::npos || line.find("slow step") != std::string::npos)) {
       std::printf("   | %s\n", line.c_str());
       ++shown;
     }
@@ -160,8 +161,8 @@ void StepModularPower() {
   CModPower power;
   auto start = std::chrono::steady_clock::now();
   std::string result = power.TransformText(base, exponent, modulus);
-  double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-                  .count();
+  double ms =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   std::printf("   result: %zu decimal digits, %.20s...%s, in %.1f ms\n", result.size(),
               result.c_str(), result.substr(result.size() - 10).c_str(), ms);
   // Check with a second route: x^e mod n from the exponent's halves, (x^(e/2))^2 * x^(e%2).

@@ -14,8 +14,8 @@ namespace {
 
 std::string Path(const char* leaf) {
   const char* dir = std::getenv("TMPDIR");
-  return std::string(dir != nullptr ? dir : "/tmp") + "/deskaid_fuzz_" +
-         std::to_string(getpid()) + "_" + leaf;
+  return std::string(dir != nullptr ? dir : "/tmp") + "/deskaid_fuzz_" + std::to_string(getpid()) +
+         "_" + leaf;
 }
 
 const std::string g_log = Path("in.log");

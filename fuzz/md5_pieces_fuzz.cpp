@@ -24,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CMD5Checksum md5;
   size_t at = 0;
   for (size_t k = 0; at < length; ++k) {
-    size_t n = sizes == 0 ? length : (schedule[2 * (k % sizes)] | schedule[2 * (k % sizes) + 1] << 8);
+    size_t n =
+        sizes == 0 ? length : (schedule[2 * (k % sizes)] | schedule[2 * (k % sizes) + 1] << 8);
     if (n == 0) {  // an empty piece is allowed; then move on by one byte
       md5.AddBytes(message + at, 0);
       n = 1;

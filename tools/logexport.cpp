@@ -10,7 +10,6 @@
 #include <deskaid/diag/log_export.h>
 #include "deskaid/common/internal/platform.h"
 
-
 namespace {
 
 const char kUsage[] =

@@ -76,8 +76,7 @@ int main() {
       result = power.PowMod(base);
     });
     const std::string hexResult = Lower(result.GetString(16));
-    Report(PowModCase(bits).c_str(), "deskaid", powmod,
-           Check(hexResult.data(), hexResult.size()));
+    Report(PowModCase(bits).c_str(), "deskaid", powmod, Check(hexResult.data(), hexResult.size()));
   }
   return 0;
 }

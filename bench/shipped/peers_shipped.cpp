@@ -38,16 +38,14 @@ int main() {
 
   std::vector<unsigned char> text(4 * (kCodecSize / 3 + 1) + 1);
   int textLength = 0;
-  const double encode = BestOf(1, [&] {
-    textLength = EVP_EncodeBlock(text.data(), data.data(), int(kCodecSize));
-  });
+  const double encode =
+      BestOf(1, [&] { textLength = EVP_EncodeBlock(text.data(), data.data(), int(kCodecSize)); });
   Report("base64_encode_64MiB", "openssl", encode, Check(text.data(), size_t(textLength)));
 
   std::vector<unsigned char> bytes(kCodecSize + 3);
   int byteCount = 0;
-  const double decode = BestOf(1, [&] {
-    byteCount = EVP_DecodeBlock(bytes.data(), text.data(), textLength);
-  });
+  const double decode =
+      BestOf(1, [&] { byteCount = EVP_DecodeBlock(bytes.data(), text.data(), textLength); });
   Report("base64_decode_64MiB", "openssl", decode, Check(bytes.data(), size_t(byteCount)));
 
   for (const int bits : kPowModBits) {

@@ -64,7 +64,8 @@ inline std::string Check(const void* data, size_t size) {
   const unsigned char* p = static_cast<const unsigned char*>(data);
   for (size_t i = 0; i < size; ++i) h = (h ^ p[i]) * 1099511628211ull;
   char text[32];
-  std::snprintf(text, sizeof text, "%llu:%016llx", static_cast<unsigned long long>(size), static_cast<unsigned long long>(h));
+  std::snprintf(text, sizeof text, "%llu:%016llx", static_cast<unsigned long long>(size),
+                static_cast<unsigned long long>(h));
   return text;
 }
 

@@ -386,8 +386,7 @@ void Base64Coder::EncodeDirect(const unsigned char* data, uint32_t length) {
     // The vector kernel reads 16 bytes for 12, so it may look past the piece but not the input;
     // it never encodes past the piece.
     const uint32_t readable = length - start;
-    uint32_t i =
-        vector ? kernels.encodeBlocks(in, size + 4 <= readable ? size + 4 : size, out) : 0;
+    uint32_t i = vector ? kernels.encodeBlocks(in, size + 4 <= readable ? size + 4 : size, out) : 0;
     for (; i < size; i += 3) EncodeGroupFast(in + i, out + i / 3 * 4);
     start += size;
   }

@@ -28,18 +28,18 @@ inline void StoreLE32(unsigned char* p, uint32_t v) {
 //   F(b, c, d) = (b & c) | (~b & d)  is computed as  d ^ (b & (c ^ d));
 //   G(b, c, d) = (b & d) | (c & ~d)  has disjoint terms, so their OR is their sum and the term
 //                                    without b is added first.
-#define MD5_F(a, b, c, d, x, s, k)                     \
+#define MD5_F(a, b, c, d, x, s, k)                      \
   a += (x) + uint32_t(k) + ((d) ^ ((b) & ((c) ^ (d)))); \
   a = RotateLeft(a, s) + (b)
-#define MD5_G(a, b, c, d, x, s, k)          \
-  a += (x) + uint32_t(k) + ((c) & ~(d));    \
-  a += (b) & (d);                           \
+#define MD5_G(a, b, c, d, x, s, k)       \
+  a += (x) + uint32_t(k) + ((c) & ~(d)); \
+  a += (b) & (d);                        \
   a = RotateLeft(a, s) + (b)
-#define MD5_H(a, b, c, d, x, s, k)              \
-  a += (x) + uint32_t(k) + ((b) ^ (c) ^ (d));   \
+#define MD5_H(a, b, c, d, x, s, k)            \
+  a += (x) + uint32_t(k) + ((b) ^ (c) ^ (d)); \
   a = RotateLeft(a, s) + (b)
-#define MD5_I(a, b, c, d, x, s, k)                 \
-  a += (x) + uint32_t(k) + ((c) ^ ((b) | ~(d)));   \
+#define MD5_I(a, b, c, d, x, s, k)               \
+  a += (x) + uint32_t(k) + ((c) ^ ((b) | ~(d))); \
   a = RotateLeft(a, s) + (b)
 
 // Compresses `blocks` consecutive 64-byte blocks into `state`, keeping the chaining value in
@@ -230,8 +230,8 @@ const char* HashString(const char* text) {
   static char result[1024];
   std::memset(result, 0, sizeof result);
   if (text == nullptr) text = "";
-  const std::string hex =
-      HashBuffer(reinterpret_cast<const unsigned char*>(text), static_cast<uint32_t>(std::strlen(text)));
+  const std::string hex = HashBuffer(reinterpret_cast<const unsigned char*>(text),
+                                     static_cast<uint32_t>(std::strlen(text)));
   std::memcpy(result, hex.c_str(), hex.size() + 1);
   return result;
 }

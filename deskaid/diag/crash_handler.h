@@ -45,10 +45,10 @@ using CrashReportCallback = void (*)(const char* dumpPath, const char* logPath, 
 // The handler's settings. A zero record (and a null pointer) means: write a minidump into the
 // log's folder, or the executable's when no log is open, and show no box.
 struct CrashHandlerOptions {
-  uint32_t dwOptions = 0;                  // CRASH_* bits
+  uint32_t dwOptions = 0;                     // CRASH_* bits
   char szDumpFolder[deskaid::kMaxPath] = {};  // folder for the minidump; empty: see above
-  CrashReportCallback pfnReport = nullptr;   // called by the box's Report button
-  void* pReportContext = nullptr;            // handed to pfnReport
+  CrashReportCallback pfnReport = nullptr;    // called by the box's Report button
+  void* pReportContext = nullptr;             // handed to pfnReport
 };
 
 // Installs the handler for the whole process, remembering what was installed before. The options

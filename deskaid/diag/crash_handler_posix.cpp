@@ -122,7 +122,8 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
 
 bool RemoveCrashHandler() {
   if (!g_installed.active) return false;
-  for (size_t i = 0; i < kSignalCount; ++i) sigaction(kSignals[i], &g_installed.previous[i], nullptr);
+  for (size_t i = 0; i < kSignalCount; ++i)
+    sigaction(kSignals[i], &g_installed.previous[i], nullptr);
   // The alternate stack is released only when this thread no longer uses it for ours.
   stack_t current{};
   if (sigaltstack(&g_installed.previousStack, &current) == 0 &&

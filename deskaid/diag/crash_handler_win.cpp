@@ -24,8 +24,8 @@
 namespace {
 
 // Exit codes of the failures that are not structured exceptions, as Windows reports them.
-constexpr DWORD kFatalAppExit = 0x40000015;           // STATUS_FATAL_APP_EXIT: abort, terminate
-constexpr DWORD kInvalidCrtParameter = 0xC0000417;    // STATUS_INVALID_CRUNTIME_PARAMETER
+constexpr DWORD kFatalAppExit = 0x40000015;         // STATUS_FATAL_APP_EXIT: abort, terminate
+constexpr DWORD kInvalidCrtParameter = 0xC0000417;  // STATUS_INVALID_CRUNTIME_PARAMETER
 // How long the failing thread waits for the handler's work when no box waits for the user.
 constexpr DWORD kWorkPatienceMs = 60000;
 // Stack kept for the handler when a thread's stack overflows.
@@ -113,8 +113,8 @@ bool WriteDump(const std::string& path) {
   exception.ThreadId = g_failure.threadId;
   exception.ExceptionPointers = &g_failure.pointers;
   exception.ClientPointers = FALSE;
-  BOOL written = MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file,
-                                   MiniDumpNormal, &exception, nullptr, nullptr);
+  BOOL written = MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file, MiniDumpNormal,
+                                   &exception, nullptr, nullptr);
   CloseHandle(file);
   if (!written) DeleteFileA(path.c_str());
   return written != FALSE;
@@ -133,8 +133,8 @@ void LogFailure() {
     }
   }
   deskaid::LogCrash(g_failure.name, g_failure.code,
-                    reinterpret_cast<uintptr_t>(g_failure.record.ExceptionAddress),
-                    frames.data(), frames.size(), g_logPath, sizeof g_logPath);
+                    reinterpret_cast<uintptr_t>(g_failure.record.ExceptionAddress), frames.data(),
+                    frames.size(), g_logPath, sizeof g_logPath);
   if (process != nullptr) CloseHandle(process);
 }
 
@@ -199,7 +199,8 @@ void TakeThread() {
 
 LONG WINAPI OnUnhandledException(EXCEPTION_POINTERS* pointers) {
   if (!Claim()) TerminateProcess(GetCurrentProcess(), g_failure.code);
-  g_failure.code = pointers->ExceptionRecord->ExceptionCode;  // first: a second failure exits with it
+  g_failure.code =
+      pointers->ExceptionRecord->ExceptionCode;  // first: a second failure exits with it
   g_failure.name = ExceptionName(g_failure.code);
   g_failure.record = *pointers->ExceptionRecord;
   g_failure.record.ExceptionRecord = nullptr;

@@ -44,7 +44,10 @@ const char* const kTexts[kLastCode - kFirstCode + 1] = {
     "The attempt to connect to the server failed.",
     "The connection with the server has been terminated.",
     "The connection with the server has been reset.",
-    nullptr, nullptr, nullptr, nullptr,  // 12032 to 12035 carry no text
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,  // 12032 to 12035 carry no text
     "The request failed because the handle already exists.",
 };
 

@@ -28,11 +28,11 @@ struct LogRecordHeader {
 };
 
 struct LogTrailer {
-  uint16_t magic;        // kLogTrailerMagic
-  uint16_t keyCount;     // kLogKeyCount
-  uint32_t recordCount;  // number of records in the file
-  uint8_t stampMonth;    // host executable's last-write month (local time) when created
-  uint8_t stampDay;      // and its day of month
+  uint16_t magic;               // kLogTrailerMagic
+  uint16_t keyCount;            // kLogKeyCount
+  uint32_t recordCount;         // number of records in the file
+  uint8_t stampMonth;           // host executable's last-write month (local time) when created
+  uint8_t stampDay;             // and its day of month
   uint32_t keys[kLogKeyCount];  // RC4 keys, each used as its 4 little-endian bytes
 };
 #pragma pack(pop)

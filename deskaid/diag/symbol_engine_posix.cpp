@@ -229,8 +229,7 @@ bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
   return true;
 }
 
-bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name,
-                                      uint64_t& displacement) {
+bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name, uint64_t& displacement) {
   if (!CheckInitialized()) return false;
   Dwfl_Module* module = dwfl_addrmodule(m_pNative->dwfl, address);
   GElf_Off offset = 0;
@@ -268,10 +267,9 @@ bool CSymbolEngine::LineFromAddress(uint64_t address, std::string& fileName, uin
   Dwfl_Line* record = module == nullptr ? nullptr : dwfl_module_getsrc(module, address);
   Dwarf_Addr lineAddress = 0;
   int number = 0;
-  const char* source = record == nullptr
-                           ? nullptr
-                           : dwfl_lineinfo(record, &lineAddress, &number, nullptr, nullptr,
-                                           nullptr);
+  const char* source =
+      record == nullptr ? nullptr
+                        : dwfl_lineinfo(record, &lineAddress, &number, nullptr, nullptr, nullptr);
   if (source == nullptr || address < lineAddress) {
     m_dwLastError = ENOENT;
     return false;

@@ -37,9 +37,8 @@ bool CSymbolEngine::Initialize(SymHandle process, const char* searchPath, uint8_
     m_dwLastError = ::GetLastError();
     return false;
   }
-  if (registerCallback != 0 &&
-      !SymRegisterCallback64(process, &CSymbolEngine::SymbolCallback,
-                             reinterpret_cast<ULONG64>(this))) {
+  if (registerCallback != 0 && !SymRegisterCallback64(process, &CSymbolEngine::SymbolCallback,
+                                                      reinterpret_cast<ULONG64>(this))) {
     // Deliberately no SymCleanup: the engine merely stays uninitialised.
     m_dwLastError = ::GetLastError();
     return false;
@@ -90,8 +89,7 @@ bool CSymbolEngine::GetModuleInfo(uint64_t base, SymModuleInfo& info) {
   return true;
 }
 
-bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name,
-                                      uint64_t& displacement) {
+bool CSymbolEngine::SymbolFromAddress(uint64_t address, std::string& name, uint64_t& displacement) {
   if (!CheckInitialized()) return false;
   SymbolInfoBuffer buffer;
   std::memset(&buffer, 0, sizeof buffer);

@@ -362,9 +362,13 @@ CBigInt CBigInt::operator-(const CBigInt& other) const {
   return r;
 }
 
-CBigInt CBigInt::operator&(const CBigInt& other) const { return Bitwise(*this, other, BitOp::kAnd); }
+CBigInt CBigInt::operator&(const CBigInt& other) const {
+  return Bitwise(*this, other, BitOp::kAnd);
+}
 CBigInt CBigInt::operator|(const CBigInt& other) const { return Bitwise(*this, other, BitOp::kOr); }
-CBigInt CBigInt::operator^(const CBigInt& other) const { return Bitwise(*this, other, BitOp::kXor); }
+CBigInt CBigInt::operator^(const CBigInt& other) const {
+  return Bitwise(*this, other, BitOp::kXor);
+}
 
 CBigInt CBigInt::operator-() const {
   CBigInt r(*this);

@@ -90,22 +90,22 @@ class CBigInt {
   bool operator>=(const CBigInt& other) const;
 
   // Built-in operands of the forms that have no rule of their own are made a CBigInt first.
-#define DESKAID_BIGINT_FORWARD(T)                                                      \
-  CBigInt operator+(T v) const { return *this + CBigInt(v); }                         \
-  CBigInt operator-(T v) const { return *this - CBigInt(v); }                         \
-  CBigInt operator&(T v) const { return *this & CBigInt(v); }                         \
-  CBigInt operator|(T v) const { return *this | CBigInt(v); }                         \
-  CBigInt operator^(T v) const { return *this ^ CBigInt(v); }                         \
-  bool operator==(T v) const { return *this == CBigInt(v); }                          \
-  bool operator!=(T v) const { return *this != CBigInt(v); }                          \
-  bool operator<(T v) const { return *this < CBigInt(v); }                            \
-  bool operator>(T v) const { return *this > CBigInt(v); }                            \
-  bool operator<=(T v) const { return *this <= CBigInt(v); }                          \
-  bool operator>=(T v) const { return *this >= CBigInt(v); }                          \
-  CBigInt& operator+=(T v) { return *this = *this + CBigInt(v); }                     \
-  CBigInt& operator-=(T v) { return *this = *this - CBigInt(v); }                     \
-  CBigInt& operator&=(T v) { return *this = *this & CBigInt(v); }                     \
-  CBigInt& operator|=(T v) { return *this = *this | CBigInt(v); }                     \
+#define DESKAID_BIGINT_FORWARD(T)                                 \
+  CBigInt operator+(T v) const { return *this + CBigInt(v); }     \
+  CBigInt operator-(T v) const { return *this - CBigInt(v); }     \
+  CBigInt operator&(T v) const { return *this & CBigInt(v); }     \
+  CBigInt operator|(T v) const { return *this | CBigInt(v); }     \
+  CBigInt operator^(T v) const { return *this ^ CBigInt(v); }     \
+  bool operator==(T v) const { return *this == CBigInt(v); }      \
+  bool operator!=(T v) const { return *this != CBigInt(v); }      \
+  bool operator<(T v) const { return *this < CBigInt(v); }        \
+  bool operator>(T v) const { return *this > CBigInt(v); }        \
+  bool operator<=(T v) const { return *this <= CBigInt(v); }      \
+  bool operator>=(T v) const { return *this >= CBigInt(v); }      \
+  CBigInt& operator+=(T v) { return *this = *this + CBigInt(v); } \
+  CBigInt& operator-=(T v) { return *this = *this - CBigInt(v); } \
+  CBigInt& operator&=(T v) { return *this = *this & CBigInt(v); } \
+  CBigInt& operator|=(T v) { return *this = *this | CBigInt(v); } \
   CBigInt& operator^=(T v) { return *this = *this ^ CBigInt(v); }
   DESKAID_BIGINT_FORWARD(int32_t)
   DESKAID_BIGINT_FORWARD(uint32_t)
@@ -134,11 +134,17 @@ class CBigInt {
 #endif
 
   template <typename T>
-  CBigInt& operator*=(const T& v) { return *this = *this * v; }
+  CBigInt& operator*=(const T& v) {
+    return *this = *this * v;
+  }
   template <typename T>
-  CBigInt& operator/=(const T& v) { return *this = *this / v; }
+  CBigInt& operator/=(const T& v) {
+    return *this = *this / v;
+  }
   template <typename T>
-  CBigInt& operator%=(const T& v) { return *this = *this % v; }
+  CBigInt& operator%=(const T& v) {
+    return *this = *this % v;
+  }
   CBigInt& operator+=(const CBigInt& v) { return *this = *this + v; }
   CBigInt& operator-=(const CBigInt& v) { return *this = *this - v; }
   CBigInt& operator&=(const CBigInt& v) { return *this = *this & v; }
@@ -183,8 +189,8 @@ class CBigInt {
   bool Allocate(int count);  // fresh zeroed array of `count` words; null state on failure
   uint32_t SignFill() const { return IsNegative() ? 0xFFFFFFFFu : 0u; }
   void AppendWord(uint32_t word);
-  void BumpUp();   // the carry loop of ++
-  void BumpDown(); // the borrow loop of --
+  void BumpUp();    // the carry loop of ++
+  void BumpDown();  // the borrow loop of --
 };
 
 // Built-in left operands.

@@ -278,7 +278,7 @@ void CBigInt::ParseHex(const char* text) {
   }
   for (size_t i = 0; i < count; ++i) {
     const char c = p[count - 1 - i];
-    uint32_t d = (c >= '0' && c <= '9') ? static_cast<uint32_t>(c - '0')
+    uint32_t d = (c >= '0' && c <= '9')   ? static_cast<uint32_t>(c - '0')
                  : (c >= 'A' && c <= 'F') ? static_cast<uint32_t>(c - 'A' + 10)
                                           : static_cast<uint32_t>(c - 'a' + 10);
     m_pData[i / 8] |= d << (4 * (i % 8));
@@ -383,8 +383,8 @@ void CBigInt::FormatText(char* buffer, int size, int radix) const {
   }
   std::string reversed = ReversedText(*this, static_cast<uint32_t>(radix));
   // Written from the least significant digit on, so a short buffer keeps the low-order digits.
-  const size_t keep = reversed.size() < static_cast<size_t>(size) ? reversed.size()
-                                                                   : static_cast<size_t>(size) - 1;
+  const size_t keep =
+      reversed.size() < static_cast<size_t>(size) ? reversed.size() : static_cast<size_t>(size) - 1;
   for (size_t i = 0; i < keep; ++i) buffer[i] = reversed[keep - 1 - i];
   buffer[keep] = '\0';
 }

@@ -108,12 +108,12 @@ using ReportCallback = void (*)(const char* messageText, void* reportData);
 // The request record. A default-constructed record is all zero (every number, pointer and
 // text), which asks for nothing beyond the style bits.
 struct MessageDialogParams {
-  int nHelpContextId = 0;     // Help button context id; 0 opens the keyword search
-  int nTimeoutSeconds = 0;    // countdown that presses the default button; 0 = none
-  int nDisabledSeconds = 0;   // buttons disabled this long; negative = for good; 0 = none
-  int nX = 0;                 // screen position of the top-left corner; both 0 = centred
+  int nHelpContextId = 0;    // Help button context id; 0 opens the keyword search
+  int nTimeoutSeconds = 0;   // countdown that presses the default button; 0 = none
+  int nDisabledSeconds = 0;  // buttons disabled this long; negative = for good; 0 = none
+  int nX = 0;                // screen position of the top-left corner; both 0 = centred
   int nY = 0;
-  DWORD dwOptions = 0;        // MDO_* bits
+  DWORD dwOptions = 0;                // MDO_* bits
   HINSTANCE hStringModule = nullptr;  // message, caption, captions; null = the host executable
   HINSTANCE hIconModule = nullptr;    // icon resources; null = the host executable
   UINT nIconId = 0;                   // icon resource id (low 16 bits); 0 = none

@@ -83,23 +83,16 @@ INT_PTR CALLBACK MessageDialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARA
   if (dialog == nullptr) return 0;
 
   switch (message) {
-    case WM_INITDIALOG:
-      return dialog->OnInitDialog(hwnd);
-    case WM_TIMER:
-      return dialog->OnTimer(hwnd, wParam);
-    case WM_COPY:
-      CopyToClipboard(hwnd, dialog->ClipboardText());
-      return TRUE;
+    case WM_INITDIALOG: return dialog->OnInitDialog(hwnd);
+    case WM_TIMER: return dialog->OnTimer(hwnd, wParam);
+    case WM_COPY: CopyToClipboard(hwnd, dialog->ClipboardText()); return TRUE;
     case WM_DESTROY:
       if (HANDLE hook = RemovePropA(hwnd, kCopyHookProperty))
         UnhookWindowsHookEx(static_cast<HHOOK>(hook));
       return 0;
     case WM_LBUTTONDOWN:
-    case WM_NCLBUTTONDOWN:
-      dialog->StopCountdown(hwnd);
-      return 0;
-    case WM_COMMAND:
-      return dialog->OnCommand(hwnd, wParam);
+    case WM_NCLBUTTONDOWN: dialog->StopCountdown(hwnd); return 0;
+    case WM_COMMAND: return dialog->OnCommand(hwnd, wParam);
   }
   return 0;
 }

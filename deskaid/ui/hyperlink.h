@@ -26,13 +26,13 @@
 
 // Extended style bits, set by the owner before the control is initialised.
 enum : DWORD {
-  LinkStyleNotUnderlined = 0x01,  // the link font is not underlined
+  LinkStyleNotUnderlined = 0x01,   // the link font is not underlined
   LinkStyleUnderlineHover = 0x02,  // the link font only while the mouse is over the link
-  LinkStyleCommandButton = 0x04,  // following the link sends WM_COMMAND to the parent
-  LinkStyleNotifyButton = 0x0C,   // following the link sends WM_NOTIFY / NM_CLICK to the parent
-  LinkStyleUseTags = 0x10,        // only the text between "<A>" and "</A>" is the link
-  LinkStyleUseTagsBold = 0x30,    // as above, with a bold instead of an underlined link font
-  LinkStyleNoToolTip = 0x40,      // mouse messages are not relayed to the tooltip
+  LinkStyleCommandButton = 0x04,   // following the link sends WM_COMMAND to the parent
+  LinkStyleNotifyButton = 0x0C,    // following the link sends WM_NOTIFY / NM_CLICK to the parent
+  LinkStyleUseTags = 0x10,         // only the text between "<A>" and "</A>" is the link
+  LinkStyleUseTagsBold = 0x30,     // as above, with a bold instead of an underlined link font
+  LinkStyleNoToolTip = 0x40,       // mouse messages are not relayed to the tooltip
 };
 
 // State bits.
@@ -135,7 +135,8 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
                      reinterpret_cast<LPARAM>(this->m_hWnd));
       return true;
     }
-    HINSTANCE result = ::ShellExecuteA(nullptr, "open", m_pszTarget, nullptr, nullptr, SW_SHOWNORMAL);
+    HINSTANCE result =
+        ::ShellExecuteA(nullptr, "open", m_pszTarget, nullptr, nullptr, SW_SHOWNORMAL);
     if (reinterpret_cast<INT_PTR>(result) <= deskaid::link_internal::kShellExecuteLastError)
       return false;
     m_bState |= LinkStateVisited;
@@ -186,13 +187,17 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
       // painted by the control whatever its type.
       switch (style & deskaid::link_internal::kStaticStyleLowByte) {
         // Icons, rectangles, frames, owner-drawn, bitmaps and metafiles keep their own painting.
-        case SS_ICON: case SS_BLACKRECT: case SS_GRAYRECT: case SS_WHITERECT:
-        case SS_BLACKFRAME: case SS_GRAYFRAME: case SS_WHITEFRAME:
-        case SS_OWNERDRAW: case SS_BITMAP: case SS_ENHMETAFILE:
-          m_bState &= static_cast<BYTE>(~LinkStatePaintLabel);
-          break;
-        default:
-          break;
+        case SS_ICON:
+        case SS_BLACKRECT:
+        case SS_GRAYRECT:
+        case SS_WHITERECT:
+        case SS_BLACKFRAME:
+        case SS_GRAYFRAME:
+        case SS_WHITEFRAME:
+        case SS_OWNERDRAW:
+        case SS_BITMAP:
+        case SS_ENHMETAFILE: m_bState &= static_cast<BYTE>(~LinkStatePaintLabel); break;
+        default: break;
       }
     }
 
@@ -200,7 +205,8 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
 
     if (m_bState & LinkStatePaintLabel) {
       m_hFontNormal = reinterpret_cast<HFONT>(::SendMessageA(this->GetParent(), WM_GETFONT, 0, 0));
-      if (m_hFontNormal == nullptr) m_hFontNormal = static_cast<HFONT>(::GetStockObject(SYSTEM_FONT));
+      if (m_hFontNormal == nullptr)
+        m_hFontNormal = static_cast<HFONT>(::GetStockObject(SYSTEM_FONT));
       if (m_hFontNormal != nullptr && m_hFontLink == nullptr) {
         LOGFONTA lf = {};
         ::GetObjectA(m_hFontNormal, sizeof(lf), &lf);
@@ -297,17 +303,19 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
         font.Select(this->m_hFontNormal);
         RECT before = client;
         if (parts.pszBefore != nullptr)
-          deskaid::DrawAnsiText(dc, parts.pszBefore, parts.cchBefore, &before, DT_CALCRECT | DT_WORDBREAK);
+          deskaid::DrawAnsiText(dc, parts.pszBefore, parts.cchBefore, &before,
+                                DT_CALCRECT | DT_WORDBREAK);
         if (this->m_hFontLink != nullptr) font.Select(this->m_hFontLink);
         RECT link = client;
         if (parts.pszBefore != nullptr) link.left = before.right;
-        deskaid::DrawAnsiText(dc, parts.pszLink != nullptr ? parts.pszLink : "", parts.cchLink, &link,
-                    DT_CALCRECT | DT_WORDBREAK);
+        deskaid::DrawAnsiText(dc, parts.pszLink != nullptr ? parts.pszLink : "", parts.cchLink,
+                              &link, DT_CALCRECT | DT_WORDBREAK);
         this->m_rcLink = link;
       } else {
         if (this->m_hFontLink != nullptr) font.Select(this->m_hFontLink);
         const DWORD style = this->GetStyle();
-        deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink, DT_CALCRECT | DT_WORDBREAK | AlignFlags(style));
+        deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink,
+                              DT_CALCRECT | DT_WORDBREAK | AlignFlags(style));
         if (style & SS_CENTER)
           ::OffsetRect(&this->m_rcLink, (client.right - this->m_rcLink.right) / 2, 0);
         else if (style & SS_RIGHT)
@@ -337,7 +345,8 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
       COLORREF oldColor = ::SetTextColor(dc, linkColor);
       const char* text = this->DisplayText();
       if (text != nullptr)
-        deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink, DT_WORDBREAK | AlignFlags(this->GetStyle()));
+        deskaid::DrawAnsiText(dc, text, -1, &this->m_rcLink,
+                              DT_WORDBREAK | AlignFlags(this->GetStyle()));
       if (focused) ::DrawFocusRect(dc, &this->m_rcLink);
       ::SetTextColor(dc, oldColor);
       return;
@@ -369,23 +378,19 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
     if (message >= WM_MOUSEFIRST && message <= deskaid::link_internal::kLastRelayedMouseMessage)
       RelayToToolTip(message, wParam, lParam);
     switch (message) {
-      case WM_CREATE:
-        static_cast<T*>(this)->InitControl();
-        return TRUE;
+      case WM_CREATE: static_cast<T*>(this)->InitControl(); return TRUE;
       case WM_ERASEBKGND:
         // The background is filled while painting.
         lResult = 1;
         return TRUE;
       case WM_PAINT:
-      case WM_PRINTCLIENT:
-        return OnPaint(reinterpret_cast<HDC>(wParam));
+      case WM_PRINTCLIENT: return OnPaint(reinterpret_cast<HDC>(wParam));
       case WM_SETFOCUS:
       case WM_KILLFOCUS:
         if ((this->m_bState & LinkStatePaintLabel) == 0) return FALSE;
         this->Invalidate(TRUE);
         return TRUE;
-      case WM_MOUSEMOVE:
-        return OnMouseMove(PointOf(lParam));
+      case WM_MOUSEMOVE: return OnMouseMove(PointOf(lParam));
       case WM_MOUSELEAVE:
         if ((this->m_dwExtendedStyle & LinkStyleUnderlineHover) &&
             (this->m_bState & LinkStateHover))
@@ -409,9 +414,7 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
       case WM_CHAR:
         if (wParam == VK_RETURN || wParam == VK_SPACE) this->Navigate();
         return TRUE;
-      case WM_GETDLGCODE:
-        lResult = DLGC_WANTCHARS;
-        return TRUE;
+      case WM_GETDLGCODE: lResult = DLGC_WANTCHARS; return TRUE;
       case WM_SETCURSOR: {
         if (this->m_pszTarget == nullptr && (this->m_dwExtendedStyle & LinkStyleCommandButton) == 0)
           return FALSE;
@@ -426,9 +429,7 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
         this->Invalidate(TRUE);
         this->UpdateWindow();
         return TRUE;
-      case WM_GETFONT:
-        lResult = reinterpret_cast<LRESULT>(this->m_hFontNormal);
-        return TRUE;
+      case WM_GETFONT: lResult = reinterpret_cast<LRESULT>(this->m_hFontNormal); return TRUE;
       case WM_SETFONT:
         // The link font is kept as it was built.
         this->m_hFontNormal = reinterpret_cast<HFONT>(wParam);
@@ -437,10 +438,8 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
           this->UpdateWindow();
         }
         return TRUE;
-      case WM_UPDATEUISTATE:
-        return TRUE;
-      default:
-        return FALSE;
+      case WM_UPDATEUISTATE: return TRUE;
+      default: return FALSE;
     }
   }
 
@@ -466,9 +465,9 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
 
   // Fills the client area with the brush the parent gives for static controls, if any.
   void EraseBackground(HDC dc) {
-    HBRUSH brush = reinterpret_cast<HBRUSH>(::SendMessageA(
-        this->GetParent(), WM_CTLCOLORSTATIC, reinterpret_cast<WPARAM>(dc),
-        reinterpret_cast<LPARAM>(this->m_hWnd)));
+    HBRUSH brush = reinterpret_cast<HBRUSH>(::SendMessageA(this->GetParent(), WM_CTLCOLORSTATIC,
+                                                           reinterpret_cast<WPARAM>(dc),
+                                                           reinterpret_cast<LPARAM>(this->m_hWnd)));
     if (brush != nullptr) {
       RECT client;
       ::GetClientRect(this->m_hWnd, &client);

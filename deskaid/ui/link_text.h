@@ -33,7 +33,8 @@ LinkLabelParts ParseTaggedText(const char* text);
 #ifdef _WIN32
 // Reads the string value `name` of `key` into `buffer` of `size` bytes. Only REG_SZ and
 // REG_EXPAND_SZ values whose data ends in NUL and fits the buffer are accepted; an empty value
-// reads as "". Returns ERROR_SUCCESS or the failure code (ERROR_INVALID_DATA, ERROR_MORE_DATA, ...).
+// reads as "". Returns ERROR_SUCCESS or the failure code (ERROR_INVALID_DATA, ERROR_MORE_DATA,
+// ...).
 LONG ReadRegistryString(HKEY key, const char* name, char* buffer, DWORD size);
 #endif
 

@@ -90,8 +90,8 @@ class CWindowImplBaseT : public CWindowImplRoot<TBase> {
       return FALSE;
     if (!::SetPropA(hWnd, deskaid::WindowBindingProperty(), static_cast<HANDLE>(this)))
       return FALSE;
-    WNDPROC previous = reinterpret_cast<WNDPROC>(::SetWindowLongPtrA(
-        hWnd, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(GetWindowProcedure())));
+    WNDPROC previous = reinterpret_cast<WNDPROC>(
+        ::SetWindowLongPtrA(hWnd, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(GetWindowProcedure())));
     if (previous == nullptr) {
       ::RemovePropA(hWnd, deskaid::WindowBindingProperty());
       return FALSE;
@@ -186,8 +186,8 @@ class CWindowImpl : public CWindowImplBaseT<TBase, TWinTraits> {
 
   // Creates the window as a child (or top-level window) of `hWndParent`. Style and extended style
   // 0 take the traits' defaults. Returns the window, or null on failure.
-  HWND Create(HWND hWndParent, const RECT& rect, const char* windowName = nullptr, DWORD dwStyle = 0,
-              DWORD dwExStyle = 0, UINT_PTR id = 0) {
+  HWND Create(HWND hWndParent, const RECT& rect, const char* windowName = nullptr,
+              DWORD dwStyle = 0, DWORD dwExStyle = 0, UINT_PTR id = 0) {
     if (this->m_hWnd != nullptr) return nullptr;
     HINSTANCE instance = deskaid::ThisModuleInstance();
     WNDCLASSEXA wc = {};

@@ -51,13 +51,16 @@ TEST(Base64, VectorsWhiteSpaceAndDecodingQuirks) {
   const std::pair<std::string, std::string> cases[] = {
       {" Z\tm\r\n9\x0b\x0c v\x07\x08", "foo"},
       {"Zg==", std::string("f\0\0", 3)},  // padding still counts three bytes
-      {"Zg", std::string("f\0", 2)},  // an unpadded tail counts characters
-      {"Zm8", std::string("fo\0", 3)}, {"Zm9vZg", std::string("foof\0", 5)},
-      {"Zg=\n", std::string("f\0\0", 3)}, {"Z", "d"},  // even a lone character makes a byte
-      {"\xDAm9v", "foo"}, {"Zm8\xBD", std::string("fo\0", 3)},  // "Z", "=" with the high bit
+      {"Zg", std::string("f\0", 2)},      // an unpadded tail counts characters
+      {"Zm8", std::string("fo\0", 3)},
+      {"Zm9vZg", std::string("foof\0", 5)},
+      {"Zg=\n", std::string("f\0\0", 3)},
+      {"Z", "d"},  // even a lone character makes a byte
+      {"\xDAm9v", "foo"},
+      {"Zm8\xBD", std::string("fo\0", 3)},  // "Z", "=" with the high bit
       {"Zm9*", "fo~"},  // "*" is not skipped: the value 254, whose low six bits end the group
       {"=AAA", std::string("\xFC\0\0", 3)},  // "=" in front is the value 255, not padding
-      {std::string("Zm\0v", 4), "fo\xAF"},  // NUL is foreign (254), not white space
+      {std::string("Zm\0v", 4), "fo\xAF"},   // NUL is foreign (254), not white space
   };
   for (const auto& c : cases) EXPECT_EQ(Decoded(c.first), c.second) << c.first;
 }
@@ -73,7 +76,7 @@ TEST(Base64Coder, BuffersGrowInPagesNeverShrinkAndAreClearedBehindTheData) {
   char* text = coder.GetText();
   unsigned char* data = coder.GetData();
   coder.DecodeString("Zm9v\nZm9v");  // now the data buffer holds the decoding
-  coder.EncodeString(nullptr);  // a null string changes nothing
+  coder.EncodeString(nullptr);       // a null string changes nothing
   coder.DecodeString(nullptr);
   EXPECT_EQ(Text(coder), "Zm9vZm9v");
   EXPECT_EQ(Data(coder), "foofoo");
@@ -158,15 +161,16 @@ TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
     }
   }
   for (int round = 0; round < 400; ++round) {
-    const uint32_t length = static_cast<uint32_t>(round % 50 == 7    ? (1u << 20) + rng() % 9000
+    const uint32_t length = static_cast<uint32_t>(round % 50 == 7  ? (1u << 20) + rng() % 9000
                                                   : rng() % 3 == 0 ? rng() % 9000
                                                                    : rng() % 40);
     // Random bytes, specials only, clean text with odd specials, or mail lines of 76 + CR LF.
     const int kind = rng() % 4;
     std::string input(length, '\0');
     for (char& c : input) {
-      c = kind == 0 ? char(rng())
-          : kind == 1 || rng() % 200 == 0 ? kMix[rng() % kMix.size()] : kAlphabet[rng() % 64];
+      c = kind == 0                       ? char(rng())
+          : kind == 1 || rng() % 200 == 0 ? kMix[rng() % kMix.size()]
+                                          : kAlphabet[rng() % 64];
     }
     for (uint32_t at = 76; kind == 3 && at + 1 < length; at += 78) input.replace(at, 2, "\r\n");
     ASSERT_NO_FATAL_FAILURE(compare(input, "01123"[rng() % 5] - '0'));
@@ -190,11 +194,13 @@ TEST_P(Base64DirectPath, KernelsTakeExactlyTheBlocksTheyAccept) {
       EXPECT_EQ(k.copyUnskipped(in.data(), length, copy.data()), skipped ? before : whole) << c;
       EXPECT_EQ(k.decodeBlocks(bytes.data(), length, out.data()), valid ? whole : before) << c;
       EXPECT_EQ(k.copyAndDecodeBlocks(in.data(), length, copy.data(), out.data()),
-                valid ? whole : before) << c;
+                valid ? whole : before)
+          << c;
       if (valid && whole) {
         EXPECT_EQ(std::string(copy.data(), whole), in.substr(0, whole));
         EXPECT_EQ(std::string(reinterpret_cast<char*>(out.data()), whole / 4 * 3),
-                  Decoded<StepwiseCoder>(in.substr(0, whole))) << c;
+                  Decoded<StepwiseCoder>(in.substr(0, whole)))
+            << c;
       }
     }
   }

@@ -21,7 +21,8 @@ std::vector<unsigned char> Pattern(size_t n) {
 // The first two also show digest bytes 0x00 and below 0x10 keeping both their digits.
 TEST(Md5, Rfc1321TestSuite) {
   const char* const cases[][2] = {
-      {"", "d41d8cd98f00b204e9800998ecf8427e"}, {"a", "0cc175b9c0f1b6a831c399e269772661"},
+      {"", "d41d8cd98f00b204e9800998ecf8427e"},
+      {"a", "0cc175b9c0f1b6a831c399e269772661"},
       {"abc", "900150983cd24fb0d6963f7d28e17f72"},
       {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
       {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
@@ -41,8 +42,8 @@ TEST(Md5, PiecesOfAnySizeGiveTheDigestOfTheWhole) {
   const std::vector<unsigned char> data = Pattern(3000);
   const std::string whole = HashBuffer(data.data(), 3000);
   // Repeating piece sizes; in {5, 200} a piece completes a waiting block and carries whole ones.
-  for (const std::vector<uint32_t>& schedule : std::vector<std::vector<uint32_t>>{
-           {1}, {63}, {64}, {65}, {5, 200}, {0, 7, 0, 129}}) {
+  for (const std::vector<uint32_t>& schedule :
+       std::vector<std::vector<uint32_t>>{{1}, {63}, {64}, {65}, {5, 200}, {0, 7, 0, 129}}) {
     CMD5Checksum md5;
     for (size_t at = 0, k = 0; at < data.size(); at += schedule[k++ % schedule.size()]) {
       const size_t n = std::min<size_t>(schedule[k % schedule.size()], data.size() - at);

@@ -16,7 +16,8 @@ TEST(FirstUse, ThreadsRacingToTheFirstBigIntAndBase64GetTheRightResults) {
   constexpr int kThreads = 8;
   // (10^60 - 1)^2 = 10^120 - 2 * 10^60 + 1; "foobar" is 8 characters of Base64, long enough
   // repeated to take the vector kernels.
-  const std::string nines(60, '9'), square = std::string(59, '9') + "8" + std::string(59, '0') + "1";
+  const std::string nines(60, '9'),
+      square = std::string(59, '9') + "8" + std::string(59, '0') + "1";
   std::string bytes, text;
   for (int i = 0; i < 64; ++i) bytes += "foobar", text += "Zm9vYmFy";
   std::vector<std::string> squares(kThreads), texts(kThreads);

@@ -9,19 +9,26 @@ namespace {
 
 std::string Hex(const std::vector<uint8_t>& bytes, size_t from, size_t count) {
   std::string s;
-  for (size_t i = from; i < from + count; ++i) s += {"0123456789abcdef"[bytes[i] >> 4], "0123456789abcdef"[bytes[i] & 15]};
+  for (size_t i = from; i < from + count; ++i)
+    s += {"0123456789abcdef"[bytes[i] >> 4], "0123456789abcdef"[bytes[i] & 15]};
   return s;
 }
 
 // Published keystream vectors for 40-, 56-, 64- and 128-bit keys 01 02 03 ..., and one other key.
 TEST(Rc4Cipher, PublishedKeystreamVectorsAcrossCallsAndBack) {
-  const struct { std::vector<uint8_t> key; size_t offset; const char* hex; } vectors[] = {
+  const struct {
+    std::vector<uint8_t> key;
+    size_t offset;
+    const char* hex;
+  } vectors[] = {
       {{1, 2, 3, 4, 5}, 0, "b2396305f03dc027ccc3524a0a1118a8"},
       {{1, 2, 3, 4, 5}, 240, "28cb1132c96ce286421dcaadb8b69eae"},
       {{1, 2, 3, 4, 5}, 4080, "068326a2118416d21f9d04b2cd1ca050"},
       {{1, 2, 3, 4, 5, 6, 7}, 0, "293f02d47f37c9b633f2af5285feb46b"},
       {{1, 2, 3, 4, 5, 6, 7, 8}, 0, "97ab8a1bf0afb96132f2f67258da15a8"},
-      {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, 4080, "ff38265c1642c1abe8d3c2fe5e572bf8"},
+      {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16},
+       4080,
+       "ff38265c1642c1abe8d3c2fe5e572bf8"},
       {{0x83, 0x32, 0x22, 0x77, 0x2a}, 0, "80ad97bdc973df8a2e879e92a497efda"},
   };
   for (const auto& v : vectors) {

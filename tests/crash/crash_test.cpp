@@ -33,7 +33,8 @@ ChildExit RunChild(const char* kind, const ScratchDir& dir, const char* flag = n
 std::vector<fs::path> DumpsIn(const fs::path& folder) {
   std::vector<fs::path> dumps;
   for (const auto& entry : fs::directory_iterator(folder))
-    if (entry.path().filename().string().rfind("crash_child - ", 0) == 0 && entry.path().extension() == ".dmp")
+    if (entry.path().filename().string().rfind("crash_child - ", 0) == 0 &&
+        entry.path().extension() == ".dmp")
       dumps.push_back(entry.path());
   return dumps;
 }
@@ -71,7 +72,8 @@ const struct Failure {
     {"parameter", "invalid parameter", 0xC0000417, nullptr},
     {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, nullptr, "nolog"},  // dump beside the exe
 };
-constexpr unsigned long kSecondFailureStatus = 0xC0000094;  // a fault in the handler: the first code
+constexpr unsigned long kSecondFailureStatus =
+    0xC0000094;  // a fault in the handler: the first code
 #else
     {"access", "SIGSEGV", SIGSEGV, "CrashingFunction"},
     {"divide", "SIGFPE", SIGFPE, "CrashingFunction"},
@@ -111,16 +113,20 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
       char code[16];
       std::snprintf(code, sizeof code, "0x%08lX", failure.status);
       EXPECT_EQ(records[1].rfind(std::string("Crash: ") + failure.name + " (" + code + ") at [", 0),
-                0u) << records[1];
-      const auto messages = logtest::ExportedMessages(dir.PathOf("crash.log"), dir.PathOf("crash.txt"),
-                                                      ChildPath().c_str());
+                0u)
+          << records[1];
+      const auto messages = logtest::ExportedMessages(dir.PathOf("crash.log"),
+                                                      dir.PathOf("crash.txt"), ChildPath().c_str());
       ASSERT_EQ(messages.size(), records.size());
-      EXPECT_TRUE(!failure.crashedIn || messages[1].find(std::string(" at ") + failure.crashedIn) != std::string::npos)
+      EXPECT_TRUE(!failure.crashedIn ||
+                  messages[1].find(std::string(" at ") + failure.crashedIn) != std::string::npos)
           << messages[1];
       bool callerNamed = kind == "stack";
       for (size_t i = 2; i < records.size(); ++i) {
-        EXPECT_EQ(records[i].rfind("Crash: frame " + std::to_string(i - 2) + " returns to [", 0), 0u);
-        callerNamed = callerNamed || messages[i].find("returns to CallerOfCrash") != std::string::npos;
+        EXPECT_EQ(records[i].rfind("Crash: frame " + std::to_string(i - 2) + " returns to [", 0),
+                  0u);
+        callerNamed =
+            callerNamed || messages[i].find("returns to CallerOfCrash") != std::string::npos;
       }
       EXPECT_TRUE(callerNamed) << "no frame returns to CallerOfCrash";
     } else {
@@ -128,10 +134,13 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
     }
 #ifdef _WIN32
     const auto dumps = DumpsIn(dumpFolder);
-    ASSERT_EQ(dumps.size(), 1u) << "the dump goes beside the log, or without one beside the executable";
+    ASSERT_EQ(dumps.size(), 1u)
+        << "the dump goes beside the log, or without one beside the executable";
     const auto exception = DumpException(dumps[0]);
     if (!logged) fs::remove(dumps[0]);
-    const uint32_t at = logged ? std::stoul(records[1].substr(records[1].find('[') + 1, 8), nullptr, 16) : exception.second;
+    const uint32_t at =
+        logged ? std::stoul(records[1].substr(records[1].find('[') + 1, 8), nullptr, 16)
+               : exception.second;
     EXPECT_EQ(exception, std::make_pair(uint32_t(failure.status), at));
 #endif
   }
@@ -157,7 +166,8 @@ TEST(CrashHandler, InstallRemembersAndRemoveRestoresWhatWasThere) {
 #ifdef _WIN32
   SetUnhandledExceptionFilter(PreviousFilter);
 #else
-  struct sigaction mine {}, seen {};
+  struct sigaction mine {
+  }, seen{};
   mine.sa_handler = [](int) {};
   sigaction(SIGBUS, &mine, nullptr);
 #endif
@@ -182,10 +192,13 @@ TEST(CrashHandler, CrashBoxReportsToTheHostAndCloseEndsTheProcess) {
   bool openAfterReport = false;
   const ChildExit outcome = RunChild("access", dir, "box", [&] {
     HWND box = nullptr;  // shown means set up: the box handles its buttons once it is visible
-    ASSERT_TRUE(WaitUntil([&] {
-      box = FindWindowA("#32770", "crash_child.exe");
-      return box != nullptr && IsWindowVisible(box);
-    }, 30000)) << "no crash box";
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+          box = FindWindowA("#32770", "crash_child.exe");
+          return box != nullptr && IsWindowVisible(box);
+        },
+        30000))
+        << "no crash box";
     char buffer[1024] = {};
     GetDlgItemTextA(box, ID_FIRSTTEXT, buffer, sizeof buffer);
     text = buffer;

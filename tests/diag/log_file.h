@@ -25,7 +25,8 @@ struct Record {
 };
 
 struct ParsedLog {
-  bool valid = false;  // a trailer with the magic, and records that exactly fill the space before it
+  bool valid =
+      false;  // a trailer with the magic, and records that exactly fill the space before it
   uint32_t recordCount = 0, month = 0, day = 0, keys[16] = {};
   std::vector<Record> records;
   std::vector<std::string> Texts() const {
@@ -46,11 +47,13 @@ inline ParsedLog Parse(const std::string& b) {
   size_t pos = 0;
   for (size_t length; pos + 10 <= end && pos + 10 + (length = U32(b, pos + 4, 2)) <= end;
        pos += 10 + length) {
-    Record r{U32(b, pos, 1), U32(b, pos + 1, 1), U32(b, pos + 2, 2), U32(b, pos + 6), b.substr(pos + 10, length), ""};
+    Record r{U32(b, pos, 1),  U32(b, pos + 1, 1),         U32(b, pos + 2, 2),
+             U32(b, pos + 6), b.substr(pos + 10, length), ""};
     r.text = r.raw;
     const uint32_t key = r.keyIndex < 16 ? log.keys[r.keyIndex] : 0;
     const uint8_t k[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
-    if (r.keyIndex < 16) Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
+    if (r.keyIndex < 16)
+      Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
     log.records.push_back(r);
   }
   log.valid = pos == end && log.records.size() == log.recordCount;
@@ -80,7 +83,8 @@ inline std::vector<std::string> ExportedMessages(const std::string& log, const s
   std::vector<std::string> messages;
   std::ifstream in(text);
   for (std::string line; std::getline(in, line);)
-    messages.push_back(line.substr(line.find('\t') + 1, line.find_last_not_of('\r') - line.find('\t')));
+    messages.push_back(
+        line.substr(line.find('\t') + 1, line.find_last_not_of('\r') - line.find('\t')));
   return messages;
 }
 

@@ -52,10 +52,10 @@ std::string AckPath(const std::string& dir, unsigned thread) {
 
 }  // namespace
 
-// The child: LOG ACK-DIR ENCIPHER(0|1) ARCHIVE(0|1) THREADS LARGE(0|1). The threads write records as fast
-// as they can, numbered in the order they are written (a lock of the child's own keeps number
-// and record together). After each record a thread writes the number of the last record it saw
-// written into its ack file, in one write at the file's start (a write within a page, which a
+// The child: LOG ACK-DIR ENCIPHER(0|1) ARCHIVE(0|1) THREADS LARGE(0|1). The threads write records
+// as fast as they can, numbered in the order they are written (a lock of the child's own keeps
+// number and record together). After each record a thread writes the number of the last record it
+// saw written into its ack file, in one write at the file's start (a write within a page, which a
 // kill never cuts).
 int RunKillChild(int argc, char** argv) {
   if (argc != 6) return 2;
@@ -98,23 +98,21 @@ struct KillCase {
 };
 
 std::string CaseName(const KillCase& c) {
-  return std::string(c.encipher ? "Enciphered" : "Plain") + (c.archive ? "Archiving" : "Compacting") +
-         (c.threads == 1 ? "OneThread" : "FourThreads") + (c.large ? "LargeRecords" : "");
+  return std::string(c.encipher ? "Enciphered" : "Plain") +
+         (c.archive ? "Archiving" : "Compacting") + (c.threads == 1 ? "OneThread" : "FourThreads") +
+         (c.large ? "LargeRecords" : "");
 }
 
 class LogWriterKill : public ::testing::TestWithParam<KillCase> {};
 
-INSTANTIATE_TEST_SUITE_P(, LogWriterKill,
-                         ::testing::Values(KillCase{false, false, 1, false},
-                                           KillCase{true, false, 1, false},
-                                           KillCase{false, true, 1, false},
-                                           KillCase{true, true, 1, false},
-                                           KillCase{false, false, 4, false},
-                                           KillCase{true, false, 4, false},
-                                           KillCase{false, true, 4, false},
-                                           KillCase{true, true, 4, false},
-                                           KillCase{false, false, 1, true}),
-                         [](const auto& test) { return CaseName(test.param); });
+INSTANTIATE_TEST_SUITE_P(
+    , LogWriterKill,
+    ::testing::Values(KillCase{false, false, 1, false}, KillCase{true, false, 1, false},
+                      KillCase{false, true, 1, false}, KillCase{true, true, 1, false},
+                      KillCase{false, false, 4, false}, KillCase{true, false, 4, false},
+                      KillCase{false, true, 4, false}, KillCase{true, true, 4, false},
+                      KillCase{false, false, 1, true}),
+    [](const auto& test) { return CaseName(test.param); });
 
 unsigned EnvNumber(const char* name, unsigned otherwise) {
   const char* text = std::getenv(name);
@@ -134,8 +132,7 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
 
 // Checks what a kill left: the log and, archiving, its archives beside it.
 ::testing::AssertionResult CheckKilledLogs(const std::string& log, const std::string& text,
-                                           const KillCase& c,
-                                           const std::vector<long long>& acks) {
+                                           const KillCase& c, const std::vector<long long>& acks) {
   // Archiving moves the full log aside before a new one is made: then only the archive is there.
   if (!fs::exists(log) && !c.archive) return ::testing::AssertionFailure() << "the log is gone";
   // The files in the order their records were written: the archives, then the log.
@@ -143,8 +140,8 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
   if (c.archive) files = logtest::ArchivesBeside(log);
   files.push_back(log);
 
-  long long last = -1;    // the last record seen so far
-  bool mayJump = false;   // a dropped file may lie before the next record
+  long long last = -1;   // the last record seen so far
+  bool mayJump = false;  // a dropped file may lie before the next record
   for (const std::string& file : files) {
     std::vector<std::string> texts;
     if (file == log && fs::exists(log) && fs::file_size(log) != 0) {
@@ -154,7 +151,8 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
       if (texts == std::vector<std::string>{"(not converted)"})
         return ::testing::AssertionFailure() << "the converter refuses the log";
       CLogWriter reopened;
-      if (!reopened.Open(log.c_str(), 0xFFFFFFFF, 0, 20)) return ::testing::AssertionFailure() << "reopen";
+      if (!reopened.Open(log.c_str(), 0xFFFFFFFF, 0, 20))
+        return ::testing::AssertionFailure() << "reopen";
       reopened.Close();
       const logtest::ParsedLog parsed = logtest::ParseFile(log);
       if (!parsed.valid || parsed.Texts() != texts)
@@ -170,11 +168,11 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
       if (!ReadBody(body, thread, seq) || thread >= static_cast<unsigned>(c.threads))
         return ::testing::AssertionFailure() << "a record the child did not write: " << body;
       // Compaction drops the oldest records, so a log may start anywhere; archives keep them all.
-      const bool follows = seq == last + 1 || (last < 0 && (!c.archive || seq == 0)) ||
-                           (mayJump && seq > last);
+      const bool follows =
+          seq == last + 1 || (last < 0 && (!c.archive || seq == 0)) || (mayJump && seq > last);
       if (!follows)
-        return ::testing::AssertionFailure() << "record " << seq << " follows record " << last
-                                             << " in " << file;
+        return ::testing::AssertionFailure()
+               << "record " << seq << " follows record " << last << " in " << file;
       last = seq;
       mayJump = false;
     }
@@ -234,8 +232,8 @@ TEST_P(LogWriterKill, EveryKillLeavesWholeLogsWithEveryRecordWritten) {
     while (ReadFileBytes(AckPath(ackDir, 0)).empty() &&
            std::chrono::steady_clock::now() - started < std::chrono::seconds(60))
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    std::this_thread::sleep_for(std::chrono::microseconds(
-        std::uniform_int_distribution<int>(0, 300000)(random)));
+    std::this_thread::sleep_for(
+        std::chrono::microseconds(std::uniform_int_distribution<int>(0, 300000)(random)));
     const ChildExit exit = child.Kill();
     ASSERT_FALSE(exit.finished) << "the child ended by itself, with " << exit.code;
 

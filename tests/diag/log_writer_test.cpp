@@ -21,7 +21,8 @@ namespace {
 
 // This program as the second writer (main.cpp) on `path`: 3 when refused, 4 when it wrote.
 int RunSecondWriter(const std::string& path) {
-  return static_cast<int>(RunChildProcess(OwnExecutablePath(), {"--second-writer", path}, 60000).code);
+  return static_cast<int>(
+      RunChildProcess(OwnExecutablePath(), {"--second-writer", path}, 60000).code);
 }
 
 // The descriptors this process holds open, where the system lists them (else -1).
@@ -44,7 +45,8 @@ class LogWriterTest : public ::testing::Test {
     return path;
   }
 
-  // Read in order across archives and live file, each thread's records form one run ending in its last.
+  // Read in order across archives and live file, each thread's records form one run ending in its
+  // last.
   void ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent);
 
   ScratchDir dir_;
@@ -61,7 +63,9 @@ TEST_F(LogWriterTest, FirstRecordLevelBitsAndCuts) {
   auto log = logtest::ParseFile(path);
   ASSERT_TRUE(log.valid && log.records.size() == 1);
   const auto& r = log.records[0];
-  EXPECT_EQ(std::to_string(r.level) + " " + std::to_string(r.kind) + " " + std::to_string(r.keyIndex), "2 2 65535");
+  EXPECT_EQ(
+      std::to_string(r.level) + " " + std::to_string(r.kind) + " " + std::to_string(r.keyIndex),
+      "2 2 65535");
   EXPECT_EQ(r.raw, text);
   EXPECT_NEAR(r.time, deskaid::platform::Time32(), 2.0);
   uint8_t month = 0, day = 0;
@@ -77,7 +81,8 @@ TEST_F(LogWriterTest, FirstRecordLevelBitsAndCuts) {
   EXPECT_EQ(LogPrintf(0x00, "nothing"), 0u);
   LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, "%s", big.c_str());
   g_LogWriter.WriteFormat(0x7F, 12345, "%s!", big.c_str());
-  EXPECT_EQ(trace.lines, (Texts{"LOG: only traced 7\n", "LOG: c\n", "LOG: " + std::string(506, 'q')}));
+  EXPECT_EQ(trace.lines,
+            (Texts{"LOG: only traced 7\n", "LOG: c\n", "LOG: " + std::string(506, 'q')}));
   log = logtest::ParseFile(path);
   EXPECT_EQ(log.Texts(), (Texts{text, "a", "b", "c", cut, cut}));
   std::string levels;
@@ -127,7 +132,8 @@ TEST_F(LogWriterTest, ClosedWriterBadArgumentsMaxSizeAndPaths) {
   EXPECT_FALSE(writer.WriteFormat(1, 0, "x"));
   EXPECT_EQ(LogPrintf(LOG_LEVEL_1, "nobody listens"), 0u);
   EXPECT_TRUE(writer.Close());
-  for (const char* bad : {static_cast<const char*>(nullptr), ""}) EXPECT_FALSE(writer.Open(bad, 0xFFFFFFFF, 0, 20));
+  for (const char* bad : {static_cast<const char*>(nullptr), ""})
+    EXPECT_FALSE(writer.Open(bad, 0xFFFFFFFF, 0, 20));
   EXPECT_FALSE(writer.SetPath(nullptr));
   EXPECT_FALSE(writer.IsOpen());
   EXPECT_EQ(LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, nullptr), 0u);
@@ -208,17 +214,20 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
 // cut one, and the next open puts an unmarked trailer back behind them, whatever the cut left.
 TEST_F(LogWriterTest, ALogLeftInTheMiddleOfARecordReadsWholeAndIsMendedAtOpen) {
   const std::string path = Open(writer, "cut.log");
-  for (const char* text : {"one", "two", "three"}) writer.Write(1, text, 3 + (text[1] == 'h') * 2, 2);
+  for (const char* text : {"one", "two", "three"})
+    writer.Write(1, text, 3 + (text[1] == 'h') * 2, 2);
   writer.Close();
   const std::string whole = ReadFileBytes(path);
   std::string pending = whole.substr(whole.size() - 74);
   pending[3] = static_cast<char>(pending[3] | 0x80);
-  for (const std::string& cut : {std::string("\x01\x02\xff\xff\x40\x00partial"), std::string(300, 'x')}) {
+  for (const std::string& cut :
+       {std::string("\x01\x02\xff\xff\x40\x00partial"), std::string(300, 'x')}) {
     for (bool atPageStart : {false, true}) {
       std::string bytes = whole.substr(0, whole.size() - 74) + cut;
       if (atPageStart) bytes += std::string(4096 - bytes.size() % 4096, '\0');
       WriteFileBytes(path, bytes + pending);
-      EXPECT_EQ(logtest::ExportedMessages(path, dir_.PathOf("cut.txt")), (Texts{"one", "two", "three"}));
+      EXPECT_EQ(logtest::ExportedMessages(path, dir_.PathOf("cut.txt")),
+                (Texts{"one", "two", "three"}));
       Open(writer, "cut.log");
       EXPECT_EQ(writer.GetSize(), whole.size());
       writer.Write(1, "four", 4, 2);
@@ -286,22 +295,23 @@ TEST_F(LogWriterTest, RecordsAndTraceLinesUseTheRuntimesFormatter) {
 #ifndef _WIN32
   testing::internal::CaptureStderr();
 #endif
-#define FORMAT_CASE(...)                                                  \
-  do {                                                                    \
-    const std::string text = RuntimeFormat(1024, __VA_ARGS__);            \
-    records.insert(records.end(), {text, text});                          \
-    traces.push_back(RuntimeFormat(512, "LOG: %s\n", text.c_str()));      \
-    traces.push_back(RuntimeFormat(512, __VA_ARGS__));                    \
-    LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, __VA_ARGS__);             \
-    g_LogWriter.WriteFormat(LOG_LEVEL_2, 0, __VA_ARGS__);                 \
-    DebugTrace(__VA_ARGS__);                                              \
+#define FORMAT_CASE(...)                                             \
+  do {                                                               \
+    const std::string text = RuntimeFormat(1024, __VA_ARGS__);       \
+    records.insert(records.end(), {text, text});                     \
+    traces.push_back(RuntimeFormat(512, "LOG: %s\n", text.c_str())); \
+    traces.push_back(RuntimeFormat(512, __VA_ARGS__));               \
+    LogPrintf(LOG_LEVEL_1 | LOG_TO_DEBUG_TRACE, __VA_ARGS__);        \
+    g_LogWriter.WriteFormat(LOG_LEVEL_2, 0, __VA_ARGS__);            \
+    DebugTrace(__VA_ARGS__);                                         \
   } while (0)
-  FORMAT_CASE("%d %i %u %x %X %o %+d|%-6d|%06d|%#x|%#o|%c", -42, 7, 4000000000u, 0xBEEFu, 0xBEEFu, 8u, 5, 5,
-              -5, 255u, 8u, 'A');
+  FORMAT_CASE("%d %i %u %x %X %o %+d|%-6d|%06d|%#x|%#o|%c", -42, 7, 4000000000u, 0xBEEFu, 0xBEEFu,
+              8u, 5, 5, -5, 255u, 8u, 'A');
   FORMAT_CASE("%hd %hu %hhd %hhu", 70000, 70000, 300, 300);
   FORMAT_CASE("%ld %lu %lld %llu", -5L, 5UL, -9000000000LL, 18000000000ULL);
   FORMAT_CASE("%p", reinterpret_cast<void*>(0x0040123a));
-  FORMAT_CASE("%e %E %.2e %g %g %G %g", 10.0, 123456.789, -0.000123, 1e-5, 123456789.0, 1e20, 100.0);
+  FORMAT_CASE("%e %E %.2e %g %g %G %g", 10.0, 123456.789, -0.000123, 1e-5, 123456789.0, 1e20,
+              100.0);
   FORMAT_CASE("%.0f %.0f %.0f %.1f %.2f", 2.5, 0.5, 1.5, 0.25, 2.675);
   FORMAT_CASE("%f %10.3f %-10.1f|", 1e15, 3.14159, -2.5);
   FORMAT_CASE("%s|%.3s|%8s|%-8s|", "abc", "abcdef", "r", "l");
@@ -348,20 +358,24 @@ void LogWriterTest::ExpectUnbrokenRuns(uint32_t maxSize, uint8_t percent) {
     ASSERT_TRUE(log.valid) << file;
     for (const std::string& text : log.Texts()) {
       int t = -1, s = -1;
-      ASSERT_TRUE(std::sscanf(text.c_str(), "t%d s%d", &t, &s) == 2 && t >= 0 && t < kThreads) << text;
+      ASSERT_TRUE(std::sscanf(text.c_str(), "t%d s%d", &t, &s) == 2 && t >= 0 && t < kThreads)
+          << text;
       ASSERT_TRUE(next[t] < 0 || s == next[t]) << text << ", expected s" << next[t];
       next[t] = s + 1;
     }
   }
   int complete = 0;  // under compaction a thread may have lost all its records
   for (int t = 0; t < kThreads; ++t) {
-    EXPECT_TRUE(next[t] == kRecords || (next[t] < 0 && percent != 255)) << "thread " << t << " ends at " << next[t];
+    EXPECT_TRUE(next[t] == kRecords || (next[t] < 0 && percent != 255))
+        << "thread " << t << " ends at " << next[t];
     complete += next[t] == kRecords;
   }
   EXPECT_GT(complete, 0);
 }
 
-TEST_F(LogWriterTest, ThreadsCompactingKeepEachOnesNewestRecords) { ExpectUnbrokenRuns(256 << 10, 20); }
+TEST_F(LogWriterTest, ThreadsCompactingKeepEachOnesNewestRecords) {
+  ExpectUnbrokenRuns(256 << 10, 20);
+}
 TEST_F(LogWriterTest, ThreadsArchivingLoseNothing) { ExpectUnbrokenRuns(2 << 20, 255); }
 
 TEST_F(LogWriterTest, NestedCallsProceedAndBoundedTriesGiveUp) {
@@ -415,7 +429,8 @@ TEST(LogWriterLargeFiles, RecordsLandAtTheTrueEndPastTwoAndFourGiB) {
   }
   const auto messages = logtest::ExportedMessages(path, dir.PathOf("large.txt"));
   ASSERT_GE(messages.size(), 3u);
-  EXPECT_EQ(Texts(messages.end() - 3, messages.end()), (Texts{"", "first after the hole", "second after reopening"}));
+  EXPECT_EQ(Texts(messages.end() - 3, messages.end()),
+            (Texts{"", "first after the hole", "second after reopening"}));
   uint32_t month = 1, day = 1;
   EXPECT_TRUE(ReadLogStamp(path.c_str(), month, day));
   EXPECT_EQ(month + day, 0u);

@@ -16,7 +16,8 @@ int main(int argc, char** argv) {
     writer.WriteFormat(1, 0, "second writer");
     return 4;
   }
-  if (argc > 1 && std::strcmp(argv[1], "--kill-child") == 0) return RunKillChild(argc - 2, argv + 2);
+  if (argc > 1 && std::strcmp(argv[1], "--kill-child") == 0)
+    return RunKillChild(argc - 2, argv + 2);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

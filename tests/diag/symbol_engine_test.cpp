@@ -19,8 +19,11 @@ namespace {
 constexpr uint32_t kNotInitialized = 1;
 constexpr uint32_t kBadArgument = 87;
 
-#define EXPECT_FAILS_WITH(call, code) \
-  do { EXPECT_FALSE(call); EXPECT_EQ(engine.GetLastError(), code); } while (0)
+#define EXPECT_FAILS_WITH(call, code)       \
+  do {                                      \
+    EXPECT_FALSE(call);                     \
+    EXPECT_EQ(engine.GetLastError(), code); \
+  } while (0)
 
 // An empty name gives 87 even before initialisation.
 TEST(SymbolEngine, RefusesUntilInitialisedAndStaysBoundToItsFirstProcess) {
@@ -102,7 +105,8 @@ TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
   void* function = dlsym(RTLD_DEFAULT, "strverscmp");
   Dl_info c{};
   ASSERT_TRUE(function != nullptr && dladdr(function, &c) != 0);
-  const uint64_t second = 0x20000000, offset = static_cast<char*>(function) - static_cast<char*>(c.dli_fbase);
+  const uint64_t second = 0x20000000,
+                 offset = static_cast<char*>(function) - static_cast<char*>(c.dli_fbase);
   ASSERT_EQ(engine.LoadModule(c.dli_fname, second, 0), second) << c.dli_fname;
   ASSERT_TRUE(engine.SymbolFromAddress(second + offset, name, displacement));
   EXPECT_NE(name.find("strverscmp"), std::string::npos) << name;
@@ -133,17 +137,20 @@ TEST(SymbolEngine, CallbackPassesOnlyDebugInfoTextsToTheHook) {
   const uint64_t data = reinterpret_cast<uintptr_t>(text);
   const uint64_t self = reinterpret_cast<uintptr_t>(&engine);
   EXPECT_TRUE(CSymbolEngine::SymbolCallback(nullptr, kSymActionDebugInfo, data, self));
-  for (auto [action, passed, hook] : {std::tuple(1u, data, self), {kSymActionDebugInfo, 0, self},
-                                     {kSymActionDebugInfo, data, 0}}) {
+  for (auto [action, passed, hook] : {std::tuple(1u, data, self),
+                                      {kSymActionDebugInfo, 0, self},
+                                      {kSymActionDebugInfo, data, 0}}) {
     EXPECT_FALSE(CSymbolEngine::SymbolCallback(nullptr, action, passed, hook));
   }
   EXPECT_EQ(engine.texts, std::vector<std::string>{text});
 }
 
-std::vector<std::string> FrameNames(CSymbolEngine& engine, const std::vector<StackFrameEntry>& frames) {
+std::vector<std::string> FrameNames(CSymbolEngine& engine,
+                                    const std::vector<StackFrameEntry>& frames) {
   std::vector<std::string> names(frames.size());
   uint64_t displacement = 0;
-  for (size_t i = 0; i < frames.size(); ++i) engine.SymbolFromAddress(frames[i].pc, names[i], displacement);
+  for (size_t i = 0; i < frames.size(); ++i)
+    engine.SymbolFromAddress(frames[i].pc, names[i], displacement);
   return names;
 }
 
@@ -160,7 +167,9 @@ TEST(SymbolEngine, StackWalkStartsInsideItselfOrAtGivenRegistersAndSkipsWalkedFr
     EXPECT_NE(walks.skip0[i].pc, 0u);
     EXPECT_NE(walks.skip0[i].pc, walks.skip0[i].returnAddress);
     // Wine's walker leaves some return addresses 0; a known one must lead to the next frame.
-    EXPECT_TRUE(walks.skip0[i].returnAddress == 0 || walks.skip0[i].returnAddress == walks.skip0[i + 1].pc) << i;
+    EXPECT_TRUE(walks.skip0[i].returnAddress == 0 ||
+                walks.skip0[i].returnAddress == walks.skip0[i + 1].pc)
+        << i;
   }
   // Skip 2 drops StackWalk's own frame and the innermost caller; a negative count drops nothing.
   ASSERT_EQ(walks.skip2.size(), walks.skip0.size() - 2);

@@ -46,8 +46,8 @@ void CheckControls(HWND dialog, const std::function<RECT(HWND control, const REC
     GetClientRect(control, &inner);
     const RECT need = drawn(control, inner);
     EXPECT_TRUE(Inside(In(dialog, control), client)) << "control " << GetDlgCtrlID(control);
-    EXPECT_TRUE(Inside(need, inner)) << "control " << GetDlgCtrlID(control) << " needs "
-                                     << need.right << "x" << need.bottom;
+    EXPECT_TRUE(Inside(need, inner))
+        << "control " << GetDlgCtrlID(control) << " needs " << need.right << "x" << need.bottom;
   }
 }
 
@@ -86,14 +86,17 @@ void CheckBox(HWND dialog, Row align) {
   RECT check{};
   for (HWND c = GetWindow(dialog, GW_CHILD); c != nullptr; c = GetWindow(c, GW_HWNDNEXT)) {
     if (GetDlgCtrlID(c) == ID_ICON || GetDlgCtrlID(c) == ID_FIRSTTEXT) continue;  // the statics
-    if ((GetWindowLongW(c, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX) check = In(dialog, c);
-    else row.push_back(In(dialog, c));
+    if ((GetWindowLongW(c, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX)
+      check = In(dialog, c);
+    else
+      row.push_back(In(dialog, c));
   }
   ASSERT_FALSE(row.empty());
   EXPECT_GE(row[0].top, std::max(text.bottom, icon.bottom));
   for (size_t k = 1; k < row.size(); ++k) {
     EXPECT_TRUE(row[k].top == row[0].top && row[k].bottom == row[0].bottom &&
-                row[k].right - row[k].left == row[0].right - row[0].left) << "button " << k;
+                row[k].right - row[k].left == row[0].right - row[0].left)
+        << "button " << k;
     EXPECT_NEAR(row[k].left - row[k - 1].left, row[1].left - row[0].left, slack);
     EXPECT_GT(row[k].left, row[k - 1].right);
   }
@@ -123,11 +126,15 @@ TEST(HighDpi, BoxesFit) {
   std::string words;  // many short words: wrapped close to the widest line the box allows
   for (int i = 0; i < 300; ++i) words += "ab ";
   const struct {
-    const char *title, *text; unsigned style; const MessageDialogParams* p; Row align;
+    const char *title, *text;
+    unsigned style;
+    const MessageDialogParams* p;
+    Row align;
   } boxes[] = {
-      {"Import finished", "212 records were imported; 3 were skipped because their dates could "
-       "not be read.", MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN, &report,
-       kCentred},
+      {"Import finished",
+       "212 records were imported; 3 were skipped because their dates could "
+       "not be read.",
+       MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN, &report, kCentred},
       {"Unsaved changes", "The document has changed.\n\n\tSave it before closing?",
        MB_YESNOCANCEL | MDS_YESTOALL | MB_ICONQUESTION, &countdown, kCentred},
       {"Custom", "Keep the changes you made to the layout of the monthly report before closing?",
@@ -137,13 +144,20 @@ TEST(HighDpi, BoxesFit) {
       {"Hi", "Hi", MB_OK | MDS_DONTSHOWAGAIN, nullptr, kAnywhere},
   };
   for (const auto& b : boxes) {
-    msgbox_test::Drive(b.title, b.style, b.p, [&](HWND dialog) {
-      SCOPED_TRACE(b.title);
-      EXPECT_TRUE(b.p != &countdown || WaitUntil([&] {
-        return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") != std::wstring::npos;
-      }, 5000));
-      CheckBox(dialog, b.align);
-    }, b.text);
+    msgbox_test::Drive(
+        b.title, b.style, b.p,
+        [&](HWND dialog) {
+          SCOPED_TRACE(b.title);
+          EXPECT_TRUE(b.p != &countdown ||
+                      WaitUntil(
+                          [&] {
+                            return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") !=
+                                   std::wstring::npos;
+                          },
+                          5000));
+          CheckBox(dialog, b.align);
+        },
+        b.text);
   }
 }
 
@@ -186,12 +200,14 @@ TEST(HighDpi, BoxesFitAtEveryDpi) {
     EXPECT_EQ(set(dpi), ERROR_SUCCESS);
     SetEnvironmentVariableA(kChildVariable, std::to_string(dpi).c_str());
     // A program that does not end in time is ended, before the setting changes again.
-    const ChildExit child =
-        RunChildProcess(OwnExecutablePath(), {"--gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit"}, 120000);
+    const ChildExit child = RunChildProcess(
+        OwnExecutablePath(), {"--gtest_filter=HighDpi.BoxesFit:HighDpi.LinksFit"}, 120000);
     EXPECT_TRUE(child.finished && child.code == 0)
         << "at " << dpi << " DPI, " << (child.finished ? "failed" : "hung");
   }
   SetEnvironmentVariableA(kChildVariable, nullptr);
-  if (hadValue) set(saved);
-  else RegDeleteKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels");
+  if (hadValue)
+    set(saved);
+  else
+    RegDeleteKeyValueA(HKEY_CURRENT_USER, kDesktopKey, "LogPixels");
 }

@@ -59,7 +59,7 @@ void UploadReport(const char* dumpPath, const char* logPath, void*) {
 
 TEST(ReadmeExamples, CrashCapture) {
   // README: crash
-  CrashHandlerOptions options;  // all zero: a minidump beside the log, no box
+  CrashHandlerOptions options;                 // all zero: a minidump beside the log, no box
   options.dwOptions = CRASH_SHOW_MESSAGE_BOX;  // Windows: ask the user, offering Report
   options.pfnReport = UploadReport;            // called with the dump's and the log's paths
   bool installed = InstallCrashHandler(&options);
@@ -73,10 +73,10 @@ TEST(ReadmeExamples, BigIntegers) {
   // README: bigint
   CBigInt a("123456789012345678901234567890");
   CBigInt b = a * a + 1u;
-  std::string decimal = b.GetString();    // owned by b until its next GetString
+  std::string decimal = b.GetString();  // owned by b until its next GetString
   std::string hex = b.GetString(16);
 
-  CModPower power;                        // 4^13 mod 497 = 445
+  CModPower power;  // 4^13 mod 497 = 445
   CBigInt base(4);
   std::string text = power.TransformText(base, CBigInt(13), CBigInt(497));
   // base now holds 4^(2^3) mod 497: the power writes its last square back.
@@ -87,7 +87,7 @@ TEST(ReadmeExamples, BigIntegers) {
 TEST(ReadmeExamples, Md5AndBase64) {
   const std::string path = "hello.txt";
   // README: codecs
-  std::string digest = HashString("abc");            // "900150983cd24fb0d6963f7d28e17f72"
+  std::string digest = HashString("abc");                    // "900150983cd24fb0d6963f7d28e17f72"
   std::optional<std::string> file = HashFile(path.c_str());  // empty if unreadable
 
   Base64Coder coder;
@@ -96,7 +96,7 @@ TEST(ReadmeExamples, Md5AndBase64) {
   coder.DecodeString(text.c_str());
   std::string back(reinterpret_cast<const char*>(coder.GetData()), coder.GetDataLength());
 
-  const char* timeout = InternetErrorText(12002);     // "The request has timed out."
+  const char* timeout = InternetErrorText(12002);  // "The request has timed out."
   // README: end
   EXPECT_STREQ(timeout, "The request has timed out.");
 }

@@ -18,9 +18,9 @@ TEST(ReadmeExamples, MessageDialog) {
   std::strcpy(params.szCustomButtons, "Save\nDiscard");
   int result = ShowMessageDialog(nullptr, "The document has changed.", "Unsaved changes",
                                  MB_ICONQUESTION | MDS_DONTASKAGAIN | MDS_NOSOUND, &params);
-  bool timedOut = (result & MDR_TIMEOUT) != 0;       // the countdown ended it
+  bool timedOut = (result & MDR_TIMEOUT) != 0;           // the countdown ended it
   bool dontAskAgain = (result & MDS_DONTASKAGAIN) != 0;  // the check box was ticked
-  int button = result & 0xFFFF;                       // IDCUSTOM1 for "Save"
+  int button = result & 0xFFFF;                          // IDCUSTOM1 for "Save"
   // README: end
   EXPECT_TRUE(timedOut && !dontAskAgain && button == IDCUSTOM1) << std::hex << result;
 }

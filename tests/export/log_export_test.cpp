@@ -37,8 +37,10 @@ bool UseZone(const char* zone) {
 #else
   static const char* const initial = std::getenv("TZ");
   static const std::string saved = initial != nullptr ? initial : "";
-  if (zone != nullptr || initial != nullptr) setenv("TZ", zone != nullptr ? zone : saved.c_str(), 1);
-  else unsetenv("TZ");
+  if (zone != nullptr || initial != nullptr)
+    setenv("TZ", zone != nullptr ? zone : saved.c_str(), 1);
+  else
+    unsetenv("TZ");
   tzset();
   return true;
 #endif
@@ -67,9 +69,18 @@ struct LogBuilder {
     ++m_trailer.recordCount;
     return *this;
   }
-  LogBuilder& Raw(const std::string& bytes) { m_data += bytes; return *this; }
-  LogBuilder& Count(uint32_t records) { m_trailer.recordCount = records; return *this; }
-  LogBuilder& Magic(uint16_t magic) { m_trailer.magic = magic; return *this; }
+  LogBuilder& Raw(const std::string& bytes) {
+    m_data += bytes;
+    return *this;
+  }
+  LogBuilder& Count(uint32_t records) {
+    m_trailer.recordCount = records;
+    return *this;
+  }
+  LogBuilder& Magic(uint16_t magic) {
+    m_trailer.magic = magic;
+    return *this;
+  }
   std::string Bytes() const {
     return m_data + std::string(reinterpret_cast<const char*>(&m_trailer), sizeof m_trailer);
   }
@@ -129,7 +140,8 @@ TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
                          Line("no key FFFE") + Line("cut", 255) + Line("");
   for (size_t length : {1, 255, 256, 300, 5000, 17, 65535}) {
     std::string body;
-    for (size_t i = 0; i < length; ++i) body.push_back(static_cast<char>('!' + (i * 7 + length) % 90));
+    for (size_t i = 0; i < length; ++i)
+      body.push_back(static_cast<char>('!' + (i * 7 + length) % 90));
     builder.Add(body, 9).Add(body, 2);
     expected += Line(body) + Line(body);
   }
@@ -151,7 +163,8 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   EXPECT_EQ(Convert(LogBuilder().Add("only").Count(0xFFFFFFFF).Bytes(), false, m_image.c_str()),
             Line("only"));
 
-  EXPECT_FALSE(ConvertLogToText(m_log.c_str(), m_dir.PathOf("no_such_dir/out.txt").c_str(), nullptr));
+  EXPECT_FALSE(
+      ConvertLogToText(m_log.c_str(), m_dir.PathOf("no_such_dir/out.txt").c_str(), nullptr));
   for (const char* bad : {static_cast<const char*>(nullptr), ""}) {
     EXPECT_FALSE(ConvertLogToText(bad, m_text.c_str(), nullptr));
     EXPECT_FALSE(ConvertLogToText(m_log.c_str(), bad, nullptr));
@@ -167,8 +180,8 @@ TEST_F(LogExport, RefusesFilesWithoutAValidTrailerAndStopsAtDamage) {
   WriteFileBytes(m_log, LogBuilder().Add("x").Magic(0).Bytes());
   WriteFileBytes(m_text, "short");
   const std::string missing = m_dir.PathOf("missing.log");
-  for (const char* path : {m_log.c_str(), m_text.c_str(), missing.c_str(), "",
-                           static_cast<const char*>(nullptr)}) {
+  for (const char* path :
+       {m_log.c_str(), m_text.c_str(), missing.c_str(), "", static_cast<const char*>(nullptr)}) {
     month = day = 99;
     EXPECT_FALSE(ReadLogStamp(path, month, day));
     EXPECT_EQ(month + day, 0u);

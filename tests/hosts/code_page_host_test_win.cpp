@@ -57,8 +57,8 @@ std::string Host(const std::wstring& wide, bool whole = true) {
   bytes.resize(static_cast<size_t>(
       WideCharToMultiByte(CP_ACP, 0, wide.data(), n, &bytes[0], 4 * n, nullptr, nullptr)));
   std::wstring round(wide.size(), L'\0');
-  round.resize(static_cast<size_t>(MultiByteToWideChar(
-      CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), &round[0], n)));
+  round.resize(static_cast<size_t>(
+      MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), &round[0], n)));
   EXPECT_TRUE(!whole || round == wide) << "a sample does not fit code page " << GetACP();
   return bytes;
 }
@@ -93,24 +93,28 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
       std::wstring(s.buttons[0]) + L"   " + s.buttons[1] + L"   " + s.buttons[2];
   std::wstring copied = row;  // the copy lists the captions without their access-key marks
   copied.erase(std::remove(copied.begin(), copied.end(), L'&'), copied.end());
-  EXPECT_EQ(msgbox_test::Drive(caption.c_str(), MB_OK, &p, [&](HWND dialog) {
-    HWND message = GetDlgItem(dialog, ID_FIRSTTEXT);
-    EXPECT_EQ(TextOf(dialog), s.link);
-    EXPECT_EQ(TextOf(message), s.text);
-    std::wstring shown;
-    for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id)
-      shown += (id == IDCUSTOM1 ? L"" : L"   ") + TextOf(GetDlgItem(dialog, id));
-    EXPECT_EQ(shown, row);
-    // The message control holds the text as the dialog's font draws it.
-    RECT room;
-    GetClientRect(message, &room);
-    const SIZE needed =
-        Needed(message, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, room.right);
-    EXPECT_TRUE(needed.cx <= room.right && needed.cy <= room.bottom);
-    EXPECT_EQ(msgbox_test::CopyOf(dialog),
-              msgbox_test::CopyText(s.link, s.text, copied));
-    SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
-  }, text.c_str()), IDCUSTOM2);
+  EXPECT_EQ(
+      msgbox_test::Drive(
+          caption.c_str(), MB_OK, &p,
+          [&](HWND dialog) {
+            HWND message = GetDlgItem(dialog, ID_FIRSTTEXT);
+            EXPECT_EQ(TextOf(dialog), s.link);
+            EXPECT_EQ(TextOf(message), s.text);
+            std::wstring shown;
+            for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id)
+              shown += (id == IDCUSTOM1 ? L"" : L"   ") + TextOf(GetDlgItem(dialog, id));
+            EXPECT_EQ(shown, row);
+            // The message control holds the text as the dialog's font draws it.
+            RECT room;
+            GetClientRect(message, &room);
+            const SIZE needed =
+                Needed(message, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, room.right);
+            EXPECT_TRUE(needed.cx <= room.right && needed.cy <= room.bottom);
+            EXPECT_EQ(msgbox_test::CopyOf(dialog), msgbox_test::CopyText(s.link, s.text, copied));
+            SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
+          },
+          text.c_str()),
+      IDCUSTOM2);
 }
 
 // A static whose text is an address targets it and shows it in its tooltip; a tagged label keeps
@@ -177,8 +181,8 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     EXPECT_EQ(HashFile(Host(text).c_str()).value_or("none"), HashString(exported.c_str()));
 
     // A log path too long for its buffer is cut the same way (the file is not opened then).
-    const std::wstring longPath = scratch.path().wstring() + L"\\" +
-                                  wide.substr(0, IS_HIGH_SURROGATE(wide[299]) ? 299 : 300);
+    const std::wstring longPath =
+        scratch.path().wstring() + L"\\" + wide.substr(0, IS_HIGH_SURROGATE(wide[299]) ? 299 : 300);
     ASSERT_TRUE(g_LogWriter.SetPath(Host(longPath).c_str()));
     EXPECT_EQ(std::string(g_LogWriter.GetPath()), Cut(longPath, 259));
 

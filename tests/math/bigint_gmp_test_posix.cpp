@@ -42,8 +42,8 @@ using MpzOp = void (*)(mpz_ptr r, mpz_srcptr a, mpz_srcptr b);
   Mpz want, g = ToMpz(got);
   op(want.v, ToMpz(a).v, ToMpz(b).v);
   if (mpz_cmp(g.v, want.v) == 0) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16)
-                                       << "\na " << ToMpz(a).Str(16) << "\nb " << ToMpz(b).Str(16);
+  return ::testing::AssertionFailure() << "got " << g.Str(16) << "\nwant " << want.Str(16) << "\na "
+                                       << ToMpz(a).Str(16) << "\nb " << ToMpz(b).Str(16);
 }
 
 // Random values with runs of 0 and 1 words to reach carries.
@@ -105,13 +105,16 @@ CBigInt Int31(Operands& g, const CBigInt&) { return CBigInt(static_cast<int32_t>
 CBigInt Count(Operands& g, const CBigInt&) { return CBigInt(g.Next() % 4096); }
 CBigInt NoLonger(Operands& g, const CBigInt& a) {
   CBigInt b = a;
-  if (g.Next() % 4) do b = g.Random(kBits / 8); while (b.m_nLength > a.m_nLength);
+  if (g.Next() % 4) do
+      b = g.Random(kBits / 8);
+    while (b.m_nLength > a.m_nLength);
   return b;
 }
 
-#define OURS(...) []([[maybe_unused]] const CBigInt& a, [[maybe_unused]] const CBigInt& b) { \
-  return CBigInt(__VA_ARGS__);                                                                \
-}
+#define OURS(...)                                                            \
+  []([[maybe_unused]] const CBigInt& a, [[maybe_unused]] const CBigInt& b) { \
+    return CBigInt(__VA_ARGS__);                                             \
+  }
 #define GMP(...) [](mpz_ptr r, mpz_srcptr a, [[maybe_unused]] mpz_srcptr b) { __VA_ARGS__; }
 
 const struct Operation {
@@ -122,14 +125,14 @@ const struct Operation {
 } kOperations[] = {
     {"Sum", NonNegative, NonNegative, OURS(a + b), mpz_add},
     {"Difference", NonNegative, NonNegative, OURS(a - b), mpz_sub},
-    {"Product", Signed, Signed, OURS(a * b), mpz_mul},
-    {"Square", Signed, Signed, OURS(a * a), GMP(mpz_mul(r, a, a))},
-    {"ProductByWord", Signed, Word, OURS(a * b.m_pData[0]), mpz_mul},
+    {"Product", Signed, Signed, OURS(a* b), mpz_mul},
+    {"Square", Signed, Signed, OURS(a* a), GMP(mpz_mul(r, a, a))},
+    {"ProductByWord", Signed, Word, OURS(a* b.m_pData[0]), mpz_mul},
     {"Quotient", Long, Signed, OURS(a / b), mpz_tdiv_q},
     {"Remainder", Long, Signed, OURS(a % b), mpz_tdiv_r},
     {"QuotientByInt", Long, Int31, OURS(a / Int(b)), mpz_tdiv_q},
     {"RemainderByInt", Long, Int31, OURS(a % Int(b)), mpz_tdiv_r},
-    {"And", Signed, Signed, OURS(a & b), mpz_and},
+    {"And", Signed, Signed, OURS(a& b), mpz_and},
     {"Or", Signed, Signed, OURS(a | b), mpz_ior},
     {"Xor", Signed, Signed, OURS(a ^ b), mpz_xor},
     {"LeftShift", Signed, Count, OURS(a << Int(b)), GMP(mpz_mul_2exp(r, a, mpz_get_ui(b)))},

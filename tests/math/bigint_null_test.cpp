@@ -40,8 +40,17 @@ TEST_F(BigIntNull, EveryFailingAllocationInAComputationEndsInNullOrTheRightValue
       [&] { return a % b; },
       [&] { return ~(a ^ b) >> 3; },
       [&] { return (-(a & b) | a * 3u) * -3 + (a * b & 1u); },  // a * b is odd
-      [&] { CBigInt x = a - b; ++x; --x; return b - x; },
-      [&] { CBigInt x; x.Parse("1234567890123456789012345678901234567890", 10); return x; },
+      [&] {
+        CBigInt x = a - b;
+        ++x;
+        --x;
+        return b - x;
+      },
+      [&] {
+        CBigInt x;
+        x.Parse("1234567890123456789012345678901234567890", 10);
+        return x;
+      },
       [] { return CBigInt(5) - CBigInt(int64_t{1} << 40); },
   };
   for (const auto& compute : computations) {

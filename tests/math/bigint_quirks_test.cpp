@@ -16,7 +16,9 @@ W Words(const CBigInt& x) { return W(x.m_pData, x.m_pData + x.m_nLength); }
 CBigInt FromWords(W w) { return CBigInt(w.data(), static_cast<int>(w.size())); }
 std::string Dec(CBigInt x) { return x.GetString(10); }
 template <typename T>
-std::string Dec(T builtIn) { return std::to_string(builtIn); }
+std::string Dec(T builtIn) {
+  return std::to_string(builtIn);
+}
 CBigInt Parsed(const char* text, int radix) {
   if (radix == 0) return CBigInt(text);
   CBigInt x(99);
@@ -97,12 +99,18 @@ TEST(BigIntComparison, LeftOperandDecidesEquality) {
 TEST(BigIntMixed, BuiltInLeftOperands) {
   const CBigInt w31 = FromWords({3, 1}), w311 = FromWords({3, 1, 1});
   const std::pair<std::string, const char*> rows[] = {
-      {Dec(-100 / CBigInt(7)), "-14"}, {Dec(100u / FromWords({7, 0})), "14"},
-      {Dec(100u / FromWords({7, 1})), "0"}, {Dec(uint64_t{100} / w311), "0"},
+      {Dec(-100 / CBigInt(7)), "-14"},
+      {Dec(100u / FromWords({7, 0})), "14"},
+      {Dec(100u / FromWords({7, 1})), "0"},
+      {Dec(uint64_t{100} / w311), "0"},
       {Dec(int64_t{-100000000000} / CBigInt(10)), "-10000000000"},
       {Dec(uint64_t{100000000000} / FromWords({10, 0, 0})), "10000000000"},
-      {Dec(5u % w31), "4294967299"}, {Dec(5u % -w31), "4294967299"}, {Dec(17u % CBigInt(5)), "2"},
-      {Dec(-5 % w31), "-4294967299"}, {Dec(5 % w31), "4294967299"}, {Dec(-17 % CBigInt(5)), "-2"},
+      {Dec(5u % w31), "4294967299"},
+      {Dec(5u % -w31), "4294967299"},
+      {Dec(17u % CBigInt(5)), "2"},
+      {Dec(-5 % w31), "-4294967299"},
+      {Dec(5 % w31), "4294967299"},
+      {Dec(-17 % CBigInt(5)), "-2"},
       {Dec(uint64_t{0x500000000} % w31), "4294967284"},
       {Dec(uint64_t{5} % w311), "18446744078004518915"},
       {Dec(int64_t{-5} % w311), "-18446744078004518915"},
@@ -115,8 +123,12 @@ using Row = std::tuple<int, int, const char*>;  // a value, a radix or buffer si
 // Zero prints empty, negative values print their sign in decimal only, a null value prints
 // "Null"; the text belongs to the object.
 TEST(BigIntText, OutputForms) {
-  const Row rows[] = {{0, 10, ""},          {-1, 10, "-1"},           {-1, 16, "FFFFFFFF"},
-                      {-255, 8, "37777777401"}, {-255, 7, "211301421541"}, {12, 1, ""}};
+  const Row rows[] = {{0, 10, ""},
+                      {-1, 10, "-1"},
+                      {-1, 16, "FFFFFFFF"},
+                      {-255, 8, "37777777401"},
+                      {-255, 7, "211301421541"},
+                      {12, 1, ""}};
   for (auto [value, radix, text] : rows) EXPECT_STREQ(CBigInt(value).GetString(radix), text);
   CBigInt m1(-1), null(static_cast<const uint32_t*>(nullptr), 0);
   EXPECT_STREQ(null.GetString(16), "Null");
@@ -140,13 +152,28 @@ TEST(BigIntText, OutputForms) {
 // Radix 0 stands for the constructor, which reads a prefix.
 TEST(BigIntParse, PrefixesBlanksSignsAndStops) {
   const std::tuple<const char*, int, const char*> rows[] = {
-      {"  ff", 16, "255"}, {"0XFF", 0, "255"}, {"0b101", 0, "5"}, {"017", 0, "15"}, {"0", 0, ""},
-      {"", 0, ""}, {" 0x12", 0, ""},  // blanks before a prefix are not skipped
-      {"\t12abc", 0, "12"}, {"zz", 36, "1295"}, {"12", 37, ""}, {"19", 9, "1"}, {"12", 1, ""},
-      {"-12", 2, ""}, {"-12", 8, ""}, {"-12", 10, ""}, {"-12", 16, ""}, {"-12", 36, ""},
+      {"  ff", 16, "255"},
+      {"0XFF", 0, "255"},
+      {"0b101", 0, "5"},
+      {"017", 0, "15"},
+      {"0", 0, ""},
+      {"", 0, ""},
+      {" 0x12", 0, ""},  // blanks before a prefix are not skipped
+      {"\t12abc", 0, "12"},
+      {"zz", 36, "1295"},
+      {"12", 37, ""},
+      {"19", 9, "1"},
+      {"12", 1, ""},
+      {"-12", 2, ""},
+      {"-12", 8, ""},
+      {"-12", 10, ""},
+      {"-12", 16, ""},
+      {"-12", 36, ""},
       // Ten digits and a minus sign right behind them: the top-bit word is not extended.
-      {"3000000000-", 0, "-1294967296"}, {"3000000000 -", 0, "3000000000"},
-      {"300000000-", 0, "300000000"}, {"30000000000-", 0, "30000000000"}};
+      {"3000000000-", 0, "-1294967296"},
+      {"3000000000 -", 0, "3000000000"},
+      {"300000000-", 0, "300000000"},
+      {"30000000000-", 0, "30000000000"}};
   for (auto [text, radix, dec] : rows) EXPECT_EQ(Dec(Parsed(text, radix)), dec) << text << radix;
 }
 

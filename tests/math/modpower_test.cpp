@@ -16,7 +16,7 @@ std::string Power(CBigInt base, CBigInt e, CBigInt n) {
 TEST(ModPower, EdgesSignsTextFormsAndTheBaseWrittenBack) {
   // Base, exponent, modulus and the result's text (0 prints as the empty text).
   const std::tuple<int, int, int, const char*> rows[] = {
-      {7, 0, 13, "1"}, {7, 0, 1, ""}, {7, -3, 7, "1"}, {5, 3, -7, "6"},
+      {7, 0, 13, "1"},  {7, 0, 1, ""},    {7, -3, 7, "1"}, {5, 3, -7, "6"},
       {-2, 1, 5, "-2"}, {-2, 3, 5, "-3"}, {-2, 2, 5, "4"}};
   for (auto [base, e, n, text] : rows) EXPECT_EQ(Power(base, e, n), text) << base << '^' << e;
   CModPower power;

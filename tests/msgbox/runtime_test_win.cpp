@@ -26,7 +26,12 @@ bool CloseGrayed(HWND dialog) {
 }
 
 // Stands in for the help viewer: WinHelp hands its request to the window of this class.
-struct { int calls; WORD command; LONG data; std::string file; } g_help;
+struct {
+  int calls;
+  WORD command;
+  LONG data;
+  std::string file;
+} g_help;
 
 LRESULT CALLBACK HelpViewerProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
   if (message != WM_COPYDATA) return DefWindowProcA(hwnd, message, wParam, lParam);
@@ -65,54 +70,71 @@ TEST(MessageDialogRuntime, Countdown) {
   std::vector<std::wstring> seen;
   const DWORD start = GetTickCount();
   TraceCapture trace;  // each tick writes a line
-  EXPECT_EQ(Drive("Countdown", MB_OKCANCEL, &p, [&](HWND dialog) {
-    for (std::wstring text; IsWindow(dialog); Sleep(20))
-      if ((text = ControlText(dialog, IDOK)).find(L" = ") != std::wstring::npos &&
-          (seen.empty() || seen.back() != text))
-        seen.push_back(text);
-  }), 0x80000001u);
+  EXPECT_EQ(Drive("Countdown", MB_OKCANCEL, &p,
+                  [&](HWND dialog) {
+                    for (std::wstring text; IsWindow(dialog); Sleep(20))
+                      if ((text = ControlText(dialog, IDOK)).find(L" = ") != std::wstring::npos &&
+                          (seen.empty() || seen.back() != text))
+                        seen.push_back(text);
+                  }),
+            0x80000001u);
   EXPECT_EQ(seen, (std::vector<std::wstring>{L"OK = 3", L"OK = 2", L"OK = 1"}));
   EXPECT_GE(GetTickCount() - start, 3500u);  // ends on the fourth tick
   EXPECT_NE(trace.Text().find("in WM_TIMER\n"), std::string::npos) << trace.Text();
 
   p.nTimeoutSeconds = 1;  // a ticked box comes back with the countdown's result
-  EXPECT_EQ(Drive("Ticked", MB_OK | MDS_DONTASKAGAIN, &p, [](HWND dialog) {
-    SendMessageA(GetDlgItem(dialog, ID_CHECKBOX), BM_SETCHECK, BST_CHECKED, 0);
-  }), 0x81000001u);
+  EXPECT_EQ(Drive("Ticked", MB_OK | MDS_DONTASKAGAIN, &p,
+                  [](HWND dialog) {
+                    SendMessageA(GetDlgItem(dialog, ID_CHECKBOX), BM_SETCHECK, BST_CHECKED, 0);
+                  }),
+            0x81000001u);
 
   // 1000 seconds or more are taken for 10; a click on the box, or on its check box, stops the
   // countdown for good.
-  const struct { int seconds, stop; const wchar_t* first; unsigned result; } runs[] = {
-      {1000, 0, L"OK = 10", IDOK}, {999, 0, L"OK = 999", IDOK},
-      {5, 1, L"&Yes = 5", 7u}, {5, ID_CHECKBOX, L"&Yes = 5", 0x02000007u}};
+  const struct {
+    int seconds, stop;
+    const wchar_t* first;
+    unsigned result;
+  } runs[] = {{1000, 0, L"OK = 10", IDOK},
+              {999, 0, L"OK = 999", IDOK},
+              {5, 1, L"&Yes = 5", 7u},
+              {5, ID_CHECKBOX, L"&Yes = 5", 0x02000007u}};
   for (const auto& r : runs) {
     p.nTimeoutSeconds = r.seconds;
     const unsigned style = r.stop ? MB_YESNO | MDS_DONTTELLAGAIN : MB_OK;
-    EXPECT_EQ(Drive("Counting", style, &p, [&](HWND dialog) {
-      const int first = r.stop ? IDYES : IDOK;
-      EXPECT_TRUE(WaitUntil([&] { return ControlText(dialog, first) == r.first; }, 3000));
-      if (r.stop == ID_CHECKBOX) Click(dialog, ID_CHECKBOX);
-      if (r.stop == 1) SendMessageA(dialog, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
-      if (r.stop) Sleep(2200);
-      EXPECT_EQ(ControlText(dialog, first), r.stop ? L"&Yes" : r.first);
-      Click(dialog, r.stop ? IDNO : IDOK);
-    }), r.result) << r.seconds;
+    EXPECT_EQ(
+        Drive("Counting", style, &p,
+              [&](HWND dialog) {
+                const int first = r.stop ? IDYES : IDOK;
+                EXPECT_TRUE(WaitUntil([&] { return ControlText(dialog, first) == r.first; }, 3000));
+                if (r.stop == ID_CHECKBOX) Click(dialog, ID_CHECKBOX);
+                if (r.stop == 1) SendMessageA(dialog, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
+                if (r.stop) Sleep(2200);
+                EXPECT_EQ(ControlText(dialog, first), r.stop ? L"&Yes" : r.first);
+                Click(dialog, r.stop ? IDNO : IDOK);
+              }),
+        r.result)
+        << r.seconds;
   }
 }
 
 TEST(MessageDialogRuntime, EscapeAndCloseFollowTheButtonSet) {
-  EXPECT_EQ(Drive("YesNo", MB_YESNO, nullptr, [](HWND dialog) {
-    EXPECT_TRUE(CloseGrayed(dialog));
-    Escape(dialog);  // does nothing here: the box would not come back with Yes
-    Sleep(500);
-    Click(dialog, IDYES);
-  }), IDYES);
+  EXPECT_EQ(Drive("YesNo", MB_YESNO, nullptr,
+                  [](HWND dialog) {
+                    EXPECT_TRUE(CloseGrayed(dialog));
+                    Escape(dialog);  // does nothing here: the box would not come back with Yes
+                    Sleep(500);
+                    Click(dialog, IDYES);
+                  }),
+            IDYES);
   for (unsigned set : {MB_OK, MB_OKCANCEL}) {  // neither carries the ticked box
-    EXPECT_EQ(Drive("Escape", set | MDS_DONTSHOWAGAIN, nullptr, [](HWND dialog) {
-      EXPECT_FALSE(CloseGrayed(dialog));
-      Click(dialog, ID_CHECKBOX);
-      Escape(dialog);
-    }), set == MB_OK ? IDOK : IDCANCEL);
+    EXPECT_EQ(Drive("Escape", set | MDS_DONTSHOWAGAIN, nullptr,
+                    [](HWND dialog) {
+                      EXPECT_FALSE(CloseGrayed(dialog));
+                      Click(dialog, ID_CHECKBOX);
+                      Escape(dialog);
+                    }),
+              set == MB_OK ? IDOK : IDCANCEL);
   }
 }
 
@@ -138,16 +160,19 @@ TEST(MessageDialogRuntime, CtrlCCopiesTheBoxAsTheSystemBoxDoes) {
        L"Yes   Yes to All   No   No to All"},
   };
   for (const auto& c : cases) {
-    Drive(c.title, c.style, c.p, [&](HWND dialog) {
-      if (c.style & MDS_DONTASKAGAIN)
-        SendMessageA(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(GetDlgItem(dialog, ID_CHECKBOX)),
-                     TRUE);
-      const std::wstring title(c.title, c.title + std::strlen(c.title));
-      EXPECT_EQ(CopyOf(dialog), msgbox_test::CopyText(title, c.message, c.buttons));
-      EXPECT_TRUE(IsWindowVisible(dialog)) << "copying leaves the box open";
-      PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
-      PostMessageA(dialog, WM_COMMAND, IDOK, 0);
-    }, c.text);
+    Drive(
+        c.title, c.style, c.p,
+        [&](HWND dialog) {
+          if (c.style & MDS_DONTASKAGAIN)
+            SendMessageA(dialog, WM_NEXTDLGCTL,
+                         reinterpret_cast<WPARAM>(GetDlgItem(dialog, ID_CHECKBOX)), TRUE);
+          const std::wstring title(c.title, c.title + std::strlen(c.title));
+          EXPECT_EQ(CopyOf(dialog), msgbox_test::CopyText(title, c.message, c.buttons));
+          EXPECT_TRUE(IsWindowVisible(dialog)) << "copying leaves the box open";
+          PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
+          PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+        },
+        c.text);
   }
 }
 
@@ -155,24 +180,28 @@ TEST(MessageDialogRuntime, DisabledPeriod) {
   MessageDialogParams p{};
   p.nDisabledSeconds = 1;
   const unsigned style = MB_OKCANCEL | MB_HELP | MDS_DONTASKAGAIN;
-  EXPECT_EQ(Drive("Disabled", style, &p, [](HWND dialog) {
-    const DWORD start = GetTickCount();
-    EXPECT_FALSE(Enabled(dialog, IDOK) || Enabled(dialog, IDCANCEL));
-    EXPECT_TRUE(Enabled(dialog, ID_HELPBUTTON) && Enabled(dialog, ID_CHECKBOX));
-    EXPECT_TRUE(CloseGrayed(dialog));
-    EXPECT_TRUE(WaitUntil([&] { return Enabled(dialog, IDOK); }, 3000));
-    EXPECT_GE(GetTickCount() - start, 700u);
-    EXPECT_TRUE(Enabled(dialog, IDCANCEL));
-    // Close comes back in the same timer message, just after the buttons.
-    EXPECT_TRUE(WaitUntil([&] { return !CloseGrayed(dialog); }, 1000));
-    Click(dialog, IDOK);
-  }), IDOK);
+  EXPECT_EQ(Drive("Disabled", style, &p,
+                  [](HWND dialog) {
+                    const DWORD start = GetTickCount();
+                    EXPECT_FALSE(Enabled(dialog, IDOK) || Enabled(dialog, IDCANCEL));
+                    EXPECT_TRUE(Enabled(dialog, ID_HELPBUTTON) && Enabled(dialog, ID_CHECKBOX));
+                    EXPECT_TRUE(CloseGrayed(dialog));
+                    EXPECT_TRUE(WaitUntil([&] { return Enabled(dialog, IDOK); }, 3000));
+                    EXPECT_GE(GetTickCount() - start, 700u);
+                    EXPECT_TRUE(Enabled(dialog, IDCANCEL));
+                    // Close comes back in the same timer message, just after the buttons.
+                    EXPECT_TRUE(WaitUntil([&] { return !CloseGrayed(dialog); }, 1000));
+                    Click(dialog, IDOK);
+                  }),
+            IDOK);
   p.nDisabledSeconds = -1;  // for good
-  EXPECT_EQ(Drive("Forever", style, &p, [](HWND dialog) {
-    Sleep(2500);
-    EXPECT_TRUE(!Enabled(dialog, IDOK) && CloseGrayed(dialog));
-    PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
-  }), IDCANCEL);
+  EXPECT_EQ(Drive("Forever", style, &p,
+                  [](HWND dialog) {
+                    Sleep(2500);
+                    EXPECT_TRUE(!Enabled(dialog, IDOK) && CloseGrayed(dialog));
+                    PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
+                  }),
+            IDCANCEL);
 }
 
 TEST(MessageDialogRuntime, HelpAndReportKeepTheDialogOpen) {
@@ -190,13 +219,15 @@ TEST(MessageDialogRuntime, HelpAndReportKeepTheDialogOpen) {
   for (int context : {42, 0}) {
     g_help = {};
     p.nHelpContextId = context;
-    EXPECT_EQ(Drive("Help", MB_OK | MB_HELP, &p, [](HWND dialog) {
-      Click(dialog, ID_HELPBUTTON);
-      Click(dialog, ID_REPORTBUTTON);  // returns once the callback has run
-      Sleep(300);
-      EXPECT_TRUE(IsWindowVisible(dialog));
-      Click(dialog, IDOK);
-    }), IDOK);
+    EXPECT_EQ(Drive("Help", MB_OK | MB_HELP, &p,
+                    [](HWND dialog) {
+                      Click(dialog, ID_HELPBUTTON);
+                      Click(dialog, ID_REPORTBUTTON);  // returns once the callback has run
+                      Sleep(300);
+                      EXPECT_TRUE(IsWindowVisible(dialog));
+                      Click(dialog, IDOK);
+                    }),
+              IDOK);
     EXPECT_EQ(g_help.calls, 1);
     EXPECT_EQ(g_help.command, context ? HELP_CONTEXT : HELP_PARTIALKEY);
     EXPECT_TRUE(!context || g_help.data == 42) << g_help.data;
@@ -231,8 +262,8 @@ TEST(MessageDialogRuntime, PlacementAndPaintedIcon) {
     Click(dialog, IDOK);
   });
   // Without an owner the box takes this thread's active window and centres on it.
-  HWND owner = CreateWindowA("STATIC", "owner", WS_POPUP | WS_VISIBLE, 300, 200, 640, 480,
-                             nullptr, nullptr, nullptr, nullptr);
+  HWND owner = CreateWindowA("STATIC", "owner", WS_POPUP | WS_VISIBLE, 300, 200, 640, 480, nullptr,
+                             nullptr, nullptr, nullptr);
   SetActiveWindow(owner);
   ASSERT_EQ(GetActiveWindow(), owner);
   Drive("Centred", MB_OK, nullptr, [&](HWND dialog) {
@@ -248,13 +279,15 @@ TEST(MessageDialogRuntime, PlacementAndPaintedIcon) {
 
 TEST(MessageDialogRuntime, SystemBoxAndFailedDialog) {
   // Hand and system-modal together: the system's own box, without the engine's controls.
-  EXPECT_EQ(Drive("Severe", MB_ICONHAND | MB_SYSTEMMODAL, nullptr, [](HWND dialog) {
-    EXPECT_EQ(GetDlgItem(dialog, ID_FIRSTTEXT), nullptr);
-    PostMessageA(dialog, WM_COMMAND, IDOK, 0);
-  }), IDOK);
+  EXPECT_EQ(Drive("Severe", MB_ICONHAND | MB_SYSTEMMODAL, nullptr,
+                  [](HWND dialog) {
+                    EXPECT_EQ(GetDlgItem(dialog, ID_FIRSTTEXT), nullptr);
+                    PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+                  }),
+            IDOK);
   // An owner that is not a window makes the dialog fail; the failure value comes back.
-  const int result = ShowMessageDialog(reinterpret_cast<HWND>(0x4321), "t", "Orphan",
-                                       MDS_NOSOUND, nullptr);
+  const int result =
+      ShowMessageDialog(reinterpret_cast<HWND>(0x4321), "t", "Orphan", MDS_NOSOUND, nullptr);
   EXPECT_TRUE(result == 0 || result == -1) << result;
 }
 
@@ -267,7 +300,8 @@ TEST(MessageDialogRuntime, ShownBoxesLeaveNoHandlesBehind) {
   auto boxes = [&](int n) {
     for (int i = 0; i < n; ++i)
       ASSERT_EQ(Drive("Hygiene", (i % 2 ? MB_ICONQUESTION : 0) | MDS_DONTASKAGAIN | MB_HELP,
-                      i % 2 ? nullptr : &p, [](HWND dialog) { Click(dialog, IDOK); }), IDOK);
+                      i % 2 ? nullptr : &p, [](HWND dialog) { Click(dialog, IDOK); }),
+                IDOK);
   };
   // The first boxes settle the process's lasting objects (classes, cached icons and fonts).
   ASSERT_NO_FATAL_FAILURE(boxes(20));

@@ -17,8 +17,8 @@ namespace {
 struct Item {
   int id;
   DWORD style;
-  bool button;              // else a static
-  int x, y, cx, cy;         // in the dialog's client area, in pixels
+  bool button;       // else a static
+  int x, y, cx, cy;  // in the dialog's client area, in pixels
   std::string caption;
 };
 
@@ -90,8 +90,10 @@ Template Build(const char* text, unsigned style, const MessageDialogParams* para
 }  // namespace
 
 TEST(MessageDialogTemplate, StylesTitleAndItems) {
-  const Template t = Build("Save the changes?", MB_YESNOCANCEL | MB_ICONQUESTION | MB_HELP |
-                           MDS_DONTASKAGAIN | MDS_NORESOURCE | MB_DEFBUTTON2, nullptr, "A box");
+  const Template t = Build("Save the changes?",
+                           MB_YESNOCANCEL | MB_ICONQUESTION | MB_HELP | MDS_DONTASKAGAIN |
+                               MDS_NORESOURCE | MB_DEFBUTTON2,
+                           nullptr, "A box");
   EXPECT_EQ(t.style, 0x90C80880u);
   EXPECT_EQ(t.title, "A box");
   ASSERT_EQ(t.ids, (std::vector<int>{1000, 1001, 6, 7, 2, 300, 5555}));
@@ -166,8 +168,9 @@ TEST(MessageDialogTemplate, ButtonSetsAndDefaultButton) {
   for (const char* button : {"Help", "Report"}) {
     TraceCapture trace;
     const bool help = button[0] == 'H';
-    EXPECT_EQ(Build("t", MB_OK | MB_DEFBUTTON2 | (help ? MB_HELP : 0), help ? nullptr : &p)
-                  .DefaultId(), help ? 300 : 301);
+    EXPECT_EQ(
+        Build("t", MB_OK | MB_DEFBUTTON2 | (help ? MB_HELP : 0), help ? nullptr : &p).DefaultId(),
+        help ? 300 : 301);
     const std::string error = std::string("ERROR:  ") + button + " button cannot be default";
     EXPECT_NE(trace.Text().find(error), std::string::npos) << trace.Text();
   }
@@ -180,8 +183,8 @@ TEST(MessageDialogTemplate, ButtonSetsAndDefaultButton) {
   std::strcpy(p.szCustomButtons, "Save\nDiscard\n\nLater\nNever\nMaybe");
   const Template custom = Build("t", MB_YESNOCANCEL | MDS_YESTOALL, &p);
   EXPECT_EQ(custom.ids, (std::vector<int>{1001, 23, 24, 25, 26, 301}));
-  EXPECT_EQ(custom.captions, (std::vector<std::string>{"t", "Save", "Discard", "Later", "Never",
-                                                         "Re&port"}));
+  EXPECT_EQ(custom.captions,
+            (std::vector<std::string>{"t", "Save", "Discard", "Later", "Never", "Re&port"}));
   p.hStringModule = TestResources();
   p.nCustomButtonsId = IDS_TEST_CUSTOM;
   EXPECT_EQ(Build("t", MB_OK, &p).captions,
@@ -198,10 +201,25 @@ TEST(MessageDialogTemplate, CaptionMessageAndTitleSources) {
   for (int i = 0; i < kButtonCaptionCount; ++i)  // 9016 is never read
     EXPECT_EQ(module.ButtonCaption(i)[0], i == CAPTION_REPORT ? 'R' : 'L') << i;
   EXPECT_STREQ(module.ButtonCaption(CAPTION_IGNOREALL), "L-IgnoreAll");
-  const char* english[] = {"&Abort", "Cancel", "&Continue", "Don't ask me again",
-                           "Don't tell me again", "Don't show again", "&Help", "&Ignore",
-                           "I&gnore All", "&No", "N&o to All", "OK", "Re&port", "&Retry",
-                           "&Skip", "S&kip All", "&Try Again", "&Yes", "Y&es to All"};
+  const char* english[] = {"&Abort",
+                           "Cancel",
+                           "&Continue",
+                           "Don't ask me again",
+                           "Don't tell me again",
+                           "Don't show again",
+                           "&Help",
+                           "&Ignore",
+                           "I&gnore All",
+                           "&No",
+                           "N&o to All",
+                           "OK",
+                           "Re&port",
+                           "&Retry",
+                           "&Skip",
+                           "S&kip All",
+                           "&Try Again",
+                           "&Yes",
+                           "Y&es to All"};
   CXDialogTemplate builtIn(nullptr, "t", "c", MB_OK | MDS_NORESOURCE, &p);
   for (int i = 0; i < kButtonCaptionCount; ++i) EXPECT_STREQ(builtIn.ButtonCaption(i), english[i]);
   // The caller's captions go in as they stand; a Report caption from the module wins, then the
@@ -214,10 +232,11 @@ TEST(MessageDialogTemplate, CaptionMessageAndTitleSources) {
   const Template user = Build("t", MB_YESNO, &p);
   EXPECT_EQ(user.ids, (std::vector<int>{1001, IDYES, IDNO, 301}));
   EXPECT_EQ(user.captions, (std::vector<std::string>{"t", "", "Nope", "Send it"}));
-  EXPECT_EQ(trace.Text(), "in CXDialogTemplate::LoadButtonStringsFromResources\n"
-                        "in CXDialogTemplate::LoadButtonStrings\n"
-                        "in CXDialogTemplate::LoadButtonStrings\n"
-                        "in CXDialogTemplate::LoadUserDefinedButtonStrings\n");
+  EXPECT_EQ(trace.Text(),
+            "in CXDialogTemplate::LoadButtonStringsFromResources\n"
+            "in CXDialogTemplate::LoadButtonStrings\n"
+            "in CXDialogTemplate::LoadButtonStrings\n"
+            "in CXDialogTemplate::LoadUserDefinedButtonStrings\n");
   p.nReportCaptionId = 9999;
   std::strcpy(p.szReportCaption, "Text report");
   EXPECT_EQ(Build("t", MB_OK, &p).Find(301)->caption, "Text report");

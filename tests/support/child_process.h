@@ -17,7 +17,7 @@
 struct ChildExit {
   bool started = false;
   unsigned long startError = 0;  // why the start failed (GetLastError; errno elsewhere)
-  bool finished = false;   // within the time allowed; a child still running then is ended
+  bool finished = false;         // within the time allowed; a child still running then is ended
   unsigned long code = 0;  // the exit code; on POSIX the signal that ended the child, if one did
 };
 

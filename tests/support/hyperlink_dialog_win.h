@@ -19,8 +19,8 @@ struct Links {
 inline const DLGTEMPLATE* Template(WORD (&buffer)[64]) {
   *reinterpret_cast<DLGTEMPLATE*>(buffer) = {};
   auto* tmpl = reinterpret_cast<DLGTEMPLATE*>(buffer);
-  tmpl->style = DS_SETFONT | DS_MODALFRAME | DS_CENTER | WS_POPUP | WS_VISIBLE | WS_CAPTION |
-                WS_SYSMENU;
+  tmpl->style =
+      DS_SETFONT | DS_MODALFRAME | DS_CENTER | WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU;
   tmpl->cx = 240;
   tmpl->cy = 90;
   WORD* p = reinterpret_cast<WORD*>(tmpl + 1);
@@ -39,10 +39,9 @@ inline const DLGTEMPLATE* Template(WORD (&buffer)[64]) {
 inline HWND AddStatic(HWND dialog, const char* text, int id, int x, int y, int width) {
   const int dpi = ::GetDeviceCaps(deskaid::ScopedWindowDC(nullptr), LOGPIXELSY);
   auto px = [dpi](int pixels) { return ::MulDiv(pixels, dpi, 96); };
-  HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | SS_LEFT, px(x),
-                                   px(y), px(width), px(18), dialog,
-                                   reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
-                                   ::GetModuleHandleA(nullptr), nullptr);
+  HWND control = ::CreateWindowExA(
+      0, "STATIC", text, WS_CHILD | WS_VISIBLE | SS_LEFT, px(x), px(y), px(width), px(18), dialog,
+      reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), ::GetModuleHandleA(nullptr), nullptr);
   ::SendMessageA(control, WM_SETFONT, ::SendMessageA(dialog, WM_GETFONT, 0, 0), FALSE);
   return control;
 }

@@ -37,14 +37,16 @@ WalkResults WalkThroughKnownChain(CSymbolEngine& engine) {
 }
 
 #ifndef _WIN32
-extern "C" PROBE_NOINLINE void ContextChainInner(CSymbolEngine* engine, std::vector<StackFrameEntry>* frames) {
+extern "C" PROBE_NOINLINE void ContextChainInner(CSymbolEngine* engine,
+                                                 std::vector<StackFrameEntry>* frames) {
   SymContext context{reinterpret_cast<uintptr_t>(&ContextChainInner),
                      reinterpret_cast<uintptr_t>(__builtin_frame_address(0)), 0};
   engine->StackWalk(*frames, 0, nullptr, &context);
   g_depth = g_depth + 1;
 }
 
-extern "C" PROBE_NOINLINE void ContextChainOuter(CSymbolEngine* engine, std::vector<StackFrameEntry>* frames) {
+extern "C" PROBE_NOINLINE void ContextChainOuter(CSymbolEngine* engine,
+                                                 std::vector<StackFrameEntry>* frames) {
   ContextChainInner(engine, frames);
   g_depth = g_depth + 1;
 }

@@ -17,7 +17,11 @@ class LinkDialog {
  public:
   // What the children sent: WM_COMMAND, and WM_NOTIFY with NM_CLICK, and the sender of the last
   // one with its identifier (for WM_COMMAND the whole WPARAM). Zeroed by each dialog.
-  struct Record { int commands, notifies; HWND from; UINT_PTR id; };
+  struct Record {
+    int commands, notifies;
+    HWND from;
+    UINT_PTR id;
+  };
   static inline Record record;
 
   LinkDialog() {

@@ -55,7 +55,8 @@ inline std::wstring TextOf(HWND window) {
 // The room `text` takes in `control`'s font, drawn with `format` within `width`.
 inline SIZE Needed(HWND control, const std::wstring& text, UINT format, int width) {
   deskaid::ScopedWindowDC dc(control);
-  deskaid::ScopedSelection font(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
+  deskaid::ScopedSelection font(dc,
+                                reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
   RECT r = {0, 0, width, 0};
   DrawTextW(dc, text.c_str(), static_cast<int>(text.size()), &r, format | DT_CALCRECT);
   return {r.right, r.bottom};
@@ -70,15 +71,17 @@ inline std::wstring CopyOf(HWND dialog) {
   for (BYTE key : {BYTE{VK_CONTROL}, BYTE{'C'}}) keybd_event(key, 0, 0, 0);
   for (BYTE key : {BYTE{'C'}, BYTE{VK_CONTROL}}) keybd_event(key, 0, KEYEVENTF_KEYUP, 0);
   std::wstring text;
-  WaitUntil([&] {
-    if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
-    if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
-      text = static_cast<const wchar_t*>(GlobalLock(data));
-      GlobalUnlock(data);
-    }
-    CloseClipboard();
-    return true;
-  }, 2000);
+  WaitUntil(
+      [&] {
+        if (GetClipboardSequenceNumber() == since || !OpenClipboard(nullptr)) return false;
+        if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
+          text = static_cast<const wchar_t*>(GlobalLock(data));
+          GlobalUnlock(data);
+        }
+        CloseClipboard();
+        return true;
+      },
+      2000);
   return text;
 }
 

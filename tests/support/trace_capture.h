@@ -8,9 +8,9 @@
 
 struct TraceCapture {
   TraceCapture() {
-    SetDebugTraceSink([](const char* line, void* self) {
-      static_cast<TraceCapture*>(self)->lines.push_back(line);
-    }, this);
+    SetDebugTraceSink([](const char* line,
+                         void* self) { static_cast<TraceCapture*>(self)->lines.push_back(line); },
+                      this);
   }
   ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
   TraceCapture(const TraceCapture&) = delete;

@@ -84,7 +84,10 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
   const std::string marker = probe + ".marker";
   ::DeleteFileA(marker.c_str());
   const struct {
-    DWORD style; const char* target; int commands, notifies; bool visited;
+    DWORD style;
+    const char* target;
+    int commands, notifies;
+    bool visited;
   } modes[] = {
       {0, probe.c_str(), 0, 0, true},
       {0, "C:\\deskaid-missing\\nothing-here.exe", 0, 0, false},
@@ -116,8 +119,9 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
     EXPECT_EQ(0, grey.Count(kPurple) + grey.Count(kBlue));
     EXPECT_GE(grey.LongestRun(::GetSysColor(COLOR_GRAYTEXT)), link.GetLinkRect().right - 2);
   }
-  EXPECT_TRUE(WaitUntil([&] {
-    return ::GetFileAttributesA(marker.c_str()) != INVALID_FILE_ATTRIBUTES; }, 10000)) << marker;
+  EXPECT_TRUE(WaitUntil(
+      [&] { return ::GetFileAttributesA(marker.c_str()) != INVALID_FILE_ATTRIBUTES; }, 10000))
+      << marker;
   ::DeleteFileA(marker.c_str());
 }
 

@@ -31,9 +31,16 @@ class BrowserColours : public ::testing::Test {
 TEST_F(BrowserColours, ValidTextsReplaceTheDefaults) {
   const char full[] = {'1', ',', '2', ',', '3', '3', '3', '3', '3', '3', '3', '3'};
   const DWORD number = 0x00123456;
-  const struct Value { DWORD type; const void* data; DWORD size; } none{REG_SZ, "", 1};
+  const struct Value {
+    DWORD type;
+    const void* data;
+    DWORD size;
+  } none{REG_SZ, "", 1};
   auto text = [](const char* t) { return Value{REG_SZ, t, static_cast<DWORD>(lstrlenA(t) + 1)}; };
-  const struct { Value link, visited; COLORREF expectLink, expectVisited; } cases[] = {
+  const struct {
+    Value link, visited;
+    COLORREF expectLink, expectVisited;
+  } cases[] = {
       {text("0,128,255"), text("255,255,255"), 0x00FF8000, 0x00FFFFFF},  // the longest that fits
       {text(",,x"), none, 0, kPurple},
       {text("-2,256,-1"), text(" 1, 2,3 x"), RGB(254, 0, 255), RGB(1, 2, 3)},
@@ -46,13 +53,14 @@ TEST_F(BrowserColours, ValidTextsReplaceTheDefaults) {
   for (const auto& c : cases) {
     for (int i = 0; i < 2; ++i) {
       const Value& v = i ? c.visited : c.link;
-      ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueA(HKEY_CURRENT_USER, kSettings, kNames[i], v.type,
-                                                 v.data, v.size));
+      ASSERT_EQ(ERROR_SUCCESS,
+                ::RegSetKeyValueA(HKEY_CURRENT_USER, kSettings, kNames[i], v.type, v.data, v.size));
     }
     CHyperLinkEx link;  // the colours a freshly attached control ends up with
     ::DestroyWindow(m_dialog.Attach(link, "colours", 0, 1));
     EXPECT_EQ(std::make_pair(c.expectLink, c.expectVisited),
-              std::make_pair(link.GetLinkColor(), link.GetVisitedColor())) << &c - cases;
+              std::make_pair(link.GetLinkColor(), link.GetVisitedColor()))
+        << &c - cases;
   }
   EXPECT_EQ(0xFFFFFFFFu, CHyperLinkEx::ParseColorText(nullptr));
 }

@@ -38,9 +38,9 @@ void StreamCopyScalar(void* to, const void* from, size_t size) { std::memcpy(to,
 void StreamZeroScalar(void* to, size_t size) { std::memset(to, 0, size); }
 void StreamFenceScalar() {}
 
-constexpr Kernels kScalarKernels = {Path::kScalar,       EncodeBlocksScalar, DecodeBlocksScalar,
-                                    CopyAndDecodeBlocksScalar, CopyUnskippedScalar,
-                                    StreamCopyScalar,    StreamZeroScalar,   StreamFenceScalar};
+constexpr Kernels kScalarKernels = {
+    Path::kScalar,       EncodeBlocksScalar, DecodeBlocksScalar, CopyAndDecodeBlocksScalar,
+    CopyUnskippedScalar, StreamCopyScalar,   StreamZeroScalar,   StreamFenceScalar};
 
 #if defined(DESKAID_BASE64_X86)
 
@@ -105,10 +105,10 @@ DESKAID_SSE2 void StreamFenceSse2() { _mm_sfence(); }
 // the fields of each word to the byte they belong in.
 DESKAID_SSSE3 inline __m128i SplitBlock(__m128i in) {
   in = _mm_shuffle_epi8(in, _mm_set_epi8(10, 11, 9, 10, 7, 8, 6, 7, 4, 5, 3, 4, 1, 2, 0, 1));
-  const __m128i first = _mm_mulhi_epu16(_mm_and_si128(in, _mm_set1_epi32(0x0FC0FC00)),
-                                        _mm_set1_epi32(0x04000040));
-  const __m128i second = _mm_mullo_epi16(_mm_and_si128(in, _mm_set1_epi32(0x003F03F0)),
-                                         _mm_set1_epi32(0x01000010));
+  const __m128i first =
+      _mm_mulhi_epu16(_mm_and_si128(in, _mm_set1_epi32(0x0FC0FC00)), _mm_set1_epi32(0x04000040));
+  const __m128i second =
+      _mm_mullo_epi16(_mm_and_si128(in, _mm_set1_epi32(0x003F03F0)), _mm_set1_epi32(0x01000010));
   return _mm_or_si128(first, second);
 }
 
@@ -118,9 +118,9 @@ DESKAID_SSSE3 inline __m128i ValuesToText(__m128i values) {
   __m128i range = _mm_subs_epu8(values, _mm_set1_epi8(51));  // 0 up to 51, then 1 to 12
   const __m128i upper = _mm_cmpgt_epi8(_mm_set1_epi8(26), values);
   range = _mm_or_si128(range, _mm_and_si128(upper, _mm_set1_epi8(13)));
-  const __m128i offsets = _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-                                        '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-                                        '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
+  const __m128i offsets =
+      _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                    '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
   return _mm_add_epi8(values, _mm_shuffle_epi8(offsets, range));
 }
 
@@ -196,9 +196,9 @@ DESKAID_SSSE3 uint32_t CopyAndDecodeBlocksSsse3(const char* in, uint32_t length,
   return i;
 }
 
-constexpr Kernels kSsse3Kernels = {Path::kSsse3,     EncodeBlocksSsse3, DecodeBlocksSsse3,
-                                   CopyAndDecodeBlocksSsse3, CopyUnskippedSse2,
-                                   StreamCopySse2,   StreamZeroSse2,    StreamFenceSse2};
+constexpr Kernels kSsse3Kernels = {
+    Path::kSsse3,      EncodeBlocksSsse3, DecodeBlocksSsse3, CopyAndDecodeBlocksSsse3,
+    CopyUnskippedSse2, StreamCopySse2,    StreamZeroSse2,    StreamFenceSse2};
 
 // ---------------------------------------------------------------------------------------------
 // AVX2: the same steps on 32 characters at a time, one block of 16 per 128-bit lane. Each kernel
@@ -210,12 +210,10 @@ DESKAID_AVX2 inline __m256i Broadcast(__m128i lane) {
 }
 
 DESKAID_AVX2 uint32_t EncodeBlocksAvx2(const unsigned char* in, uint32_t length, char* out) {
-  const __m256i order =
-      Broadcast(_mm_set_epi8(10, 11, 9, 10, 7, 8, 6, 7, 4, 5, 3, 4, 1, 2, 0, 1));
-  const __m256i offsets = Broadcast(_mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52,
-                                                  '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-                                                  '0' - 52, '0' - 52, '0' - 52, '+' - 62,
-                                                  '/' - 63, 'A', 0, 0));
+  const __m256i order = Broadcast(_mm_set_epi8(10, 11, 9, 10, 7, 8, 6, 7, 4, 5, 3, 4, 1, 2, 0, 1));
+  const __m256i offsets = Broadcast(_mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                                                  '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                                                  '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0));
   uint32_t i = 0;
   // Two blocks of 12 bytes, each loaded as 16 into its lane: 28 bytes must be readable.
   for (; i + 28 <= length; i += 24, out += 32) {
@@ -223,8 +221,8 @@ DESKAID_AVX2 uint32_t EncodeBlocksAvx2(const unsigned char* in, uint32_t length,
         _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i))),
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 12)), 1);
     block = _mm256_shuffle_epi8(block, order);
-    const __m256i first = _mm256_mulhi_epu16(
-        _mm256_and_si256(block, _mm256_set1_epi32(0x0FC0FC00)), _mm256_set1_epi32(0x04000040));
+    const __m256i first = _mm256_mulhi_epu16(_mm256_and_si256(block, _mm256_set1_epi32(0x0FC0FC00)),
+                                             _mm256_set1_epi32(0x04000040));
     const __m256i second = _mm256_mullo_epi16(
         _mm256_and_si256(block, _mm256_set1_epi32(0x003F03F0)), _mm256_set1_epi32(0x01000010));
     const __m256i values = _mm256_or_si256(first, second);
@@ -299,9 +297,9 @@ DESKAID_AVX2 uint32_t CopyUnskippedAvx2(const char* in, uint32_t length, char* o
   return i + CopyUnskippedSse2(in + i, length - i, out + i);
 }
 
-constexpr Kernels kAvx2Kernels = {Path::kAvx2,     EncodeBlocksAvx2, DecodeBlocksAvx2,
-                                  CopyAndDecodeBlocksAvx2, CopyUnskippedAvx2,
-                                  StreamCopySse2,  StreamZeroSse2,   StreamFenceSse2};
+constexpr Kernels kAvx2Kernels = {
+    Path::kAvx2,       EncodeBlocksAvx2, DecodeBlocksAvx2, CopyAndDecodeBlocksAvx2,
+    CopyUnskippedAvx2, StreamCopySse2,   StreamZeroSse2,   StreamFenceSse2};
 
 #endif  // DESKAID_BASE64_X86
 
@@ -320,16 +318,12 @@ std::atomic<const Kernels*> g_active{nullptr};
 
 bool Supports(Path path) {
   switch (path) {
-    case Path::kScalar:
-      return true;
+    case Path::kScalar: return true;
 #if defined(DESKAID_BASE64_X86)
-    case Path::kSsse3:
-      return Cpu().ssse3;
-    case Path::kAvx2:
-      return Cpu().avx2;
+    case Path::kSsse3: return Cpu().ssse3;
+    case Path::kAvx2: return Cpu().avx2;
 #endif
-    default:
-      return false;
+    default: return false;
   }
 }
 

@@ -30,8 +30,7 @@ struct Kernels {
 
   // decodeBlocks over characters taken from `in`, which are also copied to `copy`, block by
   // block. A block holding a character the decoder skips is refused like any other foreign one.
-  uint32_t (*copyAndDecodeBlocks)(const char* in, uint32_t length, char* copy,
-                                  unsigned char* out);
+  uint32_t (*copyAndDecodeBlocks)(const char* in, uint32_t length, char* copy, unsigned char* out);
 
   // Copies blocks of 16 characters that hold no character the decoder skips (7 to 13, 32);
   // stops at the first block that does or when fewer than 16 remain. Returns the number copied.

@@ -20,7 +20,6 @@ constexpr char kPathSeparator = '\\';
 constexpr char kPathSeparator = '/';
 #endif
 
-
 // Whether `c` separates the folders of a path: '\\' and '/' on Windows, '/' elsewhere.
 bool IsPathSeparator(char c);
 // The length of the drive that starts `path` ("C:" on Windows), 0 when it has none.

@@ -11,9 +11,7 @@ namespace platform {
 
 bool IsPathSeparator(char c) { return c == '\\' || c == '/'; }
 
-size_t DriveLength(const char* path) {
-  return path[0] != '\0' && path[1] == ':' ? 2 : 0;
-}
+size_t DriveLength(const char* path) { return path[0] != '\0' && path[1] == ':' ? 2 : 0; }
 
 bool ExecutablePath(char* buffer, size_t size) {
   if (size == 0) return false;

@@ -22,7 +22,8 @@ namespace {
 // Whether a[0..n) fits in `count` 32-bit words.
 [[maybe_unused]] bool FitsInWords(const Limb* a, size_t n, size_t count) {
   for (size_t i = count; i < n * kWordsPerLimb; ++i) {
-    if (static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb))) != 0) return false;
+    if (static_cast<uint32_t>(a[i / kWordsPerLimb] >> (32 * (i % kWordsPerLimb))) != 0)
+      return false;
   }
   return true;
 }
@@ -41,8 +42,12 @@ int LeadingZeros(Limb x) {
 void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   // Longer operand in the inner loop.
   if (na < nb) {
-    const Limb* t = a; a = b; b = t;
-    size_t tn = na; na = nb; nb = tn;
+    const Limb* t = a;
+    a = b;
+    b = t;
+    size_t tn = na;
+    na = nb;
+    nb = tn;
   }
   ProductRows(r, a, na, b, nb);
 }
@@ -59,8 +64,12 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
 
 void MultiplyAny(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   if (na < nb) {
-    const Limb* t = a; a = b; b = t;
-    size_t tn = na; na = nb; nb = tn;
+    const Limb* t = a;
+    a = b;
+    b = t;
+    size_t tn = na;
+    na = nb;
+    nb = tn;
   }
   if (nb < kKaratsubaThreshold) {
     Schoolbook(r, a, na, b, nb);
@@ -108,8 +117,8 @@ void NegateSigned(Limb* x, size_t w) {
 
 // The values of x0 + x1 t + x2 t^2 (x of n limbs, pieces of k, k and n - 2k limbs) at t = 1, -1
 // and -2, each as k+1 limbs of magnitude, with the signs of the last two.
-void EvaluateToom3(const Limb* x, size_t n, size_t k, Limb* at1, Limb* atMinus1, bool* minus1Negative,
-                   Limb* atMinus2, bool* minus2Negative) {
+void EvaluateToom3(const Limb* x, size_t n, size_t k, Limb* at1, Limb* atMinus1,
+                   bool* minus1Negative, Limb* atMinus2, bool* minus2Negative) {
   const size_t p = k + 1;
   LimbVector even(p, 0), odd(p, 0), high(p, 0);
   std::copy(x, x + k, even.begin());
@@ -328,8 +337,8 @@ namespace {
 // The quotient limb of (u1, u0) by a divisor with its top bit set, given its reciprocal
 // floor((base^2 - 1) / d) - base; requires u1 < d. Two products instead of a double-limb division.
 inline Limb DivideTwoByOne(Limb u1, Limb u0, Limb d, Limb inverse, Limb* rem) {
-  const DoubleLimb t = static_cast<DoubleLimb>(inverse) * u1 +
-                       ((static_cast<DoubleLimb>(u1) << kLimbBits) | u0);
+  const DoubleLimb t =
+      static_cast<DoubleLimb>(inverse) * u1 + ((static_cast<DoubleLimb>(u1) << kLimbBits) | u0);
   Limb q = static_cast<Limb>(t >> kLimbBits) + 1;
   Limb r = u0 - q * d;
   if (r > static_cast<Limb>(t)) {
@@ -351,8 +360,8 @@ Limb DivideSingle(Limb* q, const Limb* u, size_t n, Limb d) {
   if (n == 0) return 0;
   const int s = LeadingZeros(d);
   const Limb dn = d << s;
-  const Limb inverse = static_cast<Limb>(
-      ((static_cast<DoubleLimb>(~dn) << kLimbBits) | ~static_cast<Limb>(0)) / dn);
+  const Limb inverse =
+      static_cast<Limb>(((static_cast<DoubleLimb>(~dn) << kLimbBits) | ~static_cast<Limb>(0)) / dn);
   Limb rem = 0;
   if (s == 0) {
     for (size_t i = n; i-- > 0;) q[i] = DivideTwoByOne(rem, u[i], dn, inverse, &rem);
@@ -584,14 +593,23 @@ void DivMod(const LimbVector& u, const LimbVector& v, LimbVector* q, LimbVector*
   assert(!v.empty() && v.back() != 0);
   if (u.size() < v.size()) {
     if (q) q->clear();
-    if (r) { *r = u; Trim(*r); }
+    if (r) {
+      *r = u;
+      Trim(*r);
+    }
     return;
   }
   LimbVector qq(u.size() - v.size() + 1), rr(v.size());
   DivideRemainder(q ? qq.data() : nullptr, r ? rr.data() : nullptr, u.data(), u.size(), v.data(),
                   v.size());
-  if (q) { Trim(qq); *q = std::move(qq); }
-  if (r) { Trim(rr); *r = std::move(rr); }
+  if (q) {
+    Trim(qq);
+    *q = std::move(qq);
+  }
+  if (r) {
+    Trim(rr);
+    *r = std::move(rr);
+  }
 }
 
 }  // namespace limbs

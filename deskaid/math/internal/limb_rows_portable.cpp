@@ -1,6 +1,7 @@
 // The multiply-and-add rows in C, for the builds without assembly rows: MSVC's, other processors',
-// and those asked for with DESKAID_PORTABLE_LIMBS or DESKAID_NARROW_LIMBS (see limb_rows.h). Without
-// a second carry chain in the processor, two multiplier limbs a pass halve the loads and stores.
+// and those asked for with DESKAID_PORTABLE_LIMBS or DESKAID_NARROW_LIMBS (see limb_rows.h).
+// Without a second carry chain in the processor, two multiplier limbs a pass halve the loads and
+// stores.
 #include <cassert>
 #include <cstring>
 
@@ -22,7 +23,8 @@ void AddMul2(Limb* r, const Limb* a, size_t n, Limb m0, Limb m1, Limb hi[2]) {
   for (size_t i = 0; i < n; ++i) {
     const DoubleLimb t = static_cast<DoubleLimb>(a[i]) * m0 + r[i] + lo;
     r[i] = static_cast<Limb>(t);
-    const DoubleLimb u = static_cast<DoubleLimb>(a[i]) * m1 + static_cast<Limb>(t >> kLimbBits) + high;
+    const DoubleLimb u =
+        static_cast<DoubleLimb>(a[i]) * m1 + static_cast<Limb>(t >> kLimbBits) + high;
     lo = static_cast<Limb>(u);
     high = static_cast<Limb>(u >> kLimbBits);
   }

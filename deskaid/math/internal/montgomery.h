@@ -31,13 +31,13 @@ class MontgomeryField {
   void Reduce(limbs::Limb* r);  // limb form: reduces m_t into r
 
   limbs::LimbVector m_n;
-  limbs::Limb m_inverse;               // -n^-1 mod the limb base
-  size_t m_size;                       // limbs of an element
-  limbs::LimbVector m_rr;              // R^2 mod n, in the element form
-  limbs::LimbVector m_t;               // limb form: scratch of 2n+1 limbs
-  ifma::Product m_digits = nullptr;    // digit form: its product; null in the limb form
-  size_t m_digitCount = 0;             // digit form: digits of an element
-  limbs::LimbVector m_nDigits;         // digit form: the modulus
+  limbs::Limb m_inverse;             // -n^-1 mod the limb base
+  size_t m_size;                     // limbs of an element
+  limbs::LimbVector m_rr;            // R^2 mod n, in the element form
+  limbs::LimbVector m_t;             // limb form: scratch of 2n+1 limbs
+  ifma::Product m_digits = nullptr;  // digit form: its product; null in the limb form
+  size_t m_digitCount = 0;           // digit form: digits of an element
+  limbs::LimbVector m_nDigits;       // digit form: the modulus
 };
 
 // Whether Montgomery products use the digit form where the processor offers it (the default);

@@ -96,9 +96,9 @@ DESKAID_IFMA void ProductOf(uint64_t* r, const uint64_t* a, const uint64_t* b, c
   }
 }
 
-constexpr Product kProducts[kMaxVectors] = {
-    ProductOf<1>, ProductOf<2>, ProductOf<3>, ProductOf<4>, ProductOf<5>,
-    ProductOf<6>, ProductOf<7>, ProductOf<8>, ProductOf<9>, ProductOf<10>};
+constexpr Product kProducts[kMaxVectors] = {ProductOf<1>, ProductOf<2>, ProductOf<3>, ProductOf<4>,
+                                            ProductOf<5>, ProductOf<6>, ProductOf<7>, ProductOf<8>,
+                                            ProductOf<9>, ProductOf<10>};
 
 #endif
 

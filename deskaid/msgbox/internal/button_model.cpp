@@ -21,12 +21,18 @@ const ButtonSetRow kButtonSets[10] = {
     {{{IDYES, CAPTION_YES}, {IDNO, CAPTION_NO}}, 2, 2, 0},
     {{{IDRETRY, CAPTION_RETRY}, {IDCANCEL, CAPTION_CANCEL}}, 2, 2, kCloseHasCancel},
     {{{IDCANCEL, CAPTION_CANCEL}, {IDTRYAGAIN, CAPTION_TRYAGAIN}, {IDCONTINUE, CAPTION_CONTINUE}},
-     3, 3, kCloseHasCancel},
+     3,
+     3,
+     kCloseHasCancel},
     {{{IDCONTINUE, CAPTION_CONTINUE}, {IDABORT, CAPTION_ABORT}}, 2, 2, 0},
     {{{IDSKIP, CAPTION_SKIP}, {IDSKIPALL, CAPTION_SKIPALL}, {IDCANCEL, CAPTION_CANCEL}},
-     3, 3, kCloseHasCancel},
+     3,
+     3,
+     kCloseHasCancel},
     {{{IDIGNORE, CAPTION_IGNORE}, {IDIGNOREALL, CAPTION_IGNOREALL}, {IDCANCEL, CAPTION_CANCEL}},
-     3, 3, kCloseHasCancel},
+     3,
+     3,
+     kCloseHasCancel},
 };
 
 }  // namespace

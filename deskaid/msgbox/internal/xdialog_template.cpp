@@ -72,15 +72,15 @@ constexpr int kCheckBoxHeight = 16;
 constexpr int kCheckBoxBottomMargin = 24;
 
 char (ButtonCaptionSet::*const kUserCaptionFields[kButtonCaptionCount])[260] = {
-    &ButtonCaptionSet::szAbort,        &ButtonCaptionSet::szCancel,
-    &ButtonCaptionSet::szContinue,     &ButtonCaptionSet::szDontAskAgain,
+    &ButtonCaptionSet::szAbort,         &ButtonCaptionSet::szCancel,
+    &ButtonCaptionSet::szContinue,      &ButtonCaptionSet::szDontAskAgain,
     &ButtonCaptionSet::szDontTellAgain, &ButtonCaptionSet::szDontShowAgain,
-    &ButtonCaptionSet::szHelp,         &ButtonCaptionSet::szIgnore,
-    &ButtonCaptionSet::szIgnoreAll,    &ButtonCaptionSet::szNo,
-    &ButtonCaptionSet::szNoToAll,      &ButtonCaptionSet::szOK,
-    &ButtonCaptionSet::szReport,       &ButtonCaptionSet::szRetry,
-    &ButtonCaptionSet::szSkip,         &ButtonCaptionSet::szSkipAll,
-    &ButtonCaptionSet::szTryAgain,     &ButtonCaptionSet::szYes,
+    &ButtonCaptionSet::szHelp,          &ButtonCaptionSet::szIgnore,
+    &ButtonCaptionSet::szIgnoreAll,     &ButtonCaptionSet::szNo,
+    &ButtonCaptionSet::szNoToAll,       &ButtonCaptionSet::szOK,
+    &ButtonCaptionSet::szReport,        &ButtonCaptionSet::szRetry,
+    &ButtonCaptionSet::szSkip,          &ButtonCaptionSet::szSkipAll,
+    &ButtonCaptionSet::szTryAgain,      &ButtonCaptionSet::szYes,
     &ButtonCaptionSet::szYesToAll,
 };
 
@@ -101,7 +101,7 @@ void CopyBounded(char* dest, const char* source, size_t limit) {
 size_t TitleBytes(const char* caption) {
   const size_t n = strnlen(caption, kTitleLimit);
   return n == kTitleLimit && caption[n] != '\0' ? deskaid::platform::WholeCharacters(caption, n)
-                                                 : n;
+                                                : n;
 }
 
 // A text argument below this address is a string resource id, as MAKEINTRESOURCE makes it.
@@ -196,8 +196,7 @@ void CXDialogTemplate::SettleReportCaption(const MessageDialogParams& p) {
   slot[deskaid::kCaptionSlotSize - 1] = '\0';
 }
 
-int CXDialogTemplate::LoadCustomButtons(const MessageDialogParams& p,
-                                        char (*names)[kNameSize]) {
+int CXDialogTemplate::LoadCustomButtons(const MessageDialogParams& p, char (*names)[kNameSize]) {
   char* list = m_szCustomButtons;
   std::memset(list, 0, sizeof m_szCustomButtons);
   if (p.nCustomButtonsId != 0)
@@ -211,8 +210,8 @@ int CXDialogTemplate::LoadCustomButtons(const MessageDialogParams& p,
   std::memcpy(work, list, sizeof work);
   const unsigned char separators[] = "\n";
   int count = 0;
-  for (unsigned char* token = _mbstok(work, separators); token != nullptr && count < kMaxCustomButtons;
-       token = _mbstok(nullptr, separators)) {
+  for (unsigned char* token = _mbstok(work, separators);
+       token != nullptr && count < kMaxCustomButtons; token = _mbstok(nullptr, separators)) {
     std::strcpy(names[count++], reinterpret_cast<const char*>(token));
   }
   return count;
@@ -348,8 +347,8 @@ void CXDialogTemplate::AddButtonRow(const ScaleFor96Dpi& Px, int customCount,
     const deskaid::ButtonSpec& button = model.buttons[k];
     RECT rect = {x + k * pitch, rowTop, x + k * pitch + buttonWidth, rowTop + buttonHeight};
     const bool custom = button.id >= IDCUSTOM1 && button.id <= IDCUSTOM4;
-    const char* text = custom ? customNames[button.id - IDCUSTOM1]
-                              : m_szCaptions[button.captionSlot];
+    const char* text =
+        custom ? customNames[button.id - IDCUSTOM1] : m_szCaptions[button.captionSlot];
     AddItem(kItemKindButton, static_cast<unsigned>(button.id), &rect, text);
   }
 }
@@ -389,7 +388,8 @@ void CXDialogTemplate::AddCheckBox(HDC dc, int& x, int& y, RECT& itemRect, RECT&
   AddItem(kItemKindCheckBox, ID_CHECKBOX, &itemRect, caption);
   buttonRect.bottom = y + Px(kCheckBoxHeight);
   dialogRect.bottom = y + Px(kCheckBoxBottomMargin);
-  if (dialogRect.right - dialogRect.left < x + width) dialogRect.right = dialogRect.left + x + width;
+  if (dialogRect.right - dialogRect.left < x + width)
+    dialogRect.right = dialogRect.left + x + width;
 }
 
 void CXDialogTemplate::LoadButtonStrings() {
@@ -448,7 +448,8 @@ std::string CXDialogTemplate::ClipboardText() const {
   for (int i = 0; i < m_nItemCount; ++i) {
     const CXDialogItem& item = *m_pItems[i];
     // Push buttons only: the check box is written with the same class but its own style.
-    if (item.ClassAtom() != kItemKindButton || (item.Style() & BS_TYPEMASK) > BS_DEFPUSHBUTTON) continue;
+    if (item.ClassAtom() != kItemKindButton || (item.Style() & BS_TYPEMASK) > BS_DEFPUSHBUTTON)
+      continue;
     for (const char* c = item.Caption(); *c != '\0'; ++c) {
       // "&x" marks x as the access key and shows "x"; "&&" shows a single "&".
       if (*c == '&' && *++c == '\0') break;
@@ -518,9 +519,9 @@ int CXDialogTemplate::Display() {
     LocalFree(memory);
     return 2;
   }
-  const INT_PTR result = DialogBoxIndirectParamA(
-      GetModuleHandleA(nullptr), static_cast<LPCDLGTEMPLATEA>(block), m_hOwner,
-      MessageDialogProc, reinterpret_cast<LPARAM>(this));
+  const INT_PTR result =
+      DialogBoxIndirectParamA(GetModuleHandleA(nullptr), static_cast<LPCDLGTEMPLATEA>(block),
+                              m_hOwner, MessageDialogProc, reinterpret_cast<LPARAM>(this));
   LocalUnlock(memory);
   LocalFree(memory);
   return static_cast<int>(result);

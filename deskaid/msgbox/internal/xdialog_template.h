@@ -140,9 +140,9 @@ class CXDialogTemplate {
   ReportCallback m_pfnReport = nullptr;
   void* m_pReportData = nullptr;
   unsigned m_dwCloseFlags = 0;
-  int m_nButtonCount = 0;       // push buttons added so far
-  int m_nDefaultPosition = 1;   // 1-6
-  int m_nTimeoutSeconds = 0;    // counts down while the dialog runs
+  int m_nButtonCount = 0;      // push buttons added so far
+  int m_nDefaultPosition = 1;  // 1-6
+  int m_nTimeoutSeconds = 0;   // counts down while the dialog runs
   int m_nDisabledSeconds = 0;
   int m_nX = 0;
   int m_nY = 0;
