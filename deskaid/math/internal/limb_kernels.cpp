@@ -6,6 +6,7 @@
 #include <cassert>
 #include <cstring>
 #include <functional>
+#include <utility>
 
 #include "deskaid/math/internal/limb_rows.h"
 
@@ -42,12 +43,8 @@ int LeadingZeros(Limb x) {
 void Schoolbook(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   // Longer operand in the inner loop.
   if (na < nb) {
-    const Limb* t = a;
-    a = b;
-    b = t;
-    size_t tn = na;
-    na = nb;
-    nb = tn;
+    std::swap(a, b);
+    std::swap(na, nb);
   }
   ProductRows(r, a, na, b, nb);
 }
@@ -64,12 +61,8 @@ void KaratsubaEqual(Limb* r, const Limb* a, const Limb* b, size_t n, bool square
 
 void MultiplyAny(Limb* r, const Limb* a, size_t na, const Limb* b, size_t nb) {
   if (na < nb) {
-    const Limb* t = a;
-    a = b;
-    b = t;
-    size_t tn = na;
-    na = nb;
-    nb = tn;
+    std::swap(a, b);
+    std::swap(na, nb);
   }
   if (nb < kKaratsubaThreshold) {
     Schoolbook(r, a, na, b, nb);
