@@ -43,8 +43,7 @@ struct TempPath {
 // after its end finds it closed, with nothing to take.
 class CLogWriter::Guard {
  public:
-  explicit Guard(const CLogWriter& writer)
-      : m_lock(writer.m_state ? &writer.m_state->lock : nullptr) {
+  explicit Guard(const CLogWriter& writer) : m_lock(State::LockOf(writer.m_state)) {
     if (m_lock != nullptr) m_lock->Lock();
   }
   ~Guard() {

@@ -13,7 +13,7 @@
 class LogWriterTryLock {
  public:
   LogWriterTryLock(CLogWriter& writer, std::chrono::milliseconds patience)
-      : m_lock(writer.m_state ? &writer.m_state->lock : nullptr),
+      : m_lock(CLogWriter::State::LockOf(writer.m_state)),
         m_owns(m_lock != nullptr && m_lock->TryLockFor(patience)) {}
   ~LogWriterTryLock() {
     if (m_owns) m_lock->Unlock();

@@ -2,6 +2,7 @@
 // thread, lock or cipher headers into a host.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "deskaid/common/rc4.h"
@@ -14,4 +15,9 @@ struct CLogWriter::State {
   // The cipher of each trailer key right after its key schedule, made when first needed and
   // dropped whenever the trailer (and so the keys) changes.
   std::vector<Rc4Cipher> keySchedules;
+
+  // The lock of a writer's state; none once the writer is destroyed (its state is gone).
+  static deskaid::ReentrantLock* LockOf(const std::unique_ptr<State>& state) {
+    return state ? &state->lock : nullptr;
+  }
 };
