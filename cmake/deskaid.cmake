@@ -90,8 +90,10 @@ function(deskaid_check_unaligned_vector_moves)
 endfunction()
 
 # The settings every target of deskaid's own build gets: C++17 without extensions, warnings,
-# DWARF 4 and a static runtime for Windows, and the sanitizers when asked for.
+# DWARF 4 and a static runtime for Windows, and the sanitizers when asked for. STRICT_WARNINGS
+# adds shadowed names and narrowing conversions, which the module and its tools are kept free of.
 function(deskaid_target_settings target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "STRICT_WARNINGS" "" "")
   set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON
                                              CXX_EXTENSIONS OFF)
   get_target_property(type ${target} TYPE)
@@ -102,6 +104,9 @@ function(deskaid_target_settings target)
   endif()
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(${target} PRIVATE -Wall -Wextra)
+    if(arg_STRICT_WARNINGS)
+      target_compile_options(${target} PRIVATE -Wshadow -Wconversion)
+    endif()
   elseif(MSVC)
     target_compile_options(${target} PRIVATE /W3)
   endif()

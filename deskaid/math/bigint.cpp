@@ -48,6 +48,8 @@ namespace {
 constexpr uint32_t kTopBit = 0x80000000u;
 
 uint64_t ByteSize(int64_t count) { return static_cast<uint64_t>(count) * 4u; }
+// The bytes of words that are held already, which fit in memory.
+size_t HeldBytes(int count) { return static_cast<size_t>(count) * sizeof(uint32_t); }
 
 }  // namespace
 
@@ -65,7 +67,7 @@ bool CBigInt::Allocate(int count) {
   if (count <= 0) return false;
   auto* p = static_cast<uint32_t*>(BigIntAllocate(ByteSize(count)));
   if (!p) return false;
-  std::memset(p, 0, ByteSize(count));
+  std::memset(p, 0, HeldBytes(count));
   m_pData = p;
   m_nLength = count;
   return true;
@@ -78,8 +80,8 @@ void CBigInt::Resize(int count, bool negative) {
     Release();
     return;
   }
-  std::memset(p, negative ? 0xFF : 0, ByteSize(count));
-  std::memcpy(p, m_pData, ByteSize(m_nLength));
+  std::memset(p, negative ? 0xFF : 0, HeldBytes(count));
+  std::memcpy(p, m_pData, HeldBytes(m_nLength));
   BigIntRelease(m_pData);
   m_pData = p;
   m_nLength = count;
@@ -144,7 +146,7 @@ CBigInt::CBigInt(uint64_t value) : m_nLength(0), m_pData(nullptr), m_pszText(nul
 
 CBigInt::CBigInt(const CBigInt& other) : m_nLength(0), m_pData(nullptr), m_pszText(nullptr) {
   if (other.m_nLength && Allocate(other.m_nLength))
-    std::memcpy(m_pData, other.m_pData, ByteSize(other.m_nLength));
+    std::memcpy(m_pData, other.m_pData, HeldBytes(other.m_nLength));
 }
 
 CBigInt::CBigInt(CBigInt&& other) noexcept
@@ -155,7 +157,7 @@ CBigInt::CBigInt(CBigInt&& other) noexcept
 
 CBigInt::CBigInt(const uint32_t* words, int count)
     : m_nLength(0), m_pData(nullptr), m_pszText(nullptr) {
-  if (words && count > 0 && Allocate(count)) std::memcpy(m_pData, words, ByteSize(count));
+  if (words && count > 0 && Allocate(count)) std::memcpy(m_pData, words, HeldBytes(count));
 }
 
 CBigInt::CBigInt(const char* text) : CBigInt() {
@@ -180,7 +182,7 @@ CBigInt& CBigInt::operator=(const CBigInt& other) {
   if (this == &other) return *this;
   Release();
   if (other.m_nLength && Allocate(other.m_nLength))
-    std::memcpy(m_pData, other.m_pData, ByteSize(other.m_nLength));
+    std::memcpy(m_pData, other.m_pData, HeldBytes(other.m_nLength));
   return *this;
 }
 

@@ -295,8 +295,9 @@ std::vector<uint32_t> FillBits(const char* p, size_t count, int bitsPerDigit, si
   for (size_t i = 0; i < count; ++i) {
     const uint32_t d = static_cast<uint32_t>(p[count - 1 - i] - '0');
     const uint64_t bit = static_cast<uint64_t>(i) * bitsPerDigit;
-    w[bit / 32] |= d << (bit % 32);
-    if (bit % 32 + bitsPerDigit > 32) w[bit / 32 + 1] |= d >> (32 - bit % 32);
+    const size_t word = static_cast<size_t>(bit / 32);
+    w[word] |= d << (bit % 32);
+    if (bit % 32 + bitsPerDigit > 32) w[word + 1] |= d >> (32 - bit % 32);
   }
   return w;
 }
