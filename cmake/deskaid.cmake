@@ -90,10 +90,10 @@ function(deskaid_check_unaligned_vector_moves)
 endfunction()
 
 # The settings every target of deskaid's own build gets: C++17 without extensions, warnings,
-# DWARF 4 and a static runtime for Windows, and the sanitizers when asked for. STRICT_WARNINGS
-# adds shadowed names and narrowing conversions, which the module and its tools are kept free of.
+# DWARF 4 and a static runtime for Windows, and the sanitizers when asked for. The warnings
+# include shadowed names and narrowing conversions, which every source of the project is kept
+# free of.
 function(deskaid_target_settings target)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "STRICT_WARNINGS" "" "")
   set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON
                                              CXX_EXTENSIONS OFF)
   get_target_property(type ${target} TYPE)
@@ -103,10 +103,7 @@ function(deskaid_target_settings target)
     set(links FALSE)
   endif()
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
-    target_compile_options(${target} PRIVATE -Wall -Wextra)
-    if(arg_STRICT_WARNINGS)
-      target_compile_options(${target} PRIVATE -Wshadow -Wconversion)
-    endif()
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wconversion)
   elseif(MSVC)
     target_compile_options(${target} PRIVATE /W3)
   endif()

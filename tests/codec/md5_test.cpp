@@ -70,13 +70,13 @@ TEST(Md5, HashStringSharesOneBufferAndIgnoresTheTerminator) {
   EXPECT_EQ(HashString(nullptr), HashBuffer(nullptr, 0));
 }
 
-// Files: missing, empty, and longer than one read of 1,024 bytes.
+// Files: missing, empty, one read of 1,024 bytes, one byte more, and several reads.
 TEST(Md5, HashFileReadsTheWholeFile) {
   ScratchDir dir;
   const std::string path = dir.PathOf("pattern.bin");
   EXPECT_FALSE(HashFile(path.c_str()));
   EXPECT_FALSE(HashFile(nullptr));
-  for (size_t n : {0u, 1024u, 3000u}) {
+  for (size_t n : {0u, 1024u, 1025u, 3000u}) {
     const std::vector<unsigned char> data = Pattern(n);
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(data.data()), n);
     EXPECT_EQ(HashFile(path.c_str()), HashBuffer(data.data(), uint32_t(n))) << n;

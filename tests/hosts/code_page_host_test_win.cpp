@@ -167,7 +167,7 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     EXPECT_EQ(trace.lines.back(), Cut(wide, 511));
 
     const std::wstring log = folder + L"\\" + s.link + std::to_wstring(pad) + L".log";
-    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, pad % 2, 20));
+    ASSERT_TRUE(g_LogWriter.Open(Host(log).c_str(), 1 << 20, static_cast<uint8_t>(pad % 2), 20));
     ASSERT_NE(LogPrintf(LOG_LEVEL_2, "%s", bytes.c_str()), 0u);
     g_LogWriter.Close();
     EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);

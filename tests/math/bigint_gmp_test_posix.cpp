@@ -78,7 +78,7 @@ class VersusGmp : public ::testing::TestWithParam<bool> {
   void TearDown() override { limbs::UseWideRows(true); }
 };
 INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Bool(),
-                         [](const auto& info) { return info.param ? "WideRows" : "PlainRows"; });
+                         [](const auto& test) { return test.param ? "WideRows" : "PlainRows"; });
 
 constexpr int kBits = 4096;
 constexpr int kLimbWords = limbs::kWordsPerLimb;
@@ -246,9 +246,9 @@ class PowersVersusGmp : public ::testing::TestWithParam<PowerForm> {
 INSTANTIATE_TEST_SUITE_P(, PowersVersusGmp,
                          ::testing::Values(PowerForm::kPlainRows, PowerForm::kWideRows,
                                            PowerForm::kDigits),
-                         [](const auto& info) {
-                           return info.param == PowerForm::kDigits     ? "Digits"
-                                  : info.param == PowerForm::kWideRows ? "WideRows"
+                         [](const auto& test) {
+                           return test.param == PowerForm::kDigits     ? "Digits"
+                                  : test.param == PowerForm::kWideRows ? "WideRows"
                                                                        : "PlainRows";
                          });
 

@@ -47,6 +47,13 @@ TEST(BigIntConstruction, WordCountsOfEachFormAndDirectParser) {
   EXPECT_EQ(Parsed("00000000000000000001", 8).m_nLength, 1);
   EXPECT_EQ(Parsed("0000000000000000000000000000000000000000001", 2).m_nLength, 1);
   EXPECT_EQ(Words(Parsed("11111111111111111111111111111111", 2)), (W{0xFFFFFFFFu, 0}));
+  // Growing fills the new words as asked, never shrinks, and leaves the old words alone.
+  CBigInt grown = FromWords({5, 0x80000000u});
+  grown.Resize(3, false);
+  grown.Resize(1, true);
+  EXPECT_EQ(Words(grown), (W{5, 0x80000000u, 0}));
+  grown.Resize(4, true);
+  EXPECT_EQ(Words(grown), (W{5, 0x80000000u, 0, 0xFFFFFFFFu}));
 }
 
 TEST(BigIntArithmetic, CarriesBorrowsAndSigns) {
