@@ -104,11 +104,21 @@ function(deskaid_target_settings target)
   endif()
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wconversion)
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+      # Clang's -Wconversion also takes in sign changes, which GCC's leaves out for C++.
+      target_compile_options(${target} PRIVATE -Wno-sign-conversion)
+    endif()
   elseif(MSVC)
     target_compile_options(${target} PRIVATE /W3)
   endif()
-  if(MINGW)
-    # Wine's dbghelp reads DWARF 4; the runtime goes into every program so that no DLL is needed.
+  if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # CodeView, with a PDB file beside each image, as Windows debuggers and dbghelp read it.
+    target_compile_options(${target} PRIVATE -gcodeview)
+    if(links)
+      target_link_options(${target} PRIVATE -Wl,--pdb=)
+    endif()
+  elseif(MINGW)
+    # Wine's dbghelp reads DWARF 4.
     target_compile_options(${target} PRIVATE -gdwarf-4)
     # GCC cannot align a 64-bit Windows stack frame beyond 16 bytes, yet spills 256- and 512-bit
     # vector registers with aligned moves; the assembler makes every such move an unaligned one.
@@ -116,6 +126,9 @@ function(deskaid_target_settings target)
     if(DESKAID_UNALIGNED_VECTOR_MOVES)
       target_compile_options(${target} PRIVATE -Wa,-muse-unaligned-vector-move)
     endif()
+  endif()
+  if(MINGW)
+    # The runtime goes into every program, so that no DLL is needed.
     if(links)
       target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++)
     endif()

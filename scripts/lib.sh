@@ -30,6 +30,7 @@ build_sanitized() { build_preset sanitized "$@"; }
 # The 32-bit build's prefix is prepared only where its programs can run.
 build_windows() { build_preset windows "$@" && { ! x86_32_runs || prepare_wine build/win; }; }
 build_windows64() { build_preset windows64 "$@" && prepare_wine build/win64; }
+build_windows64_clang() { build_preset windows64-clang "$@" && prepare_wine build/win64-clang; }
 build_fuzz() { build_preset fuzz "$@"; }
 build_bench() { build_preset benchmarks "$@"; }
 

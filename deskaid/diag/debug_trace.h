@@ -2,8 +2,9 @@
 #pragma once
 
 // printf-style checking of the module's format arguments. The Windows build formats with the
-// Windows runtime, so MinGW checks them against that runtime's conversions.
-#if defined(__MINGW32__)
+// Windows runtime, so MinGW's GCC checks them against that runtime's conversions (clang knows no
+// such check, and takes the standard one).
+#if defined(__MINGW32__) && !defined(__clang__)
 #define DESKAID_PRINTF_FORMAT(format_index, first_arg) \
   __attribute__((format(ms_printf, format_index, first_arg)))
 #elif defined(__GNUC__)

@@ -16,7 +16,7 @@
 #endif
 
 // The failures must reach the processor, not a sanitized build's undefined-behaviour checks.
-#define CHILD_NOINLINE __attribute__((noinline, no_sanitize_undefined))
+#define CHILD_NOINLINE __attribute__((noinline, no_sanitize("undefined")))
 
 namespace {
 
