@@ -177,75 +177,13 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
 
   // Runs once the window is bound: style, cursor, fonts, tooltip, label and target, colours.
   void InitControl() {
-    HWND hWnd = this->m_hWnd;
-    char className[8] = {};
-    ::GetClassNameA(hWnd, className, sizeof(className));
-    if (::lstrcmpiA(className, "static") == 0) {
-      DWORD style = this->GetStyle();
-      if ((style & SS_NOTIFY) == 0) ::SetWindowLongA(hWnd, GWL_STYLE, style | SS_NOTIFY);
-      // The whole low byte is compared, not just the type bits: a static with SS_NOPREFIX is
-      // painted by the control whatever its type.
-      switch (style & deskaid::link_internal::kStaticStyleLowByte) {
-        // Icons, rectangles, frames, owner-drawn, bitmaps and metafiles keep their own painting.
-        case SS_ICON:
-        case SS_BLACKRECT:
-        case SS_GRAYRECT:
-        case SS_WHITERECT:
-        case SS_BLACKFRAME:
-        case SS_GRAYFRAME:
-        case SS_WHITEFRAME:
-        case SS_OWNERDRAW:
-        case SS_BITMAP:
-        case SS_ENHMETAFILE: m_bState &= static_cast<BYTE>(~LinkStatePaintLabel); break;
-        default: break;
-      }
-    }
-
+    AdaptStatic();
     m_hCursor = ::LoadCursorA(nullptr, MAKEINTRESOURCEA(deskaid::link_internal::kHandCursorId));
-
-    if (m_bState & LinkStatePaintLabel) {
-      m_hFontNormal = reinterpret_cast<HFONT>(::SendMessageA(this->GetParent(), WM_GETFONT, 0, 0));
-      if (m_hFontNormal == nullptr)
-        m_hFontNormal = static_cast<HFONT>(::GetStockObject(SYSTEM_FONT));
-      if (m_hFontNormal != nullptr && m_hFontLink == nullptr) {
-        LOGFONTA lf = {};
-        ::GetObjectA(m_hFontNormal, sizeof(lf), &lf);
-        if ((m_dwExtendedStyle & LinkStyleUseTagsBold) == LinkStyleUseTagsBold)
-          lf.lfWeight = FW_BOLD;
-        else if ((m_dwExtendedStyle & LinkStyleNotUnderlined) == 0)
-          lf.lfUnderline = TRUE;
-        m_hFontLink = ::CreateFontIndirectA(&lf);
-        m_bState |= LinkStateOwnsFont;
-      }
-    }
-
-    // The default rectangle's size is 0 - CW_USEDEFAULT in each direction.
-    const int defaultSize = static_cast<int>(0u - static_cast<unsigned>(CW_USEDEFAULT));
-    m_hWndToolTip = ::CreateWindowExA(0, "tooltips_class32", nullptr, 0, CW_USEDEFAULT,
-                                      CW_USEDEFAULT, defaultSize, defaultSize, hWnd, nullptr,
-                                      deskaid::ThisModuleInstance(), nullptr);
-
-    if (m_pszLabel == nullptr) {
-      const int length = ::GetWindowTextLengthA(hWnd);
-      if (length > 0) {
-        char* text = static_cast<char*>(std::malloc(static_cast<size_t>(length) + 1));
-        if (text != nullptr) {
-          ::GetWindowTextA(hWnd, text, length + 1);
-          SetLabelText(text);
-          std::free(text);
-        }
-      }
-    }
-
+    if (m_bState & LinkStatePaintLabel) CreateFonts();
+    CreateToolTip();
+    if (m_pszLabel == nullptr) AdoptWindowText();
     static_cast<T*>(this)->CalcLinkRect();
-
-    if (m_pszTarget == nullptr && (m_dwExtendedStyle & LinkStyleCommandButton) == 0) {
-      // A plain static whose text is an address opens that address.
-      if (m_pszLabel != nullptr) SetTarget(m_pszLabel);
-    } else if (m_hWndToolTip != nullptr) {
-      AddToolTip();
-    }
-
+    SetUpTarget();
     if (m_bState & LinkStatePaintLabel) ReadBrowserColors();
   }
 
@@ -267,6 +205,78 @@ class CHyperLinkImpl : public CWindowImpl<T, TBase, TWinTraits> {
     ::RegCloseKey(key);
   }
 
+ private:
+  // A static gets SS_NOTIFY, so that it hears the mouse. The whole low byte of its style is
+  // compared, not just the type bits: a static with SS_NOPREFIX is painted by the control whatever
+  // its type.
+  void AdaptStatic() {
+    char className[8] = {};
+    ::GetClassNameA(this->m_hWnd, className, sizeof(className));
+    if (::lstrcmpiA(className, "static") != 0) return;
+    DWORD style = this->GetStyle();
+    if ((style & SS_NOTIFY) == 0) ::SetWindowLongA(this->m_hWnd, GWL_STYLE, style | SS_NOTIFY);
+    switch (style & deskaid::link_internal::kStaticStyleLowByte) {
+      // Icons, rectangles, frames, owner-drawn, bitmaps and metafiles keep their own painting.
+      case SS_ICON:
+      case SS_BLACKRECT:
+      case SS_GRAYRECT:
+      case SS_WHITERECT:
+      case SS_BLACKFRAME:
+      case SS_GRAYFRAME:
+      case SS_WHITEFRAME:
+      case SS_OWNERDRAW:
+      case SS_BITMAP:
+      case SS_ENHMETAFILE: m_bState &= static_cast<BYTE>(~LinkStatePaintLabel); break;
+      default: break;
+    }
+  }
+
+  // The normal font is the parent's (or the system font); the link font, unless the owner gave
+  // one, is built from it: bold, underlined or plain by the extended style.
+  void CreateFonts() {
+    m_hFontNormal = reinterpret_cast<HFONT>(::SendMessageA(this->GetParent(), WM_GETFONT, 0, 0));
+    if (m_hFontNormal == nullptr) m_hFontNormal = static_cast<HFONT>(::GetStockObject(SYSTEM_FONT));
+    if (m_hFontNormal == nullptr || m_hFontLink != nullptr) return;
+    LOGFONTA lf = {};
+    ::GetObjectA(m_hFontNormal, sizeof(lf), &lf);
+    if ((m_dwExtendedStyle & LinkStyleUseTagsBold) == LinkStyleUseTagsBold)
+      lf.lfWeight = FW_BOLD;
+    else if ((m_dwExtendedStyle & LinkStyleNotUnderlined) == 0)
+      lf.lfUnderline = TRUE;
+    m_hFontLink = ::CreateFontIndirectA(&lf);
+    m_bState |= LinkStateOwnsFont;
+  }
+
+  void CreateToolTip() {
+    // The default rectangle's size is 0 - CW_USEDEFAULT in each direction.
+    const int defaultSize = static_cast<int>(0u - static_cast<unsigned>(CW_USEDEFAULT));
+    m_hWndToolTip = ::CreateWindowExA(0, "tooltips_class32", nullptr, 0, CW_USEDEFAULT,
+                                      CW_USEDEFAULT, defaultSize, defaultSize, this->m_hWnd,
+                                      nullptr, deskaid::ThisModuleInstance(), nullptr);
+  }
+
+  // The window's text becomes the label.
+  void AdoptWindowText() {
+    const int length = ::GetWindowTextLengthA(this->m_hWnd);
+    if (length <= 0) return;
+    char* text = static_cast<char*>(std::malloc(static_cast<size_t>(length) + 1));
+    if (text == nullptr) return;
+    ::GetWindowTextA(this->m_hWnd, text, length + 1);
+    SetLabelText(text);
+    std::free(text);
+  }
+
+  // A plain static whose text is an address opens that address; a given target goes to the
+  // tooltip.
+  void SetUpTarget() {
+    if (m_pszTarget == nullptr && (m_dwExtendedStyle & LinkStyleCommandButton) == 0) {
+      if (m_pszLabel != nullptr) SetTarget(m_pszLabel);
+    } else if (m_hWndToolTip != nullptr) {
+      AddToolTip();
+    }
+  }
+
+ protected:
   char* m_pszLabel = nullptr;
   char* m_pszTarget = nullptr;
   HCURSOR m_hCursor = nullptr;
@@ -386,58 +396,17 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
       case WM_PAINT:
       case WM_PRINTCLIENT: return OnPaint(reinterpret_cast<HDC>(wParam));
       case WM_SETFOCUS:
-      case WM_KILLFOCUS:
-        if ((this->m_bState & LinkStatePaintLabel) == 0) return FALSE;
-        this->Invalidate(TRUE);
-        return TRUE;
+      case WM_KILLFOCUS: return OnFocusChange();
       case WM_MOUSEMOVE: return OnMouseMove(PointOf(lParam));
-      case WM_MOUSELEAVE:
-        if ((this->m_dwExtendedStyle & LinkStyleUnderlineHover) &&
-            (this->m_bState & LinkStateHover))
-          LeaveHover();
-        return TRUE;
-      case WM_LBUTTONDOWN: {
-        POINT pt = PointOf(lParam);
-        if (::PtInRect(&this->m_rcLink, pt)) {
-          ::SetFocus(this->m_hWnd);
-          ::SetCapture(this->m_hWnd);
-        }
-        return TRUE;
-      }
-      case WM_LBUTTONUP:
-        if (::GetCapture() == this->m_hWnd) {
-          ::ReleaseCapture();
-          POINT pt = PointOf(lParam);
-          if (::PtInRect(&this->m_rcLink, pt)) this->Navigate();
-        }
-        return TRUE;
-      case WM_CHAR:
-        if (wParam == VK_RETURN || wParam == VK_SPACE) this->Navigate();
-        return TRUE;
+      case WM_MOUSELEAVE: return OnMouseLeave();
+      case WM_LBUTTONDOWN: return OnLButtonDown(PointOf(lParam));
+      case WM_LBUTTONUP: return OnLButtonUp(PointOf(lParam));
+      case WM_CHAR: return OnChar(wParam);
       case WM_GETDLGCODE: lResult = DLGC_WANTCHARS; return TRUE;
-      case WM_SETCURSOR: {
-        if (this->m_pszTarget == nullptr && (this->m_dwExtendedStyle & LinkStyleCommandButton) == 0)
-          return FALSE;
-        POINT pt;
-        ::GetCursorPos(&pt);
-        ::ScreenToClient(this->m_hWnd, &pt);
-        if (!::PtInRect(&this->m_rcLink, pt)) return FALSE;
-        lResult = 1;  // the cursor was set on the mouse move
-        return TRUE;
-      }
-      case WM_ENABLE:
-        this->Invalidate(TRUE);
-        this->UpdateWindow();
-        return TRUE;
+      case WM_SETCURSOR: return OnSetCursor(lResult);
+      case WM_ENABLE: Repaint(); return TRUE;
       case WM_GETFONT: lResult = reinterpret_cast<LRESULT>(this->m_hFontNormal); return TRUE;
-      case WM_SETFONT:
-        // The link font is kept as it was built.
-        this->m_hFontNormal = reinterpret_cast<HFONT>(wParam);
-        if (lParam != 0) {
-          this->Invalidate(TRUE);
-          this->UpdateWindow();
-        }
-        return TRUE;
+      case WM_SETFONT: return OnSetFont(reinterpret_cast<HFONT>(wParam), lParam != 0);
       case WM_UPDATEUISTATE: return TRUE;
       default: return FALSE;
     }
@@ -521,6 +490,66 @@ class CHyperLinkImplEx : public CHyperLinkImpl<T, TBase, TWinTraits> {
     tme.dwFlags = TME_LEAVE;
     tme.hwndTrack = this->m_hWnd;
     ::_TrackMouseEvent(&tme);
+  }
+
+ private:
+  // The focus rectangle comes and goes with the focus.
+  BOOL OnFocusChange() {
+    if ((this->m_bState & LinkStatePaintLabel) == 0) return FALSE;
+    this->Invalidate(TRUE);
+    return TRUE;
+  }
+
+  BOOL OnMouseLeave() {
+    if ((this->m_dwExtendedStyle & LinkStyleUnderlineHover) && (this->m_bState & LinkStateHover))
+      LeaveHover();
+    return TRUE;
+  }
+
+  // A press on the link takes the focus and the mouse; the link is followed when the button is
+  // released on it too.
+  BOOL OnLButtonDown(POINT pt) {
+    if (::PtInRect(&this->m_rcLink, pt)) {
+      ::SetFocus(this->m_hWnd);
+      ::SetCapture(this->m_hWnd);
+    }
+    return TRUE;
+  }
+
+  BOOL OnLButtonUp(POINT pt) {
+    if (::GetCapture() == this->m_hWnd) {
+      ::ReleaseCapture();
+      if (::PtInRect(&this->m_rcLink, pt)) this->Navigate();
+    }
+    return TRUE;
+  }
+
+  BOOL OnChar(WPARAM key) {
+    if (key == VK_RETURN || key == VK_SPACE) this->Navigate();
+    return TRUE;
+  }
+
+  BOOL OnSetCursor(LRESULT& lResult) {
+    if (this->m_pszTarget == nullptr && (this->m_dwExtendedStyle & LinkStyleCommandButton) == 0)
+      return FALSE;
+    POINT pt;
+    ::GetCursorPos(&pt);
+    ::ScreenToClient(this->m_hWnd, &pt);
+    if (!::PtInRect(&this->m_rcLink, pt)) return FALSE;
+    lResult = 1;  // the cursor was set on the mouse move
+    return TRUE;
+  }
+
+  // The link font is kept as it was built.
+  BOOL OnSetFont(HFONT font, bool redraw) {
+    this->m_hFontNormal = font;
+    if (redraw) Repaint();
+    return TRUE;
+  }
+
+  void Repaint() {
+    this->Invalidate(TRUE);
+    this->UpdateWindow();
   }
 };
 

@@ -148,13 +148,10 @@ TEST(HighDpi, BoxesFit) {
         b.title, b.style, b.p,
         [&](HWND dialog) {
           SCOPED_TRACE(b.title);
-          EXPECT_TRUE(b.p != &countdown ||
-                      WaitUntil(
-                          [&] {
-                            return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") !=
-                                   std::wstring::npos;
-                          },
-                          5000));
+          auto counting = [&] {
+            return TextOf(GetDlgItem(dialog, IDYES)).find(L" = ") != std::wstring::npos;
+          };
+          EXPECT_TRUE(b.p != &countdown || WaitUntil(counting, 5000));
           CheckBox(dialog, b.align);
         },
         b.text);

@@ -223,9 +223,7 @@ TEST(MessageDialogRuntime, HelpAndReportKeepTheDialogOpen) {
                     [](HWND dialog) {
                       Click(dialog, ID_HELPBUTTON);
                       Click(dialog, ID_REPORTBUTTON);  // returns once the callback has run
-                      Sleep(300);
-                      EXPECT_TRUE(IsWindowVisible(dialog));
-                      Click(dialog, IDOK);
+                      Click(dialog, IDOK);  // the result shows that neither ended the box
                     }),
               IDOK);
     EXPECT_EQ(g_help.calls, 1);

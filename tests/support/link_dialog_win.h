@@ -65,7 +65,6 @@ class LinkDialog {
   HWND m_hWnd = nullptr;
 };
 
-// The text of the tooltip's `index`th tool.
 inline std::wstring ToolText(HWND tooltip, UINT index = 0) {
   wchar_t text[1024] = L"?";
   TTTOOLINFOW info = {};
@@ -87,7 +86,6 @@ struct Picture {
       for (int x = left; x < width && x < right; ++x) n += at(x, y) == color;
     return n;
   }
-  // The longest horizontal run of `color` in any row.
   int LongestRun(COLORREF color) const {
     int best = 0;
     for (int y = 0; y < height; ++y)
