@@ -89,10 +89,10 @@ function(deskaid_check_unaligned_vector_moves)
   endif()
 endfunction()
 
-# The settings every target of deskaid's own build gets: C++17 without extensions, warnings,
-# DWARF 4 and a static runtime for Windows, and the sanitizers when asked for. The warnings
-# include shadowed names and narrowing conversions, which every source of the project is kept
-# free of.
+# The settings every target of deskaid's own build gets: C++17 without extensions; warnings,
+# shadowed names and narrowing conversions included, which every source of the project is kept
+# free of; for Windows, debug information (DWARF 4 from GCC, CodeView in PDB files from clang) and
+# a static runtime; and the sanitizers when asked for.
 function(deskaid_target_settings target)
   set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON
                                              CXX_EXTENSIONS OFF)
@@ -112,13 +112,14 @@ function(deskaid_target_settings target)
     target_compile_options(${target} PRIVATE /W3)
   endif()
   if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # CodeView, with a PDB file beside each image, as Windows debuggers and dbghelp read it.
-    target_compile_options(${target} PRIVATE -gcodeview)
+    # CodeView in every build type, with a PDB file beside each image, as Windows debuggers and
+    # dbghelp read it.
+    target_compile_options(${target} PRIVATE -g -gcodeview)
     if(links)
       target_link_options(${target} PRIVATE -Wl,--pdb=)
     endif()
   elseif(MINGW)
-    # Wine's dbghelp reads DWARF 4.
+    # DWARF 4 in every build type, which Wine's dbghelp reads.
     target_compile_options(${target} PRIVATE -gdwarf-4)
     # GCC cannot align a 64-bit Windows stack frame beyond 16 bytes, yet spills 256- and 512-bit
     # vector registers with aligned moves; the assembler makes every such move an unaligned one.

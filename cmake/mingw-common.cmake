@@ -1,5 +1,6 @@
-# What the MinGW-w64 toolchain files share: the POSIX-thread compilers of DESKAID_MINGW_PREFIX
-# and the search for libraries, headers and packages under that target's root only.
+# What the MinGW-w64 toolchain files share: the POSIX-thread GCC compilers of DESKAID_MINGW_PREFIX
+# (the clang toolchain file names its own) and the search for libraries, headers and packages
+# under that target's root only.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_C_COMPILER   ${DESKAID_MINGW_PREFIX}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${DESKAID_MINGW_PREFIX}-g++-posix)

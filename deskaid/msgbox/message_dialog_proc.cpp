@@ -8,7 +8,6 @@
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/msgbox/internal/button_model.h"
 #include "deskaid/msgbox/internal/xdialog_template.h"
-#include "deskaid/ui/scoped_gdi.h"
 
 namespace {
 
@@ -122,14 +121,6 @@ INT_PTR CXDialogTemplate::OnInitDialog(HWND hwnd) {
 // clears the check box.
 void CXDialogTemplate::SetUpControls(HWND hwnd) const {
   HFONT font = m_hFont;
-  {
-    // Selecting the font into a display context of its own, and out again, changes nothing that
-    // lasts; the box has always done it on showing, and it is kept as it is deliberately.
-    deskaid::ScopedDisplayDC dc;
-    if (dc != nullptr) {
-      deskaid::ScopedSelection selected(dc, font);
-    }
-  }
   for (unsigned id = ID_FIRSTTEXT; id < m_nNextTextId; ++id) {
     HWND text = ExistingControl(hwnd, static_cast<int>(id));
     if (text == nullptr) break;

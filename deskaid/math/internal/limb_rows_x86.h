@@ -14,51 +14,36 @@
 namespace deskaid {
 namespace limbs {
 
-// clang-format off: the assembly keeps one instruction a line
+// The assembly keeps one instruction a line, as written, out of the formatter's reach.
+// clang-format off
 // Two limbs a pass: load, multiply, add the carry, then add the product's low limb to the limb
 // of r (op add) or take it away (op sub), carrying or borrowing into the next product's high
 // limb, with one chain through the flags. The same loop serves x86-64 and 32-bit x86: S is the
 // size suffix, A and D the product's registers, W and W2 one and two limbs in bytes, and N and M
 // say where the count and the multiplier are kept (in memory on 32-bit x86, which leaves the
 // registers the loop needs).
-#define DESKAID_ROW_LOOP_FOR(S, A, D, W, W2, N, M, op, acc)                \
-  __asm__(                                                                 \
-      "1:\n\t"                                                             \
-      "mov" S " (%[a]), %%" A                                              \
-      "\n\t"                                                               \
-      "mul" S                                                              \
-      " %[m]\n\t"                                                          \
-      "add" S " %[c], %%" A                                                \
-      "\n\t"                                                               \
-      "mov" S " " W                                                        \
-      "(%[a]), %[c]\n\t"                                                   \
-      "adc" S " $0, %%" D "\n\t" op S " %%" A                              \
-      ", (%[r])\n\t"                                                       \
-      "mov" S " %%" D                                                      \
-      ", %[t]\n\t"                                                         \
-      "adc" S                                                              \
-      " $0, %[t]\n\t"                                                      \
-      "mov" S " %[c], %%" A                                                \
-      "\n\t"                                                               \
-      "mul" S                                                              \
-      " %[m]\n\t"                                                          \
-      "add" S " %[t], %%" A                                                \
-      "\n\t"                                                               \
-      "adc" S " $0, %%" D "\n\t" op S " %%" A ", " W                       \
-      "(%[r])\n\t"                                                         \
-      "adc" S " $0, %%" D                                                  \
-      "\n\t"                                                               \
-      "mov" S " %%" D                                                      \
-      ", %[c]\n\t"                                                         \
-      "lea" S " " W2                                                       \
-      "(%[a]), %[a]\n\t"                                                   \
-      "lea" S " " W2                                                       \
-      "(%[r]), %[r]\n\t"                                                   \
-      "dec" S                                                              \
-      " %[n]\n\t"                                                          \
-      "jnz 1b\n\t"                                                         \
-      : [r] "+r"(r), [a] "+r"(a), [n] N(n), [c] "+r"(acc), [t] "=&r"(next) \
-      : [m] M(m)                                                           \
+#define DESKAID_ROW_LOOP_FOR(S, A, D, W, W2, N, M, op, acc)                    \
+  __asm__(                                                                   \
+      "1:\n\t"                                                                \
+      "mov" S " (%[a]), %%" A "\n\t"                                           \
+      "mul" S " %[m]\n\t"                                                     \
+      "add" S " %[c], %%" A "\n\t"                                             \
+      "mov" S " " W "(%[a]), %[c]\n\t"                                         \
+      "adc" S " $0, %%" D "\n\t" op S " %%" A ", (%[r])\n\t"                   \
+      "mov" S " %%" D ", %[t]\n\t"                                             \
+      "adc" S " $0, %[t]\n\t"                                                 \
+      "mov" S " %[c], %%" A "\n\t"                                             \
+      "mul" S " %[m]\n\t"                                                     \
+      "add" S " %[t], %%" A "\n\t"                                             \
+      "adc" S " $0, %%" D "\n\t" op S " %%" A ", " W "(%[r])\n\t"              \
+      "adc" S " $0, %%" D "\n\t"                                               \
+      "mov" S " %%" D ", %[c]\n\t"                                             \
+      "lea" S " " W2 "(%[a]), %[a]\n\t"                                        \
+      "lea" S " " W2 "(%[r]), %[r]\n\t"                                        \
+      "dec" S " %[n]\n\t"                                                     \
+      "jnz 1b\n\t"                                                            \
+      : [r] "+r"(r), [a] "+r"(a), [n] N(n), [c] "+r"(acc), [t] "=&r"(next)     \
+      : [m] M(m)                                                             \
       : A, D, "cc", "memory")
 #if DESKAID_LIMB_ASM
 #define DESKAID_ROW_LOOP(op, acc) \

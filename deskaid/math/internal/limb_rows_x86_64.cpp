@@ -11,33 +11,26 @@ namespace deskaid {
 namespace limbs {
 namespace {
 
-// clang-format off: the assembly keeps one instruction a line
+// The assembly keeps one instruction a line, as written, out of the formatter's reach.
+// clang-format off
 // The carry (or borrow) chain of four limbs a pass in the carry flag; lea and dec leave it alone.
-#define DESKAID_ADD_SUB_LOOP(op)                                                          \
-  __asm__(                                                                                \
-      "addq $-1, %[c]\n\t" /* carry flag = c */                                           \
-      "1:\n\t"                                                                            \
-      "movq (%[a]), %[t]\n\t" op                                                          \
-      " (%[b]), %[t]\n\t"                                                                 \
-      "movq %[t], (%[r])\n\t"                                                             \
-      "movq 8(%[a]), %[t]\n\t" op                                                         \
-      " 8(%[b]), %[t]\n\t"                                                                \
-      "movq %[t], 8(%[r])\n\t"                                                            \
-      "movq 16(%[a]), %[t]\n\t" op                                                        \
-      " 16(%[b]), %[t]\n\t"                                                               \
-      "movq %[t], 16(%[r])\n\t"                                                           \
-      "movq 24(%[a]), %[t]\n\t" op                                                        \
-      " 24(%[b]), %[t]\n\t"                                                               \
-      "movq %[t], 24(%[r])\n\t"                                                           \
-      "leaq 32(%[a]), %[a]\n\t"                                                           \
-      "leaq 32(%[b]), %[b]\n\t"                                                           \
-      "leaq 32(%[r]), %[r]\n\t"                                                           \
-      "decq %[n]\n\t"                                                                     \
-      "jnz 1b\n\t"                                                                        \
-      "movl $0, %k[c]\n\t"                                                                \
-      "setc %b[c]\n\t"                                                                    \
+#define DESKAID_ADD_SUB_LOOP(op)                                                        \
+  __asm__(                                                                              \
+      "addq $-1, %[c]\n\t" /* carry flag = c */                                         \
+      "1:\n\t"                                                                          \
+      "movq (%[a]), %[t]\n\t" op " (%[b]), %[t]\n\t" "movq %[t], (%[r])\n\t"           \
+      "movq 8(%[a]), %[t]\n\t" op " 8(%[b]), %[t]\n\t" "movq %[t], 8(%[r])\n\t"        \
+      "movq 16(%[a]), %[t]\n\t" op " 16(%[b]), %[t]\n\t" "movq %[t], 16(%[r])\n\t"     \
+      "movq 24(%[a]), %[t]\n\t" op " 24(%[b]), %[t]\n\t" "movq %[t], 24(%[r])\n\t"     \
+      "leaq 32(%[a]), %[a]\n\t"                                                         \
+      "leaq 32(%[b]), %[b]\n\t"                                                         \
+      "leaq 32(%[r]), %[r]\n\t"                                                         \
+      "decq %[n]\n\t"                                                                   \
+      "jnz 1b\n\t"                                                                      \
+      "movl $0, %k[c]\n\t"                                                              \
+      "setc %b[c]\n\t"                                                                  \
       : [r] "+r"(r), [a] "+r"(a), [b] "+r"(b), [n] "+r"(n), [c] "+r"(carry), [t] "=&r"(t) \
-      :                                                                                   \
+      :                                                                                 \
       : "cc", "memory")
 
 }  // namespace
@@ -82,28 +75,24 @@ namespace {
 // side. The loop counter moves by lea and is tested by jrcxz, which touch no flag.
 // Four limbs a pass; the subtracting row complements each low limb before adding it to r
 // (flip_lo, flip_lo2), the adding row leaves them as they are.
-#define DESKAID_WIDE_ROW_LOOP(flip_lo, flip_lo2) \
-  "1:\n\t"                                       \
-  "jrcxz 2f\n\t"                                 \
-  "mulx (%[a]), %[lo], %[hi]\n\t"                \
-  "mulx 8(%[a]), %[lo2], %[hi2]\n\t"             \
-  "adcx %[c], %[lo]\n\t" flip_lo                 \
-  "adox (%[r]), %[lo]\n\t"                       \
-  "movq %[lo], (%[r])\n\t"                       \
-  "adcx %[hi], %[lo2]\n\t" flip_lo2              \
-  "adox 8(%[r]), %[lo2]\n\t"                     \
-  "movq %[lo2], 8(%[r])\n\t"                     \
-  "mulx 16(%[a]), %[lo], %[hi]\n\t"              \
-  "mulx 24(%[a]), %[lo2], %[c]\n\t"              \
-  "adcx %[hi2], %[lo]\n\t" flip_lo               \
-  "adox 16(%[r]), %[lo]\n\t"                     \
-  "movq %[lo], 16(%[r])\n\t"                     \
-  "adcx %[hi], %[lo2]\n\t" flip_lo2              \
-  "adox 24(%[r]), %[lo2]\n\t"                    \
-  "movq %[lo2], 24(%[r])\n\t"                    \
-  "leaq 32(%[a]), %[a]\n\t"                      \
-  "leaq 32(%[r]), %[r]\n\t"                      \
-  "leaq -1(%%rcx), %%rcx\n\t"                    \
+#define DESKAID_WIDE_ROW_LOOP(flip_lo, flip_lo2)                             \
+  "1:\n\t"                                                                   \
+  "jrcxz 2f\n\t"                                                             \
+  "mulx (%[a]), %[lo], %[hi]\n\t"                                            \
+  "mulx 8(%[a]), %[lo2], %[hi2]\n\t"                                         \
+  "adcx %[c], %[lo]\n\t" flip_lo "adox (%[r]), %[lo]\n\t"                     \
+  "movq %[lo], (%[r])\n\t"                                                   \
+  "adcx %[hi], %[lo2]\n\t" flip_lo2 "adox 8(%[r]), %[lo2]\n\t"                \
+  "movq %[lo2], 8(%[r])\n\t"                                                 \
+  "mulx 16(%[a]), %[lo], %[hi]\n\t"                                          \
+  "mulx 24(%[a]), %[lo2], %[c]\n\t"                                          \
+  "adcx %[hi2], %[lo]\n\t" flip_lo "adox 16(%[r]), %[lo]\n\t"                 \
+  "movq %[lo], 16(%[r])\n\t"                                                 \
+  "adcx %[hi], %[lo2]\n\t" flip_lo2 "adox 24(%[r]), %[lo2]\n\t"               \
+  "movq %[lo2], 24(%[r])\n\t"                                                \
+  "leaq 32(%[a]), %[a]\n\t"                                                  \
+  "leaq 32(%[r]), %[r]\n\t"                                                  \
+  "leaq -1(%%rcx), %%rcx\n\t"                                                \
   "jmp 1b\n\t"
 
 inline Limb AddMul1Wide(Limb* r, const Limb* a, size_t n, Limb m) {

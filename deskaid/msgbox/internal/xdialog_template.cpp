@@ -279,7 +279,6 @@ void CXDialogTemplate::Layout(const MessageDialogParams& p, int customCount,
   const deskaid::DialogBaseUnits units = deskaid::SystemDialogBaseUnits();
   m_cx = static_cast<short>((r.dialog.right - r.dialog.left) * 4 / units.x);
   m_cy = static_cast<short>((r.dialog.bottom - r.dialog.top) * 8 / units.y);
-  m_x = m_y = 0;
 }
 
 // The message is measured word-wrapped in the message font, at most half the screen wide plus a
