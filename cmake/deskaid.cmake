@@ -157,3 +157,4 @@ function(deskaid_target_settings target)
 endfunction()
 
 include(${CMAKE_CURRENT_LIST_DIR}/deskaidElfutils.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/deskaidLlvm.cmake)
