@@ -1,0 +1,187 @@
+#include "llvm_log_symbolizer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <link.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+
+#include "export/pe_probe.h"
+#include "support/known_functions.h"
+#include "support/scratch_dir.h"
+
+namespace probe {
+struct Gadget {
+  static int Triple(int value);
+};
+}  // namespace probe
+
+const int kTripleLine = __LINE__ + 1;
+__attribute__((noinline)) int probe::Gadget::Triple(int value) { return value * 3; }
+
+namespace {
+
+using Location = LogSymbolizer::Location;
+using testing::EndsWith;
+
+// Code of this process as its file has it: the file, and the address as linked, whatever the load
+// bias (the test program may be position-independent). `linkBase` is the address of the file's
+// first loaded byte, its ELF header, which no function holds.
+struct LinkedCode {
+  std::string file;
+  uint64_t address = 0;
+  uint64_t linkBase = 0;
+};
+
+LinkedCode LinkedCodeAt(uint64_t runtimeAddress) {
+  struct Search {
+    uint64_t runtime;
+    LinkedCode found;
+  } search{runtimeAddress, {}};
+  dl_iterate_phdr(
+      [](dl_phdr_info* info, size_t, void* data) {
+        auto& s = *static_cast<Search*>(data);
+        uint64_t firstLoad = UINT64_MAX, bias = info->dlpi_addr;
+        bool holds = false;
+        for (int i = 0; i < info->dlpi_phnum; ++i) {
+          const ElfW(Phdr)& segment = info->dlpi_phdr[i];
+          if (segment.p_type != PT_LOAD) continue;
+          firstLoad = std::min<uint64_t>(firstLoad, segment.p_vaddr);
+          holds |= s.runtime - bias - segment.p_vaddr < segment.p_memsz;
+        }
+        if (!holds) return 0;
+        s.found = {info->dlpi_name[0] != '\0' ? info->dlpi_name : OwnExecutablePath(),
+                   s.runtime - bias, firstLoad};
+        return 1;
+      },
+      &search);
+  return search.found;
+}
+
+TEST(LlvmLogSymbolizerElf, NamesAnExternCFunctionWithItsFileAndLine) {
+  const LinkedCode code = LinkedCodeAt(ProbeAddress());
+  ASSERT_FALSE(code.file.empty());
+  LlvmLogSymbolizer symbolizer;
+  Location location;
+  ASSERT_TRUE(symbolizer.Symbolize(code.file, code.address, {}, location));
+  EXPECT_EQ(location.function, kProbeName);
+  EXPECT_THAT(location.file, EndsWith("tests/support/known_functions.cpp"));
+  EXPECT_EQ(location.line, static_cast<uint32_t>(kProbeLine));
+}
+
+TEST(LlvmLogSymbolizerElf, NamesACppFunctionWithItsScopeAndParameters) {
+  const LinkedCode code = LinkedCodeAt(reinterpret_cast<uintptr_t>(&probe::Gadget::Triple));
+  LlvmLogSymbolizer symbolizer;
+  Location atEntry, inside;
+  ASSERT_TRUE(symbolizer.Symbolize(code.file, code.address, {}, atEntry));
+  EXPECT_EQ(atEntry.function, "probe::Gadget::Triple(int)");
+  EXPECT_THAT(atEntry.file, EndsWith("tests/export/llvm_log_symbolizer_test.cpp"));
+  EXPECT_EQ(atEntry.line, static_cast<uint32_t>(kTripleLine));
+  ASSERT_TRUE(symbolizer.Symbolize(code.file, code.address + 1, {}, inside));
+  EXPECT_EQ(inside.function, atEntry.function);
+}
+
+TEST(LlvmLogSymbolizerElf, AddressesOutsideEveryFunctionAreNotNamed) {
+  const LinkedCode code = LinkedCodeAt(ProbeAddress());
+  LlvmLogSymbolizer symbolizer;
+  Location location{"untouched", "", 7};
+  EXPECT_FALSE(symbolizer.Symbolize(code.file, code.linkBase, {}, location));
+  EXPECT_FALSE(symbolizer.Symbolize(code.file, code.address + (uint64_t{1} << 40), {}, location));
+  EXPECT_EQ(location.function, "untouched");
+  EXPECT_EQ(location.line, 7u);
+}
+
+// Unreadable files fail each look-up quietly, and leave the symbolizer able to read others.
+TEST(LlvmLogSymbolizerFiles, UnreadableImagesAreNotNamed) {
+  ScratchDir dir;
+  const LinkedCode code = LinkedCodeAt(ProbeAddress());
+  const std::string whole = ReadFileBytes(code.file);
+  ASSERT_GT(whole.size(), 8192u);
+  WriteFileBytes(dir.PathOf("garbage.exe"), std::string(4096, '\x5a'));
+  WriteFileBytes(dir.PathOf("fake_pe.exe"), "MZ" + std::string(4094, '\xff'));
+  WriteFileBytes(dir.PathOf("truncated"), whole.substr(0, whole.size() / 3));
+
+  LlvmLogSymbolizer symbolizer;
+  Location location;
+  for (const char* name : {"missing", "garbage.exe", "fake_pe.exe", "truncated"}) {
+    EXPECT_FALSE(
+        symbolizer.Symbolize(dir.PathOf(name), code.address, {dir.path().string()}, location))
+        << name;
+  }
+  EXPECT_TRUE(symbolizer.Symbolize(code.file, code.address, {}, location));
+}
+
+#if defined(DESKAID_PE_DWARF_PROBE) || defined(DESKAID_PE_PDB_PROBE)
+// The link-time address of a PE32+ image's entry point, from its headers.
+uint64_t EntryPointOf(const std::string& image) {
+  const std::string bytes = ReadFileBytes(image);
+  auto field = [&bytes](size_t at, size_t size) {
+    uint64_t value = 0;
+    if (at + size <= bytes.size()) std::memcpy(&value, bytes.data() + at, size);
+    return value;
+  };
+  const size_t optionalHeader = field(0x3c, 4) + 24;  // past "PE\0\0" and the file header
+  return field(optionalHeader + 24, 8) + field(optionalHeader + 16, 4);
+}
+
+void ExpectProbe(const Location& location) {
+  EXPECT_EQ(location.function, "probe::Widget::Twice(int)");
+  EXPECT_THAT(location.file, EndsWith("tests/export/pe_probe.cpp"));
+  EXPECT_EQ(location.line, static_cast<uint32_t>(kPeProbeLine));
+}
+
+// The probe's function is a few bytes long; nothing follows it.
+void ExpectNothingPastTheProbe(LlvmLogSymbolizer& symbolizer, const std::string& image) {
+  Location location;
+  EXPECT_FALSE(symbolizer.Symbolize(image, EntryPointOf(image) + 0x100, {}, location));
+}
+#endif
+
+#ifdef DESKAID_PE_DWARF_PROBE
+TEST(LlvmLogSymbolizerPe, NamesCodeFromDwarfInTheImage) {
+  LlvmLogSymbolizer symbolizer;
+  Location location;
+  ASSERT_TRUE(symbolizer.Symbolize(DESKAID_PE_DWARF_PROBE, EntryPointOf(DESKAID_PE_DWARF_PROBE), {},
+                                   location));
+  ExpectProbe(location);
+  ExpectNothingPastTheProbe(symbolizer, DESKAID_PE_DWARF_PROBE);
+}
+#endif
+
+#ifdef DESKAID_PE_PDB_PROBE
+// The probe's PDB lies beside it; the folder it was linked in, which the image records, is gone.
+TEST(LlvmLogSymbolizerPe, FindsThePdbBesideTheImage) {
+  LlvmLogSymbolizer symbolizer;
+  Location location;
+  ASSERT_TRUE(
+      symbolizer.Symbolize(DESKAID_PE_PDB_PROBE, EntryPointOf(DESKAID_PE_PDB_PROBE), {}, location));
+  ExpectProbe(location);
+  ExpectNothingPastTheProbe(symbolizer, DESKAID_PE_PDB_PROBE);
+}
+
+TEST(LlvmLogSymbolizerPe, FindsThePdbOfTheImagesBuildInASymbolFolder) {
+  ScratchDir dir;
+  namespace fs = std::filesystem;
+  const fs::path image = dir.path() / "image" / "pe_probe.exe";
+  const fs::path pdb = fs::path(DESKAID_PE_PDB_PROBE).replace_extension(".pdb");
+  fs::create_directories(image.parent_path());
+  fs::create_directories(dir.path() / "symbols");
+  fs::copy_file(DESKAID_PE_PDB_PROBE, image);
+  fs::copy_file(pdb, dir.path() / "symbols" / "pe_probe.pdb");
+  const uint64_t entry = EntryPointOf(image.string());
+
+  LlvmLogSymbolizer symbolizer;
+  Location location;
+  EXPECT_FALSE(symbolizer.Symbolize(image.string(), entry, {}, location));
+  // A PDB of another build beside the image is passed over for the one in the folder.
+  fs::copy_file(DESKAID_PE_OTHER_PDB, image.parent_path() / "pe_probe.pdb");
+  EXPECT_FALSE(symbolizer.Symbolize(image.string(), entry, {dir.PathOf("image")}, location));
+  ASSERT_TRUE(symbolizer.Symbolize(image.string(), entry,
+                                   {dir.PathOf("missing"), dir.PathOf("symbols")}, location));
+  ExpectProbe(location);
+}
+#endif
+
+}  // namespace
