@@ -1,6 +1,7 @@
-// logexport: turns a binary log into text, resolving code addresses against an executable.
+// logexport: turns a binary log into text, resolving code addresses against an executable, or
+// against the images and symbol files on a symbol path.
 //
-//   logexport LOG [-o TEXT] [--image EXE] [--stamp]
+//   logexport LOG [-o TEXT] [--image EXE] [--symbols PATH] [--stamp]
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -10,10 +11,14 @@
 #include <deskaid/diag/log_export.h>
 #include "deskaid/common/internal/platform.h"
 
+#ifdef DESKAID_WITH_LLVM_SYMBOLIZER
+#include "llvm_log_symbolizer.h"
+#endif
+
 namespace {
 
 const char kUsage[] =
-    "usage: logexport LOG [-o TEXT] [--image EXE] [--stamp]\n"
+    "usage: logexport LOG [-o TEXT] [--image EXE] [--symbols PATH] [--stamp]\n"
     "\n"
     "Converts the binary log file LOG into text, one line per record:\n"
     "  <level> <MM>-<DD> <hh>:<mm>:<ss> TAB <message> CR LF   (local time)\n"
@@ -23,6 +28,18 @@ const char kUsage[] =
     "  -o TEXT       write the text to the file TEXT instead of standard output\n"
     "  --image EXE   resolve the first [XXXXXXXX] code address of each message to the name\n"
     "                of the symbol holding it, with EXE taken as loaded at 0x00400000\n"
+    "  --symbols PATH\n"
+    "                resolve each code reference <module+0xOFFSET> to function (file:line)\n"
+#ifdef _WIN32
+    "                from the module's image in the folders of PATH (separated by ';'),\n"
+#else
+    "                from the module's image in the folders of PATH (separated by ';' or ':'),\n"
+#endif
+    "                then in LOG's folder, and from its PDB file beside it or in those\n"
+    "                folders; an image of another build than the log recorded is not used\n"
+#if !defined(_WIN32) && !defined(DESKAID_WITH_LLVM_SYMBOLIZER)
+    "                (this build has no LLVM: it names code in ELF files, not in PE images)\n"
+#endif
     "  --stamp       print only the log's date stamp (MM-DD, the writing program's date)\n"
     "  -h, --help    show this text\n"
     "\n"
@@ -55,12 +72,25 @@ bool CopyToStdout(const std::string& path) {
   return std::fflush(stdout) == 0 && ok;
 }
 
+bool ConvertWithSymbols(const char* logPath, const char* textPath, const char* imagePath,
+                        const char* symbolPath) {
+  LogExportOptions options;
+  options.imagePath = imagePath;
+  options.symbolPath = symbolPath;
+#ifdef DESKAID_WITH_LLVM_SYMBOLIZER
+  LlvmLogSymbolizer symbolizer;  // elfutils alone would name no PE image
+  options.symbolizer = &symbolizer;
+#endif
+  return ConvertLogToTextWithSymbols(logPath, textPath, options);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const char* logPath = nullptr;
   const char* textPath = nullptr;
   const char* imagePath = nullptr;
+  const char* symbolPath = nullptr;
   bool stampOnly = false;
   for (int i = 1; i < argc; ++i) {
     const char* arg = argv[i];
@@ -70,6 +100,9 @@ int main(int argc, char** argv) {
     } else if (std::strcmp(arg, "-o") == 0 || std::strcmp(arg, "--image") == 0) {
       if (i + 1 >= argc) return UsageError("missing value after ", arg);
       (arg[1] == 'o' ? textPath : imagePath) = argv[++i];
+    } else if (std::strcmp(arg, "--symbols") == 0) {
+      if (i + 1 >= argc) return UsageError("missing value after ", arg);
+      symbolPath = argv[++i];
     } else if (std::strcmp(arg, "--stamp") == 0) {
       stampOnly = true;
     } else if (arg[0] == '-' && arg[1] != '\0') {
@@ -104,7 +137,9 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "logexport: cannot create a temporary file\n");
     return 1;
   }
-  bool converted = ConvertLogToText(logPath, target.c_str(), imagePath);
+  bool converted = symbolPath != nullptr
+                       ? ConvertWithSymbols(logPath, target.c_str(), imagePath, symbolPath)
+                       : ConvertLogToText(logPath, target.c_str(), imagePath);
   bool copied = textPath != nullptr || CopyToStdout(target);
   if (textPath == nullptr) std::remove(target.c_str());
   if (!converted) {
