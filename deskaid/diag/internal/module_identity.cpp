@@ -253,6 +253,13 @@ const char* ReadValue(const char* p, char* out, size_t size) {
 
 uint64_t HexValue(const char* text) { return std::strtoull(text, nullptr, 16); }
 
+// A signature is hex digits only; anything else is no signature.
+void CopyHex(char* target, size_t size, const char* value) {
+  size_t length = std::strlen(value);
+  if (std::strspn(value, "0123456789ABCDEFabcdef") != length || length >= size) length = 0;
+  CopyText(target, size, value, length);
+}
+
 }  // namespace
 
 bool ReadImageIdentity(ImageReader read, void* source, bool mapped, ModuleIdentity& identity) {
@@ -310,10 +317,10 @@ bool ParseModuleRecord(const char* text, ModuleIdentity& identity) {
     else if (key == "size") identity.size = HexValue(value);
     else if (key == "time") identity.timeStamp = static_cast<uint32_t>(HexValue(value));
     else if (key == "image") identity.imageSize = static_cast<uint32_t>(HexValue(value));
-    else if (key == "cv") CopyText(identity.codeView, sizeof identity.codeView, value, strlen(value));
+    else if (key == "cv") CopyHex(identity.codeView, sizeof identity.codeView, value);
     else if (key == "pdb") CopyText(identity.pdbPath, sizeof identity.pdbPath, value, strlen(value));
     else if (key == "path") CopyText(identity.path, sizeof identity.path, value, strlen(value));
-    else if (key == "buildid") CopyText(identity.buildId, sizeof identity.buildId, value, strlen(value));
+    else if (key == "buildid") CopyHex(identity.buildId, sizeof identity.buildId, value);
   }
   return true;
 }
