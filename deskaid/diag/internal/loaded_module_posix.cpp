@@ -17,19 +17,6 @@ struct Search {
   bool found;
 };
 
-struct MappedSpan {
-  uint64_t base;
-  uint64_t size;
-};
-
-// Reads the module's bytes as mapped, within the span its segments cover.
-bool ReadMapped(void* source, uint64_t offset, void* out, size_t size) {
-  const MappedSpan* span = static_cast<const MappedSpan*>(source);
-  if (offset > span->size || size > span->size - offset) return false;
-  std::memcpy(out, reinterpret_cast<const void*>(span->base + offset), size);
-  return true;
-}
-
 int Visit(dl_phdr_info* info, size_t, void* data) {
   Search* search = static_cast<Search*>(data);
   uint64_t low = UINT64_MAX, high = 0;
@@ -49,8 +36,7 @@ int Visit(dl_phdr_info* info, size_t, void* data) {
   identity.size = high - identity.base;
   // The ELF header is mapped at the start of the first segment; the identity is read from it.
   MappedSpan span{identity.base, identity.size};
-  ReadImageIdentity(ReadMapped, &span, true, identity);
-  identity.size = span.size;  // the reader's own count, from the headers, would agree
+  ReadImageIdentity(ReadMappedSpan, &span, true, identity);
   const char* path = info->dlpi_name;
   if (path == nullptr || path[0] == '\0') {
     platform::ExecutablePath(identity.path, sizeof identity.path);

@@ -6,24 +6,6 @@
 #include "deskaid/diag/internal/module_identity.h"
 
 namespace deskaid {
-namespace {
-
-struct MappedSpan {
-  uint64_t base;
-  uint64_t size;
-};
-
-// Reads the module's bytes as mapped. The headers give the image's size; until then only the
-// first page, which always holds them, is read.
-bool ReadMapped(void* source, uint64_t offset, void* out, size_t size) {
-  const MappedSpan* span = static_cast<const MappedSpan*>(source);
-  if (offset > span->size || size > span->size - offset) return false;
-  std::memcpy(out, reinterpret_cast<const void*>(static_cast<uintptr_t>(span->base + offset)),
-              size);
-  return true;
-}
-
-}  // namespace
 
 bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity) {
   HMODULE module = nullptr;
@@ -34,10 +16,11 @@ bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity) {
   }
   identity = ModuleIdentity();
   identity.base = reinterpret_cast<uintptr_t>(module);
+  // Until the headers give the image's size, only the first page, which holds them, is read.
   MappedSpan span{identity.base, 4096};
-  if (!ReadImageIdentity(ReadMapped, &span, true, identity)) return false;
+  if (!ReadImageIdentity(ReadMappedSpan, &span, true, identity)) return false;
   span.size = identity.imageSize;
-  ReadImageIdentity(ReadMapped, &span, true, identity);  // now with the debug directory in reach
+  ReadImageIdentity(ReadMappedSpan, &span, true, identity);  // the debug directory now in reach
   DWORD length = GetModuleFileNameA(module, identity.path, sizeof identity.path);
   if (length == 0 || length >= sizeof identity.path) identity.path[0] = '\0';
   const char* name = identity.path;

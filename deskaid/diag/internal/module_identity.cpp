@@ -269,6 +269,14 @@ bool ReadImageIdentity(ImageReader read, void* source, bool mapped, ModuleIdenti
   return ReadPe(read, source, mapped, identity) || ReadElf(read, source, mapped, identity);
 }
 
+bool ReadMappedSpan(void* span, uint64_t offset, void* out, size_t size) {
+  const MappedSpan* mapped = static_cast<const MappedSpan*>(span);
+  if (offset > mapped->size || size > mapped->size - offset) return false;
+  std::memcpy(out, reinterpret_cast<const void*>(static_cast<uintptr_t>(mapped->base + offset)),
+              size);
+  return true;
+}
+
 bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity) {
   std::FILE* file = std::fopen(path, "rb");
   if (file == nullptr) return false;

@@ -43,6 +43,13 @@ using ImageReader = bool (*)(void* source, uint64_t offset, void* out, size_t si
 // well-formed little-endian PE or ELF image.
 bool ReadImageIdentity(ImageReader read, void* source, bool mapped, ModuleIdentity& identity);
 
+// A loaded module's bytes, `size` of them from `base`, and an ImageReader over them.
+struct MappedSpan {
+  uint64_t base;
+  uint64_t size;
+};
+bool ReadMappedSpan(void* span, uint64_t offset, void* out, size_t size);
+
 // The identity of the image file at `path`, with name and path set from it.
 bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity);
 
