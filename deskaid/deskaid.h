@@ -5,6 +5,7 @@
 #include "deskaid/common/rc4.h"
 
 // Diagnostics
+#include "deskaid/diag/code_address.h"
 #include "deskaid/diag/crash_handler.h"
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/diag/internet_error_text.h"

@@ -6,9 +6,13 @@
 // also reaches in GCC builds; MSVC builds catch it on its own) and the runtime's invalid-parameter
 // reports. It then, in this order:
 //   1. writes to the global log, when it is open, one record naming the failure, its code and the
-//      faulting address as "[XXXXXXXX]", and one record per stack frame (up to 64) with the
-//      frame's return address as "[XXXXXXXX]", so that ConvertLogToText (or `logexport --image`)
-//      turns the whole crash into function names;
+//      faulting address, and one record per stack frame (up to 64) with the frame's return
+//      address. Each address is written as "[XXXXXXXX]" (its low 32 bits) followed by a module
+//      reference "<module+0xOFFSET>", and each module named is described once, in a record of its
+//      own before the first that names it (diag/code_address.h). ConvertLogToTextWithSymbols (or
+//      `logexport --symbols PATH`) names every frame in any module loaded anywhere, given the
+//      same builds of the modules; ConvertLogToText (`logexport --image`) names them only for an
+//      executable loaded at 0x00400000;
 //   2. writes a minidump, "<executable name> - YYYY.MM.DD HH.MM.SS.dmp", into the chosen folder
 //      (by default the log's folder, or the executable's when no log is open);
 //   3. when asked, shows a message box of the module's own engine with an error icon, a sentence,

@@ -4,12 +4,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/common/rc4.h"
 #include "deskaid/diag/internal/log_block_reader.h"
+#include "deskaid/diag/internal/module_identity.h"
 #include "deskaid/diag/log_format.h"
 #include "deskaid/diag/symbol_engine.h"
 
@@ -137,6 +140,162 @@ class AddressResolver {
   std::string m_name;  // shared by all records
 };
 
+// The platform's own back end: the symbol engine, in a session of its own. Every image gets a
+// base of its own in the session, because images linked at one base (DLLs often are) would
+// otherwise overlap there.
+class EngineSymbolizer : public LogSymbolizer {
+ public:
+  ~EngineSymbolizer() override { m_engine.Cleanup(); }
+
+  bool Symbolize(const std::string& imagePath, uint64_t address,
+                 const std::vector<std::string>& symbolFolders, Location& location) override {
+    if (!m_engine.IsInitialized()) {
+      std::string searchPath;
+      for (const std::string& folder : symbolFolders) searchPath += folder + ";";
+      m_engine.AddOptions(kSymOptUndecorateNames | kSymOptLoadLines);
+      // Any unique value names a session that is not a process's own.
+      if (!m_engine.Initialize(reinterpret_cast<SymHandle>(this), searchPath.c_str(), 0, 0))
+        return false;
+    }
+    auto image = m_images.find(imagePath);
+    if (image == m_images.end()) image = m_images.emplace(imagePath, Load(imagePath)).first;
+    const Image& loaded = image->second;
+    if (loaded.start == 0 || address < loaded.linkBase) return false;
+    const uint64_t at = loaded.start + (address - loaded.linkBase);
+    uint64_t displacement = 0;
+    location = Location();
+    if (!m_engine.SymbolFromAddress(at, location.function, displacement)) return false;
+    m_engine.LineFromAddress(at, location.file, location.line, displacement);
+    return true;
+  }
+
+ private:
+  struct Image {
+    uint64_t start = 0;     // where the session holds it; 0 when it could not be loaded
+    uint64_t linkBase = 0;  // the address its first byte was linked at
+  };
+
+  Image Load(const std::string& path) {
+    Image image;
+    deskaid::ModuleIdentity identity;
+    if (!deskaid::ReadImageFileIdentity(path.c_str(), identity)) return image;
+    image.linkBase = identity.linkBase;
+    image.start = m_engine.LoadModule(path, m_nextBase, 0);
+    m_nextBase += (identity.size + kSpacing) & ~(kSpacing - 1);
+    return image;
+  }
+
+  static constexpr uint64_t kSpacing = 0x100000;
+  CSymbolEngine m_engine;
+  std::map<std::string, Image> m_images;
+  uint64_t m_nextBase = 0x10000000;
+};
+
+// Names module references: finds each module's image on the symbol path, checks that it is the
+// build the log describes, and asks the back end.
+class ModuleResolver {
+ public:
+  ModuleResolver(const LogExportOptions& options, const char* logPath)
+      : m_symbolizer(options.symbolizer) {
+    if (m_symbolizer == nullptr) {
+      m_ownSymbolizer = std::make_unique<EngineSymbolizer>();
+      m_symbolizer = m_ownSymbolizer.get();
+    }
+    AddFolders(options.symbolPath);
+    std::string logFolder = logPath;
+    size_t end = logFolder.size();
+    while (end > 0 && !deskaid::platform::IsPathSeparator(logFolder[end - 1])) --end;
+    logFolder.resize(end);
+    m_folders.push_back(logFolder.empty() ? "." : logFolder);
+  }
+
+  // Takes in a module record; later records of the same name replace it.
+  void Describe(const char* record) {
+    deskaid::ModuleIdentity identity;
+    if (!deskaid::ParseModuleRecord(record, identity)) return;
+    Module& module = m_modules[identity.name];
+    module = Module();
+    module.logged = identity;
+  }
+
+  // The text that stands for the address of `reference`.
+  std::string Name(const deskaid::ModuleReference& reference) {
+    auto found = m_modules.find(reference.name);
+    if (found == m_modules.end())
+      return std::string("?? (no record of ") + reference.name + " in the log)";
+    Module& module = found->second;
+    if (!module.searched) Search(module);
+    if (!module.problem.empty()) return "?? (" + module.problem + ")";
+    LogSymbolizer::Location location;
+    if (!m_symbolizer->Symbolize(module.image, module.linkBase + reference.offset, m_folders,
+                                 location)) {
+      char offset[32];
+      std::snprintf(offset, sizeof offset, "+0x%llX",
+                    static_cast<unsigned long long>(reference.offset));
+      return "?? (nothing in " + module.image + " names " + offset + ")";
+    }
+    std::string name = location.function;
+    if (!location.file.empty())
+      name += " (" + location.file + ":" + std::to_string(location.line) + ")";
+    return name;
+  }
+
+ private:
+  struct Module {
+    deskaid::ModuleIdentity logged;
+    bool searched = false;
+    std::string image;    // the matching image found
+    uint64_t linkBase = 0;
+    std::string problem;  // why the module cannot be named
+  };
+
+  void AddFolders(const char* path) {
+    if (path == nullptr) return;
+    std::string folder;
+    for (const char* p = path;; ++p) {
+#ifdef _WIN32
+      const bool separator = *p == ';';
+#else
+      const bool separator = *p == ';' || *p == ':';
+#endif
+      if (*p == '\0' || separator) {
+        if (!folder.empty()) m_folders.push_back(folder);
+        folder.clear();
+        if (*p == '\0') break;
+      } else {
+        folder += *p;
+      }
+    }
+  }
+
+  // The first image of the module's name on the symbol path decides: a different build there
+  // says so rather than being passed over for one further on.
+  void Search(Module& module) {
+    module.searched = true;
+    const char* name = module.logged.name;
+    for (const std::string& folder : m_folders) {
+      std::string path = folder;
+      if (!deskaid::platform::IsPathSeparator(path.back())) path += deskaid::platform::kPathSeparator;
+      path += name;
+      deskaid::ModuleIdentity found;
+      if (!deskaid::ReadImageFileIdentity(path.c_str(), found)) continue;
+      if (const char* mismatch = deskaid::IdentityMismatch(module.logged, found)) {
+        module.problem = path + " is " + mismatch;
+        return;
+      }
+      module.image = path;
+      module.linkBase = found.linkBase;
+      return;
+    }
+    module.problem = std::string(name) + " is not on the symbol path";
+  }
+
+  LogSymbolizer* m_symbolizer;
+  std::unique_ptr<LogSymbolizer> m_ownSymbolizer;
+  std::vector<std::string> m_folders;
+  std::map<std::string, Module> m_modules;
+};
+
 // The RC4 keystreams of the trailer's sixteen keys. Every body starts a fresh cipher under its
 // key, so all bodies under one key are XORed with the same keystream; it is generated once, as
 // far as the longest body needs, and deciphering becomes a plain XOR.
@@ -177,8 +336,9 @@ class KeystreamTable {
 // One record per call: deciphers, resolves the marker and writes the line.
 class Converter {
  public:
-  Converter(const LogTrailer& trailer, AddressResolver& resolver, std::FILE* text)
-      : m_lines(text), m_resolver(resolver), m_keys(trailer) {}
+  Converter(const LogTrailer& trailer, AddressResolver& resolver, ModuleResolver* modules,
+            std::FILE* text)
+      : m_lines(text), m_resolver(resolver), m_modules(modules), m_keys(trailer) {}
 
   // `body` holds the record's bytes followed by two NULs.
   void Record(const LogRecordHeader& header, char* body) {
@@ -199,7 +359,39 @@ class Converter {
     m_lines.Char(':');
     m_lines.TwoDigits(when.tm_sec);
     m_lines.Char('\t');
+    if (m_modules == nullptr || !ModuleRecord(body)) PlainRecord(body);
+    m_lines.EndLine();
+  }
 
+  bool Finish() { return m_lines.Flush(); }
+
+ private:
+  // Writes a record that describes a module or names one, or returns false for any other.
+  bool ModuleRecord(char* body) {
+    deskaid::ModuleReference reference;
+    if (std::strncmp(body, "Module: ", 8) == 0) {
+      m_modules->Describe(body);
+      m_lines.Text(body);
+      return true;
+    }
+    if (!deskaid::FindModuleReference(body, reference)) return false;
+    // The name replaces the "[XXXXXXXX] " before the reference, or goes in front of it.
+    size_t cut = reference.begin;
+    const size_t marker = kMarkerDigits + 3;
+    if (cut >= marker && body[cut - 1] == ' ' && body[cut - 2] == ']' && body[cut - marker] == '[')
+      cut -= marker;
+    const char saved = body[cut];
+    body[cut] = '\0';
+    m_lines.Text(body);
+    body[cut] = saved;
+    m_lines.Text(m_modules->Name(reference).c_str());
+    m_lines.Char(' ');
+    m_lines.Text(body + reference.begin);
+    return true;
+  }
+
+  // The record as ConvertLogToText writes it.
+  void PlainRecord(char* body) {
     char* open = m_resolver.Enabled() ? std::strchr(body, '[') : nullptr;
     char* close = open != nullptr ? std::strchr(open, ']') : nullptr;
     if (close != nullptr && static_cast<size_t>(close - open - 1) == kMarkerDigits) {
@@ -213,14 +405,11 @@ class Converter {
     } else {
       m_lines.Text(body);
     }
-    m_lines.EndLine();
   }
 
-  bool Finish() { return m_lines.Flush(); }
-
- private:
   LineWriter m_lines;
   AddressResolver& m_resolver;
+  ModuleResolver* m_modules;  // null: references are left as they are
   KeystreamTable m_keys;
   LocalTimeCache m_times;
 };
@@ -242,7 +431,10 @@ bool ReadLogStamp(const char* path, uint32_t& month, uint32_t& day) {
   return true;
 }
 
-bool ConvertLogToText(const char* logPath, const char* textPath, const char* imagePath) {
+namespace {
+
+bool Convert(const char* logPath, const char* textPath, const char* imagePath,
+             const LogExportOptions* options) {
   AddressResolver resolver(imagePath);
   if (logPath == nullptr || textPath == nullptr || logPath[0] == '\0' || textPath[0] == '\0') {
     return false;
@@ -265,7 +457,9 @@ bool ConvertLogToText(const char* logPath, const char* textPath, const char* ima
 
   bool complete = true;
   {
-    Converter converter(trailer, resolver, text);
+    std::unique_ptr<ModuleResolver> modules;
+    if (options != nullptr) modules = std::make_unique<ModuleResolver>(*options, logPath);
+    Converter converter(trailer, resolver, modules.get(), text);
     deskaid::LogBlockReader reader(log, length - sizeof(LogTrailer));
     // Room for the longest body and the two NULs behind it.
     std::vector<char> body(0x10000 + 2);
@@ -284,4 +478,15 @@ bool ConvertLogToText(const char* logPath, const char* textPath, const char* ima
   std::fclose(log);
   if (std::fclose(text) != 0) complete = false;
   return complete;
+}
+
+}  // namespace
+
+bool ConvertLogToText(const char* logPath, const char* textPath, const char* imagePath) {
+  return Convert(logPath, textPath, imagePath, nullptr);
+}
+
+bool ConvertLogToTextWithSymbols(const char* logPath, const char* textPath,
+                                 const LogExportOptions& options) {
+  return Convert(logPath, textPath, options.imagePath, &options);
 }

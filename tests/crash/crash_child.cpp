@@ -1,5 +1,6 @@
 // crash_child KIND DIR [box | nolog | second]: fails as KIND says under the crash handler, logging
 // to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
+// KIND "plugin" fails inside a shared library of the child's own.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -30,6 +31,10 @@ void WriteReport(const char* dumpPath, const char* logPath, void*) {
 
 }  // namespace
 
+// In a module of the host's own (crash_plugin.cpp).
+extern "C" void PluginCrash();
+extern "C" void PluginCaller(void (*crash)());
+
 // A pure virtual call is undefined behaviour an optimiser may remove: the child calls its target.
 extern "C" void __cxa_pure_virtual();
 
@@ -51,6 +56,7 @@ extern "C" CHILD_NOINLINE void CrashingFunction(const char* kind) {
   if (std::strcmp(kind, "abort") == 0) std::abort();
   if (std::strcmp(kind, "terminate") == 0) std::terminate();
   if (std::strcmp(kind, "purecall") == 0) __cxa_pure_virtual();
+  if (std::strcmp(kind, "plugin") == 0) PluginCaller(PluginCrash);
 #ifdef _WIN32
   if (std::strcmp(kind, "parameter") == 0) {
     // Wine's msvcrt.dll only prints this report, keeping its invalid-parameter handler out of

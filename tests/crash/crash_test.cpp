@@ -17,16 +17,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string ChildPath() {  // with this program's extension
-  return BesideThisProgram("crash_child" + fs::path(OwnExecutablePath()).extension().string());
+// A child, by default the one loaded at the converter's base, with this program's extension.
+std::string ChildPath(const std::string& name = "crash_child") {
+  return BesideThisProgram(name + fs::path(OwnExecutablePath()).extension().string());
 }
 
 ChildExit RunChild(const char* kind, const ScratchDir& dir, const char* flag = nullptr,
-                   const std::function<void()>& whileRunning = nullptr) {
+                   const std::function<void()>& whileRunning = nullptr,
+                   const std::string& child = ChildPath()) {
   std::vector<std::string> args = {kind, dir.path().string()};
   if (flag != nullptr) args.push_back(flag);
   // Generous: a loaded machine can take a while to write a dump.
-  return RunChildProcess(ChildPath(), args, 180000, whileRunning);
+  return RunChildProcess(child, args, 180000, whileRunning);
 }
 
 #ifdef _WIN32
@@ -106,7 +108,8 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
     const ChildExit outcome = RunChild(failure.kind, dir, failure.flag);
     ASSERT_TRUE(outcome.finished);
     EXPECT_EQ(outcome.code, failure.status);
-    const std::vector<std::string> records = logtest::ParseFile(dir.PathOf("crash.log")).Texts();
+    const std::vector<std::string> records =
+        logtest::WithoutModuleRecords(logtest::ParseFile(dir.PathOf("crash.log")).Texts());
     if (logged) {
       ASSERT_TRUE(records.size() >= 3 && records.size() <= 2 + 64) << records.size();
       EXPECT_EQ(records[0], "child ready");
@@ -115,8 +118,8 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
       EXPECT_EQ(records[1].rfind(std::string("Crash: ") + failure.name + " (" + code + ") at [", 0),
                 0u)
           << records[1];
-      const auto messages = logtest::ExportedMessages(dir.PathOf("crash.log"),
-                                                      dir.PathOf("crash.txt"), ChildPath().c_str());
+      const auto messages = logtest::WithoutModuleRecords(logtest::ExportedMessages(
+          dir.PathOf("crash.log"), dir.PathOf("crash.txt"), ChildPath().c_str()));
       ASSERT_EQ(messages.size(), records.size());
       EXPECT_TRUE(!failure.crashedIn ||
                   messages[1].find(std::string(" at ") + failure.crashedIn) != std::string::npos)
@@ -143,6 +146,58 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
                : exception.second;
     EXPECT_EQ(exception, std::make_pair(uint32_t(failure.status), at));
 #endif
+  }
+}
+
+// A host linked as its toolchain links by default, failing in its executable and in a library of
+// its own: every frame in those modules is named, with its source line, from the images beside
+// it; another build of the same name names nothing and says why.
+TEST(CrashHandler, ModuleReferencesNameEveryFrameOfADefaultLinkedHost) {
+  const std::string child = ChildPath("crash_child_default");
+  const std::string childName = fs::path(child).filename().string();
+  const struct {
+    const char* kind;
+    const char* crashedIn;
+  } kCases[] = {{"access", "CrashingFunction"}, {"plugin", "PluginCrash"}};
+  for (const auto& failure : kCases) {
+    SCOPED_TRACE(failure.kind);
+    ScratchDir dir;
+    ASSERT_TRUE(RunChild(failure.kind, dir, nullptr, nullptr, child).finished);
+    const auto messages = logtest::WithoutModuleRecords(logtest::MessagesNamedFrom(
+        dir.PathOf("crash.log"), dir.PathOf("crash.txt"), fs::path(child).parent_path().string()));
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_NE(messages[1].find(std::string(" at ") + failure.crashedIn + " ("), std::string::npos)
+        << messages[1];
+    // Every frame from the failure out to main; the runtime's start code beyond main has no
+    // debug information, and not every symbol reader names it.
+    bool mainReached = false, callerNamed = false;
+    for (size_t i = 1; i < messages.size() && !mainReached; ++i) {
+      const std::string& m = messages[i];
+      if (m.find("<" + childName + "+0x") == std::string::npos &&
+          m.find("<crash_plugin") == std::string::npos)
+        continue;  // the system's modules are not on the symbol path
+      EXPECT_EQ(m.find("??"), std::string::npos) << m;
+      EXPECT_NE(m.find(".cpp:"), std::string::npos) << "named with its source line: " << m;
+      callerNamed = callerNamed || m.find("returns to CallerOfCrash (") != std::string::npos;
+      mainReached = m.find("returns to main (") != std::string::npos;
+    }
+    EXPECT_TRUE(mainReached) << "no frame returns to main";
+    EXPECT_TRUE(callerNamed) << "no frame returns to CallerOfCrash";
+
+    // Another image under the child's name is another build.
+    ScratchDir other;
+    const fs::path plugin = fs::path(child).parent_path() / "crash_plugin";
+    fs::copy_file(plugin.string() + (fs::exists(plugin.string() + ".dll") ? ".dll" : ".so"),
+                  other.PathOf(childName));
+    const auto unnamed = logtest::WithoutModuleRecords(logtest::MessagesNamedFrom(
+        dir.PathOf("crash.log"), dir.PathOf("other.txt"), other.path().string()));
+    ASSERT_EQ(unnamed.size(), messages.size());
+    for (const std::string& m : unnamed) {
+      if (m.find("<" + childName + "+0x") == std::string::npos) continue;
+      EXPECT_NE(m.find("?? (" + other.PathOf(childName) + " is a different build: its "),
+                std::string::npos)
+          << m;
+    }
   }
 }
 

@@ -77,14 +77,36 @@ inline std::vector<std::string> ArchivesBeside(const std::string& path) {
 }
 
 // The log exported to `text` (with `image` to resolve addresses), one message per line.
-inline std::vector<std::string> ExportedMessages(const std::string& log, const std::string& text,
-                                                 const char* image = nullptr) {
-  if (!ConvertLogToText(log.c_str(), text.c_str(), image)) return {"(not converted)"};
+// The messages of the text file that a conversion wrote.
+inline std::vector<std::string> MessagesOf(const std::string& text) {
   std::vector<std::string> messages;
   std::ifstream in(text);
   for (std::string line; std::getline(in, line);)
     messages.push_back(
         line.substr(line.find('\t') + 1, line.find_last_not_of('\r') - line.find('\t')));
+  return messages;
+}
+
+inline std::vector<std::string> ExportedMessages(const std::string& log, const std::string& text,
+                                                 const char* image = nullptr) {
+  if (!ConvertLogToText(log.c_str(), text.c_str(), image)) return {"(not converted)"};
+  return MessagesOf(text);
+}
+
+// The messages converted against the images and symbols in the folders of `symbolPath`.
+inline std::vector<std::string> MessagesNamedFrom(const std::string& log, const std::string& text,
+                                                  const std::string& symbolPath) {
+  LogExportOptions options;
+  options.symbolPath = symbolPath.c_str();
+  if (!ConvertLogToTextWithSymbols(log.c_str(), text.c_str(), options)) return {"(not converted)"};
+  return MessagesOf(text);
+}
+
+// Leaves out the records that describe modules.
+inline std::vector<std::string> WithoutModuleRecords(std::vector<std::string> messages) {
+  messages.erase(std::remove_if(messages.begin(), messages.end(),
+                                [](const std::string& m) { return m.rfind("Module: ", 0) == 0; }),
+                 messages.end());
   return messages;
 }
 

@@ -8,9 +8,14 @@
 #include <random>
 
 #include <deskaid/common/rc4.h>
+#include <deskaid/diag/code_address.h>
 #include <deskaid/diag/log_format.h>
+#include <deskaid/diag/log_writer.h>
+#include "diag/log_file.h"
 #include "support/known_functions.h"
 #include "support/scratch_dir.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -208,6 +213,44 @@ TEST_F(LogExport, StampsEqualLocaltimeInEveryZone) {
     EXPECT_EQ(Convert(bytes), expected);
   }
   UseZone(nullptr);
+}
+
+// A host's own code addresses: its module is described once per log, and the symbol path's image
+// of the same build names them, whatever the address the module was loaded at.
+TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
+  ScratchDir dir;
+  const std::string log = dir.PathOf("code.log");
+  ASSERT_TRUE(g_LogWriter.Open(log.c_str(), 0xFFFFFFFF, 1, 20));  // enciphered
+  int onTheStack = 0;
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "probe", reinterpret_cast<const void*>(ProbeAddress())), 1u);
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "again", reinterpret_cast<const void*>(ProbeAddress())), 1u);
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "data", &onTheStack), 1u);
+  g_LogWriter.Close();
+
+  const std::string image = fs::path(OwnExecutablePath()).filename().string();
+  const std::string folder = fs::path(OwnExecutablePath()).parent_path().string();
+  const auto named = logtest::MessagesNamedFrom(log, dir.PathOf("named.txt"), folder);
+  ASSERT_EQ(named.size(), 4u);
+  EXPECT_EQ(named[0].rfind("Module: \"" + image + "\" base=0x", 0), 0u) << named[0];
+  const std::string probe = std::string(kProbeName) + " (";
+  const std::string line = ":" + std::to_string(kProbeLine) + ") <" + image + "+0x";
+  for (size_t i : {1, 2}) {
+    EXPECT_EQ(named[i].find(probe), std::string(i == 1 ? "probe " : "again ").size()) << named[i];
+    EXPECT_NE(named[i].find(line), std::string::npos) << named[i];
+  }
+  EXPECT_EQ(named[3].find("data ["), 0u) << "no module holds the stack";
+  EXPECT_EQ(named[3].find('<'), std::string::npos) << named[3];
+
+  // The log's folder alone holds no image; the plain conversion leaves references as they are.
+  const auto unnamed = logtest::MessagesNamedFrom(log, dir.PathOf("unnamed.txt"), "");
+  ASSERT_EQ(unnamed.size(), 4u);
+  EXPECT_NE(unnamed[1].find("probe ?? (" + image + " is not on the symbol path) <"),
+            std::string::npos)
+      << unnamed[1];
+  const auto plain = logtest::ExportedMessages(log, dir.PathOf("plain.txt"));
+  ASSERT_EQ(plain.size(), 4u);
+  EXPECT_EQ(plain[1].rfind("probe [", 0), 0u);
+  EXPECT_NE(plain[1].find("] <" + image + "+0x"), std::string::npos) << plain[1];
 }
 
 }  // namespace

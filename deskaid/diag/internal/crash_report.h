@@ -15,7 +15,8 @@ constexpr size_t kMaxCrashFrames = 64;
 // frame (at most kMaxCrashFrames) with the frame's return address, all at level 1 of the global
 // log. Nothing is written when the log is closed, when its lock cannot be had within a second, or
 // when the calling thread is itself inside a log operation. Addresses are given as eight hex
-// digits, the form the log's address markers take. `logPath` receives the open log's path, or the
+// digits, the form the log's address markers take, followed by a module reference; each module
+// named gets a record describing it before the first record that names it. `logPath` receives the open log's path, or the
 // empty text when nothing was written. Never waits for the log's lock longer than that second.
 void LogCrash(const char* name, uint32_t code, uint64_t address, const StackFrameEntry* frames,
               size_t count, char* logPath, size_t logPathSize);

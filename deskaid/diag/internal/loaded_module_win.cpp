@@ -1,0 +1,33 @@
+// Loaded modules through the loader: the module that holds an address, and its headers as mapped.
+#include <windows.h>
+
+#include <cstring>
+
+#include "deskaid/diag/internal/module_identity.h"
+
+namespace deskaid {
+
+bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity) {
+  HMODULE module = nullptr;
+  if (!GetModuleHandleExA(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          reinterpret_cast<LPCSTR>(static_cast<uintptr_t>(address)), &module)) {
+    return false;
+  }
+  identity = ModuleIdentity();
+  identity.base = reinterpret_cast<uintptr_t>(module);
+  // Until the headers give the image's size, only the first page, which holds them, is read.
+  MappedSpan span{identity.base, 4096};
+  if (!ReadImageIdentity(ReadMappedSpan, &span, true, identity)) return false;
+  span.size = identity.imageSize;
+  ReadImageIdentity(ReadMappedSpan, &span, true, identity);  // the debug directory now in reach
+  DWORD length = GetModuleFileNameA(module, identity.path, sizeof identity.path);
+  if (length == 0 || length >= sizeof identity.path) identity.path[0] = '\0';
+  const char* name = identity.path;
+  for (const char* p = identity.path; *p != '\0'; ++p)
+    if (*p == '\\' || *p == '/') name = p + 1;
+  std::memmove(identity.name, name, std::strlen(name) + 1);
+  return true;
+}
+
+}  // namespace deskaid
