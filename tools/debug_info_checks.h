@@ -1,6 +1,6 @@
 // Guards for LLVM's debug information readers, which trust some of the numbers in what they read
 // and crash on a damaged file where those numbers lead outside their tables. Each check reads the
-// parts those numbers come from once, before any look-up by address, so that a damaged file is
+// records that hold those numbers once, before any look-up by address, so that a damaged file is
 // turned away instead.
 #pragma once
 
