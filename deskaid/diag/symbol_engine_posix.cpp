@@ -6,6 +6,8 @@
 // meaning (not initialised, bad argument).
 #include "deskaid/diag/symbol_engine.h"
 
+#include "deskaid/diag/internal/frame_walk_posix.h"
+
 #include <cxxabi.h>
 #include <elfutils/libdwfl.h>
 #include <sys/uio.h>
@@ -282,27 +284,8 @@ bool CSymbolEngine::LineFromAddress(uint64_t address, std::string& fileName, uin
 
 namespace {
 
-struct UnwindFrame {
-  uint64_t pc;
-  uint64_t framePointer;
-};
-
-_Unwind_Reason_Code CollectFrame(struct _Unwind_Context* context, void* arg) {
-  auto* frames = static_cast<std::vector<UnwindFrame>*>(arg);
-  frames->push_back(UnwindFrame{static_cast<uint64_t>(_Unwind_GetIP(context)),
-                                static_cast<uint64_t>(_Unwind_GetCFA(context))});
-  return _URC_NO_REASON;
-}
-
-// Reads one word of this process's memory without faulting, as the debug-help library reads the
-// walked process's stack.
-bool ReadWord(uint64_t address, uint64_t& value) {
-  uintptr_t word = 0;
-  iovec local{&word, sizeof word};
-  iovec remote{reinterpret_cast<void*>(static_cast<uintptr_t>(address)), sizeof word};
-  if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != static_cast<ssize_t>(sizeof word))
-    return false;
-  value = word;
+bool KeepFrame(const StackFrameEntry& frame, void* context) {
+  static_cast<std::vector<StackFrameEntry>*>(context)->push_back(frame);
   return true;
 }
 
@@ -319,26 +302,11 @@ void CSymbolEngine::StackWalk(std::vector<StackFrameEntry>& frames, int skip, Sy
   errno = 0;
   if (context == nullptr) {
     // The unwinder's first frame is this function, at the point of the call.
-    std::vector<UnwindFrame> raw;
-    _Unwind_Backtrace(CollectFrame, &raw);
-    for (size_t i = 0; i < raw.size(); ++i) {
-      uint64_t returnAddress = i + 1 < raw.size() ? raw[i + 1].pc : 0;
-      walked.push_back(StackFrameEntry{raw[i].pc, returnAddress, raw[i].framePointer});
-    }
+    deskaid::UnwoundFrames unwound(KeepFrame, &walked);
+    _Unwind_Backtrace(deskaid::UnwoundFrames::Collect, &unwound);
+    unwound.Finish();
   } else {
-    // From foreign registers only the frame-pointer chain can be followed: each frame holds
-    // the caller's frame pointer and, above it, the return address.
-    uint64_t pc = context->pc;
-    uint64_t frame = context->framePointer;
-    while (pc != 0) {
-      uint64_t callerFrame = 0, returnAddress = 0;
-      bool linked = frame != 0 && ReadWord(frame, callerFrame) &&
-                    ReadWord(frame + sizeof(uintptr_t), returnAddress);
-      walked.push_back(StackFrameEntry{pc, linked ? returnAddress : 0, frame});
-      if (!linked || callerFrame <= frame) break;
-      pc = returnAddress;
-      frame = callerFrame;
-    }
+    deskaid::WalkFramePointers(*context, KeepFrame, &walked);
   }
 
   for (const StackFrameEntry& entry : walked) {

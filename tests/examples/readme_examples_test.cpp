@@ -36,6 +36,23 @@ TEST(ReadmeExamples, LogTraceAndExport) {
   EXPECT_NE(ReadFileBytes(textPath).find("\topen [0040121A] failed\r"), std::string::npos);
 }
 
+void OnEvent() {}
+
+TEST(ReadmeExamples, CodeAddress) {
+  ScratchDir dir;
+  const std::string logPath = dir.PathOf("app.log");
+  g_LogWriter.Open(logPath.c_str(), 1 << 20, /*encipher=*/0, /*dropPercent=*/20);
+  // README: code address
+  LogCodeAddress(LOG_LEVEL_2, "callback registered:", reinterpret_cast<const void*>(&OnEvent));
+  // -> "callback registered: [4000A3F0] <app.exe+0xA3F0>", after a record describing app.exe
+  // README: end
+  g_LogWriter.Close();
+  const std::string bytes = ReadFileBytes(logPath);
+  const std::string self = std::filesystem::path(OwnExecutablePath()).filename().string();
+  EXPECT_LT(bytes.find("Module: \"" + self + "\""), bytes.find("callback registered: ["));
+  EXPECT_NE(bytes.find("] <" + self + "+0x"), std::string::npos);
+}
+
 TEST(ReadmeExamples, Symbols) {
   std::vector<std::string> names;
   // README: symbols
