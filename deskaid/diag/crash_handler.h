@@ -24,13 +24,21 @@
 // The work runs on a thread started when the crash happens (a stack overflow leaves the failing
 // thread no stack to work on). A second failure while the handler works ends the process at once.
 //
-// On POSIX systems the handler catches SIGSEGV, SIGFPE, SIGILL, SIGBUS and SIGABRT on an
-// alternate signal stack of the installing thread, writes the same log records, writes no
-// minidump and shows no box, and raises the signal again with its default action, so the exit
-// status and any core dump stay as the system gives them.
+// On POSIX systems the handler catches SIGSEGV, SIGFPE, SIGILL, SIGBUS and SIGABRT, writes the
+// same log records, writes no minidump and shows no box, passes the signal to the handler that
+// was installed before it (if that was a function), and raises the signal again with its default
+// action, so the exit status and any core dump stay as the system gives them. It runs on an
+// alternate signal stack: the installing thread gets one, and every thread the host starts later
+// gets one by calling PrepareThreadForCrashHandler, without which a stack overflow on that thread
+// ends the process unreported. The first failing thread's report wins: other threads that fail
+// while it is written wait for the process to end with the first failure's signal. Nothing on
+// that path allocates or uses stdio, so a damaged heap or an allocator lock held by the failing
+// thread does not stop the report.
 //
 // The log records are written only if the log's lock can be had within a second and the failing
 // thread was not itself inside a log operation; otherwise they are dropped rather than waited for.
+// Once written, the lock stays held until the process ends, so that no record written by another
+// thread afterwards can rotate the crash's records out of the log.
 // Frames are followed through frame pointers: code built without them may show fewer frames.
 #pragma once
 
@@ -62,3 +70,8 @@ bool InstallCrashHandler(const CrashHandlerOptions* options);
 
 // Restores what was installed before InstallCrashHandler. Returns false when none is installed.
 bool RemoveCrashHandler();
+
+// POSIX: gives the calling thread an alternate signal stack, so that the handler can report a
+// stack overflow on it; released when the thread ends. Call it first thing in every thread the
+// host starts. True when the thread has one (already, or now). Windows needs none: returns true.
+bool PrepareThreadForCrashHandler();

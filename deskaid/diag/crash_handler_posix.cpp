@@ -2,22 +2,27 @@
 
 #include <signal.h>
 #include <ucontext.h>
+#include <unistd.h>
+#include <unwind.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 #include "deskaid/diag/debug_trace.h"
 #include "deskaid/diag/internal/crash_report.h"
-#include "deskaid/diag/symbol_engine.h"
+#include "deskaid/diag/internal/frame_walk_posix.h"
 
 namespace {
 
 constexpr int kSignals[] = {SIGSEGV, SIGFPE, SIGILL, SIGBUS, SIGABRT};
 constexpr size_t kSignalCount = sizeof kSignals / sizeof kSignals[0];
-// Room for the handler on the alternate stack: the stack walk and the log's formatting.
+// Room for the handler on an alternate stack: the stack walk and the log's writing.
 constexpr size_t kAlternateStackSize = 256 * 1024;
+// The frames the handler walks: its own and the signal frame before the failing one, then as many
+// as a crash report holds.
+constexpr size_t kMaxWalkedFrames = deskaid::kMaxCrashFrames + 64;
 
 struct Installed {
   bool active = false;
@@ -28,6 +33,25 @@ struct Installed {
 };
 
 Installed g_installed;
+
+// Set by the first failing thread: its report is written whole, and the others wait for it.
+std::atomic<bool> g_reporting{false};
+
+// The handler's frames, reserved beforehand: the heap may be damaged, or its lock held by the
+// thread that failed.
+struct WalkedFrames {
+  StackFrameEntry entries[kMaxWalkedFrames];
+  size_t count = 0;
+};
+WalkedFrames g_walked;
+
+// Keeps what CSymbolEngine::StackWalk keeps: frames with a program counter that is not their own
+// return address.
+bool KeepWalkedFrame(const StackFrameEntry& frame, void*) {
+  if (frame.pc != 0 && frame.pc != frame.returnAddress)
+    g_walked.entries[g_walked.count++] = frame;
+  return g_walked.count < kMaxWalkedFrames;
+}
 
 const char* SignalName(int signal) {
   switch (signal) {
@@ -61,32 +85,82 @@ SymContext ContextOf(const void* ucontext) {
   return context;
 }
 
-// Runs on the alternate stack with every handled signal blocked: a second failure inside it is a
-// blocked synchronous signal, which the system answers by ending the process at once.
-void OnSignal(int signal, siginfo_t*, void* ucontext) {
-  DebugTrace("in crash handler: %s\n", SignalName(signal));
-  SymContext context = ContextOf(ucontext);
-  // The unwind tables lead through the signal frame into code built without frame pointers (the
-  // C library's abort, for one); the frames before the failing one are the handler's own. Where
-  // the tables do not reach it, the frame-pointer chain from the failing registers is followed.
-  // Neither walk needs a symbol session.
-  std::vector<StackFrameEntry> frames;
-  CSymbolEngine engine;
-  engine.StackWalk(frames, 0, nullptr, nullptr);
+// The unwind tables lead through the signal frame into code built without frame pointers (the C
+// library's abort, for one); the frames before the failing one are the handler's own. Where the
+// tables do not reach it, the frame-pointer chain from the failing registers is followed.
+void WalkFromTheFailure(const SymContext& context) {
+  g_walked.count = 0;
+  deskaid::UnwoundFrames unwound(KeepWalkedFrame, nullptr);
+  _Unwind_Backtrace(deskaid::UnwoundFrames::Collect, &unwound);
+  unwound.Finish();
   size_t failing = 0;
-  while (failing < frames.size() && frames[failing].pc != context.pc) ++failing;
-  if (failing < frames.size()) {
-    frames.erase(frames.begin(), frames.begin() + static_cast<std::ptrdiff_t>(failing));
+  while (failing < g_walked.count && g_walked.entries[failing].pc != context.pc) ++failing;
+  if (failing < g_walked.count) {
+    std::memmove(g_walked.entries, g_walked.entries + failing,
+                 (g_walked.count - failing) * sizeof(StackFrameEntry));
+    g_walked.count -= failing;
   } else if (context.pc != 0) {
-    engine.StackWalk(frames, 0, nullptr, &context);
+    g_walked.count = 0;
+    deskaid::WalkFramePointers(context, KeepWalkedFrame, nullptr);
   }
+}
+
+// What was installed for `signal` before the handler.
+const struct sigaction& PreviousAction(int signal) {
+  size_t i = 0;
+  while (i + 1 < kSignalCount && kSignals[i] != signal) ++i;
+  return g_installed.previous[i];
+}
+
+// Runs on an alternate stack where the thread has one, with every handled signal blocked: a second
+// failure inside it is a blocked synchronous signal, which the system answers by ending the
+// process at once. Nothing here allocates or uses stdio: records are formatted into reserved
+// memory, and the log's lock is waited for a second at most.
+void OnSignal(int signal, siginfo_t* info, void* ucontext) {
+  if (g_reporting.exchange(true)) {
+    // Another thread is reporting its failure and ends the process when done; ending it first
+    // with this signal would cut that report short.
+    for (;;) pause();
+  }
+  DebugTrace("in crash handler: %s\n", SignalName(signal));
+  const SymContext context = ContextOf(ucontext);
+  WalkFromTheFailure(context);
   char logPath[deskaid::kMaxPath];
-  deskaid::LogCrash(SignalName(signal), static_cast<uint32_t>(signal), context.pc, frames.data(),
-                    frames.size(), logPath, sizeof logPath);
-  // The handler was reset to the default action on entry: raised again, the signal ends the
-  // process as it would have without the handler once this returns and unblocks it.
+  deskaid::LogCrash(SignalName(signal), static_cast<uint32_t>(signal), context.pc,
+                    g_walked.entries, g_walked.count, logPath, sizeof logPath);
+  // A handler that was there before ours gets the failure too.
+  const struct sigaction& previous = PreviousAction(signal);
+  if ((previous.sa_flags & SA_SIGINFO) != 0 && previous.sa_sigaction != nullptr) {
+    previous.sa_sigaction(signal, info, ucontext);
+  } else if ((previous.sa_flags & SA_SIGINFO) == 0 && previous.sa_handler != SIG_DFL &&
+             previous.sa_handler != SIG_IGN) {
+    previous.sa_handler(signal);
+  }
+  // Raised again with the default action, the signal ends the process as it would have without
+  // the handler once this returns and unblocks it.
+  struct sigaction fallback {};
+  fallback.sa_handler = SIG_DFL;
+  sigemptyset(&fallback.sa_mask);
+  sigaction(signal, &fallback, nullptr);
   raise(signal);
 }
+
+// The alternate stack a thread was given by PrepareThreadForCrashHandler, released when the
+// thread ends.
+struct ThreadStack {
+  void* memory = nullptr;
+  ~ThreadStack() {
+    if (memory == nullptr) return;
+    stack_t current{};
+    if (sigaltstack(nullptr, &current) == 0 && current.ss_sp == memory) {
+      stack_t disable{};
+      disable.ss_flags = SS_DISABLE;
+      sigaltstack(&disable, nullptr);
+    }
+    std::free(memory);
+  }
+};
+thread_local ThreadStack t_stack;
 
 }  // namespace
 
@@ -103,7 +177,7 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
   }
   struct sigaction action {};
   action.sa_sigaction = OnSignal;
-  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESETHAND;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK;
   sigemptyset(&action.sa_mask);
   for (int signal : kSignals) sigaddset(&action.sa_mask, signal);
   for (size_t i = 0; i < kSignalCount; ++i) {
@@ -132,5 +206,22 @@ bool RemoveCrashHandler() {
   }
   g_installed.stack = nullptr;
   g_installed.active = false;
+  return true;
+}
+
+bool PrepareThreadForCrashHandler() {
+  stack_t current{};
+  if (sigaltstack(nullptr, &current) != 0) return false;
+  if ((current.ss_flags & SS_DISABLE) == 0) return true;  // it has one already
+  void* memory = std::malloc(kAlternateStackSize);
+  if (memory == nullptr) return false;
+  stack_t stack{};
+  stack.ss_sp = memory;
+  stack.ss_size = kAlternateStackSize;
+  if (sigaltstack(&stack, nullptr) != 0) {
+    std::free(memory);
+    return false;
+  }
+  t_stack.memory = memory;
   return true;
 }

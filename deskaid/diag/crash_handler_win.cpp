@@ -305,3 +305,6 @@ bool RemoveCrashHandler() {
   g_installed.active = false;
   return true;
 }
+
+// A stack overflow is reported from the handler's own thread: threads need nothing of their own.
+bool PrepareThreadForCrashHandler() { return true; }

@@ -1,8 +1,9 @@
 #include "deskaid/diag/internal/crash_report.h"
 
 #include <chrono>
-#include <cstdio>
+#include <new>
 
+#include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/log_writer_lock.h"
 #include "deskaid/diag/internal/module_identity.h"
 #include "deskaid/diag/log_writer.h"
@@ -13,56 +14,72 @@ namespace {
 // The most modules one crash names: more distinct modules than this leave the rest unreferenced.
 constexpr size_t kMaxCrashModules = 16;
 
-// The modules of one crash and, for each address, which of them holds it. Static: a crash is
-// reported once, under the log's lock, and the handler's stack is better kept for the walk.
+// A record of a crash is formatted in here; nothing on the crash path allocates. Static: a crash
+// is reported once, and the handler's stack is better kept for the walk.
+char g_record[1024];
+
+void WriteRecord(const FixedText& text) {
+  g_LogWriter.Write(LOG_LEVEL_1, text.Text(), static_cast<uint32_t>(text.Length()),
+                    kLogRecordKind);
+}
+
+// The modules of one crash, each described in the log before the first record that names it.
 struct CrashModules {
   ModuleIdentity modules[kMaxCrashModules];
   size_t count = 0;
 
-  // The module holding `address`, described in the log the first time; null when none holds it.
+  // The module holding `address`; null when none does.
   const ModuleIdentity* Find(uint64_t address) {
     for (size_t i = 0; i < count; ++i)
       if (address - modules[i].base < modules[i].size) return &modules[i];
     if (count == kMaxCrashModules || !IdentifyLoadedModule(address, modules[count])) return nullptr;
-    static char record[1024];
-    FormatModuleRecord(modules[count], record, sizeof record);
-    g_LogWriter.WriteFormat(LOG_LEVEL_1, 0, "%s", record);
+    const size_t length = FormatModuleRecord(modules[count], g_record, sizeof g_record);
+    g_LogWriter.Write(LOG_LEVEL_1, g_record, static_cast<uint32_t>(length), kLogRecordKind);
     return &modules[count++];
   }
 
-  // " <module+0xOFFSET>" for `address`, or the empty text.
-  const char* Reference(uint64_t address) {
+  // "[XXXXXXXX] <module+0xOFFSET>" for `address` (without the reference outside every module).
+  void AddAddress(FixedText& text, uint64_t address) {
     static char reference[kMaxPath + 32];
     reference[0] = '\0';
     if (const ModuleIdentity* module = Find(address))
       FormatModuleReference(module->name, address - module->base, reference, sizeof reference);
-    return reference;
+    text.Add('[').Hex(address & 0xFFFFFFFFu, 8).Add(']').Add(reference);
   }
 };
 
 CrashModules g_crashModules;
+
+// The log's lock, once a crash report has it, is held until the process ends: records that other
+// threads write after the crash must not rotate the crash's records out of the log.
+alignas(LogWriterTryLock) unsigned char g_heldLock[sizeof(LogWriterTryLock)];
 
 }  // namespace
 
 void LogCrash(const char* name, uint32_t code, uint64_t address, const StackFrameEntry* frames,
               size_t count, char* logPath, size_t logPathSize) {
   if (logPathSize > 0) logPath[0] = '\0';
-  LogWriterTryLock lock(g_LogWriter, std::chrono::seconds(1));
-  if (!lock.OwnsLock() || !g_LogWriter.IsOpen()) return;
-  std::snprintf(logPath, logPathSize, "%s", g_LogWriter.GetPath());
+  const LogWriterTryLock* lock =
+      new (g_heldLock) LogWriterTryLock(g_LogWriter, std::chrono::seconds(1));  // never released
+  if (!lock->OwnsLock() || !g_LogWriter.IsOpen()) return;
+  if (logPathSize > 0) FixedText(logPath, logPathSize).Add(g_LogWriter.GetPath());
   CrashModules& modules = g_crashModules;
   modules.count = 0;
-  // Each module's record goes before the first record that names it.
-  const char* reference = modules.Reference(address);
-  g_LogWriter.WriteFormat(LOG_LEVEL_1, 0, "Crash: %s (0x%08X) at [%08X]%s", name,
-                          static_cast<unsigned>(code), static_cast<unsigned>(address), reference);
+  // The module records go out while the address is placed, before the record that holds it.
+  static char placed[kMaxPath + 64];
+  FixedText at(placed, sizeof placed);
+  modules.AddAddress(at, address);
+  FixedText record(g_record, sizeof g_record);
+  record.Add("Crash: ").Add(name).Add(" (0x").Hex(code, 8).Add(") at ").Add(placed);
+  WriteRecord(record);
   if (count > kMaxCrashFrames) count = kMaxCrashFrames;
   for (size_t i = 0; i < count; ++i) {
     if (frames[i].returnAddress == 0) break;  // the outermost frame returns nowhere
-    reference = modules.Reference(frames[i].returnAddress);
-    g_LogWriter.WriteFormat(LOG_LEVEL_1, 0, "Crash: frame %u returns to [%08X]%s",
-                            static_cast<unsigned>(i),
-                            static_cast<unsigned>(frames[i].returnAddress), reference);
+    FixedText returns(placed, sizeof placed);
+    modules.AddAddress(returns, frames[i].returnAddress);
+    FixedText frame(g_record, sizeof g_record);
+    frame.Add("Crash: frame ").Decimal(i).Add(" returns to ").Add(placed);
+    WriteRecord(frame);
   }
 }
 

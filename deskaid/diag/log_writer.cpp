@@ -75,6 +75,8 @@ CLogWriter::CLogWriter()
       m_trailer(),
       m_state(new State) {
   m_szPath[0] = '\0';
+  // Room for any formatted record: a crash report writes without allocating.
+  m_record.reserve(kHeaderSize + 1024 + kTrailerSize);
 }
 
 namespace {

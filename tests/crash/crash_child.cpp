@@ -1,6 +1,9 @@
 // crash_child KIND DIR [box | nolog | second]: fails as KIND says under the crash handler, logging
 // to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
-// KIND "plugin" fails inside a shared library of the child's own.
+// KIND "plugin" fails inside a shared library of the child's own. The POSIX kinds "threads2" and
+// "threads8" fail on that many threads at once, "heaplock" inside free() with the allocator's
+// lock held, "heapdamage" after damaging the heap, "overflow" on a worker thread's stack, "busylog"
+// while another thread fills a small log, and "chained" with a handler installed before ours.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -12,8 +15,14 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <malloc.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
 #endif
 
 // The failures must reach the processor, not a sanitized build's undefined-behaviour checks.
@@ -83,17 +92,109 @@ extern "C" CHILD_NOINLINE void CallerOfCrash(const char* kind) {
   g_sink = g_sink + 1;
 }
 
+#ifndef _WIN32
+// The failures of a process that does more than one thing at a time. Each returns only when it
+// did not fail.
+namespace more {
+
+std::atomic<int> g_ready{0};
+
+CHILD_NOINLINE void FaultWhenAllAreReady(int count) {
+  ++g_ready;
+  while (g_ready < count) {
+  }
+  *g_null = 1;
+}
+
+// `count` threads line up and fault together.
+CHILD_NOINLINE void ThreadsAtOnce(int count) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; ++i) threads.emplace_back(FaultWhenAllAreReady, count);
+  for (auto& thread : threads) thread.join();
+}
+
+// Blocks beyond the per-thread caches go through the arena, whose lock free() takes in a process
+// with more than one thread; a zero size behind the block makes free() fail with the lock held.
+CHILD_NOINLINE void InsideFreeWithTheLockHeld() {
+  std::thread idle([] { pause(); });
+  idle.detach();
+  auto* block = static_cast<volatile size_t*>(std::malloc(4000));
+  void* after = std::malloc(4000);
+  block[malloc_usable_size(const_cast<size_t*>(block)) / sizeof(size_t)] = 0;  // the next's size
+  std::free(const_cast<size_t*>(block));
+  std::free(after);
+}
+
+// In every small size class, a block runs over into the freed block behind it, through its size
+// and its link in the per-thread cache: the next allocation of any of those sizes follows that
+// link into nowhere.
+CHILD_NOINLINE void AfterHeapDamage() {
+  for (size_t size = 24; size <= 1032; size += 16) {  // sizes that fill their blocks exactly
+    char* block = static_cast<char*>(std::malloc(size));
+    char* behind = static_cast<char*>(std::malloc(size));
+    std::free(behind);
+    // Only a block right behind is damaged: the process's own data (its log's stream) stays whole.
+    if (behind == block + size + 8) std::memset(block + size, 0x41, 16);
+  }
+  *g_null = 2;
+}
+
+CHILD_NOINLINE void OverflowOnAWorker() {
+  std::thread worker([] {
+    if (!PrepareThreadForCrashHandler()) std::_Exit(4);
+    g_sink = Recurse(0);
+  });
+  worker.join();
+}
+
+// Another thread writes records as fast as it can into a log that rotates every few records.
+CHILD_NOINLINE void WhileTheLogIsBusy() {
+  std::thread writer([] {
+    for (int i = 0;; ++i) {
+      LogPrintf(LOG_LEVEL_2, "busy %d with a record long enough to make the log rotate often", i);
+      if (i == 2000) g_ready = 1;
+    }
+  });
+  writer.detach();
+  while (g_ready == 0) {
+  }
+  *g_null = 3;
+}
+
+void WritePrevious(int) {
+  const std::string path = g_dir + "/previous.txt";
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (fd >= 0) close(fd);
+}
+
+}  // namespace more
+#endif
+
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
   g_dir = argv[2];
   const std::string flag = argc > 3 ? argv[3] : "";
-  if (flag != "nolog") g_LogWriter.Open((g_dir + "/crash.log").c_str(), 0xFFFFFFFF, 1, 20);
+  const std::string kind = argv[1];
+  // The busy log rotates at its smallest size, dropping half of its records each time.
+  const uint32_t logSize = kind == "busylog" ? 65536 : 0xFFFFFFFF;
+  if (flag != "nolog") g_LogWriter.Open((g_dir + "/crash.log").c_str(), logSize, 1, 50);
+#ifndef _WIN32
+  if (kind == "chained") signal(SIGSEGV, more::WritePrevious);
+#endif
   CrashHandlerOptions options;
   if (flag == "box") options.dwOptions |= CRASH_SHOW_MESSAGE_BOX;
   options.pfnReport = WriteReport;
   if (!InstallCrashHandler(&options)) return 3;
   if (flag == "second") SetDebugTraceSink(FaultingTraceHook, nullptr);
   LogPrintf(LOG_LEVEL_2, "child ready");
+#ifndef _WIN32
+  if (kind == "threads2" || kind == "threads8") more::ThreadsAtOnce(kind == "threads2" ? 2 : 8);
+  if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
+  if (kind == "heapdamage") more::AfterHeapDamage();
+  if (kind == "overflow") more::OverflowOnAWorker();
+  if (kind == "busylog") more::WhileTheLogIsBusy();
+  if (kind == "chained") CallerOfCrash("access");
+#endif
   CallerOfCrash(argv[1]);
   return 0;
 }

@@ -17,7 +17,8 @@ constexpr size_t kMaxCrashFrames = 64;
 // when the calling thread is itself inside a log operation. Addresses are given as eight hex
 // digits, the form the log's address markers take, followed by a module reference; each module
 // named gets a record describing it before the first record that names it. `logPath` receives the open log's path, or the
-// empty text when nothing was written. Never waits for the log's lock longer than that second.
+// empty text when nothing was written. Never waits for the log's lock longer than that second;
+// once it has the lock, keeps it until the process ends. Uses neither the heap nor stdio.
 void LogCrash(const char* name, uint32_t code, uint64_t address, const StackFrameEntry* frames,
               size_t count, char* logPath, size_t logPathSize);
 

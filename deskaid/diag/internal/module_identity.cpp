@@ -1,14 +1,13 @@
 #include "deskaid/diag/internal/module_identity.h"
 
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "deskaid/common/internal/platform.h"
-#include "deskaid/diag/debug_trace.h"
+#include "deskaid/diag/internal/fixed_text.h"
 
 namespace deskaid {
 namespace {
@@ -71,7 +70,7 @@ bool FileOffsetOf(ImageReader read, void* source, const PeLayout& layout, uint32
 // The CodeView "RSDS" record the debug directory points to, if any.
 void ReadCodeView(ImageReader read, void* source, bool mapped, const PeLayout& layout,
                   uint32_t directoryRva, uint32_t directorySize, ModuleIdentity& identity) {
-  uint32_t entries = directorySize / kDebugEntrySize;
+  uint32_t entries = directorySize / static_cast<uint32_t>(kDebugEntrySize);
   if (entries > kMaxDebugEntries) entries = kMaxDebugEntries;
   uint64_t directory = directoryRva;
   if (!mapped && !FileOffsetOf(read, source, layout, directoryRva, directory)) return;
@@ -205,32 +204,12 @@ bool ReadFromFile(void* source, uint64_t offset, void* out, size_t size) {
 
 // --- Text forms -------------------------------------------------------------------------------
 
-// Appends to a bounded buffer, cutting what does not fit.
-class TextOut {
- public:
-  TextOut(char* out, size_t size) : m_out(out), m_size(size) { m_out[0] = '\0'; }
-  void Add(const char* format, ...) DESKAID_PRINTF_FORMAT(2, 3) {
-    if (m_length + 1 >= m_size) return;
-    va_list args;
-    va_start(args, format);
-    int n = std::vsnprintf(m_out + m_length, m_size - m_length, format, args);
-    va_end(args);
-    if (n > 0) m_length += static_cast<size_t>(n);
-    if (m_length >= m_size) m_length = m_size - 1;
-  }
-  // A quoted value; a '"' inside it would end it early.
-  void Quoted(const char* key, const char* value) {
-    Add("%s\"", key);
-    for (const char* p = value; *p != '\0'; ++p) Add("%c", *p == '"' ? '?' : *p);
-    Add("\"");
-  }
-  size_t Length() const { return m_length; }
-
- private:
-  char* m_out;
-  size_t m_size;
-  size_t m_length = 0;
-};
+// A quoted value; a '"' inside it, which would end it early, is written as '?'.
+void AddQuoted(FixedText& text, const char* key, const char* value) {
+  text.Add(key).Add('"');
+  for (const char* p = value; *p != '\0'; ++p) text.Add(*p == '"' ? '?' : *p);
+  text.Add('"');
+}
 
 const char kRecordPrefix[] = "Module: ";
 
@@ -290,21 +269,21 @@ bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity) {
 }
 
 size_t FormatModuleRecord(const ModuleIdentity& identity, char* out, size_t size) {
-  TextOut text(out, size);
-  text.Add("%s", kRecordPrefix);
-  text.Quoted("", identity.name);
-  text.Add(" base=0x%" PRIX64 " size=0x%" PRIX64, identity.base, identity.size);
+  FixedText text(out, size);
+  text.Add(kRecordPrefix);
+  AddQuoted(text, "", identity.name);
+  text.Add(" base=0x").Hex(identity.base).Add(" size=0x").Hex(identity.size);
   if (identity.format == ImageFormat::kPe) {
-    text.Add(" pe time=0x%08" PRIX32 " image=0x%" PRIX32, identity.timeStamp, identity.imageSize);
+    text.Add(" pe time=0x").Hex(identity.timeStamp, 8).Add(" image=0x").Hex(identity.imageSize);
     if (identity.codeView[0] != '\0') {
-      text.Add(" cv=%s", identity.codeView);
-      text.Quoted(" pdb=", identity.pdbPath);
+      text.Add(" cv=").Add(identity.codeView);
+      AddQuoted(text, " pdb=", identity.pdbPath);
     }
   } else if (identity.format == ImageFormat::kElf) {
     text.Add(" elf");
-    if (identity.buildId[0] != '\0') text.Add(" buildid=%s", identity.buildId);
+    if (identity.buildId[0] != '\0') text.Add(" buildid=").Add(identity.buildId);
   }
-  text.Quoted(" path=", identity.path);
+  AddQuoted(text, " path=", identity.path);
   return text.Length();
 }
 
@@ -334,8 +313,8 @@ bool ParseModuleRecord(const char* text, ModuleIdentity& identity) {
 }
 
 size_t FormatModuleReference(const char* name, uint64_t offset, char* out, size_t size) {
-  TextOut text(out, size);
-  text.Add(" <%s+0x%" PRIX64 ">", name, offset);
+  FixedText text(out, size);
+  text.Add(" <").Add(name).Add("+0x").Hex(offset).Add('>');
   return text.Length();
 }
 

@@ -62,7 +62,8 @@ bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity);
 //   Module: "app.exe" base=0x140000000 size=0x2A000 pe time=0x6560ABCD image=0x2A000
 //           cv=<GUID><age> pdb="C:\b\app.pdb" path="C:\b\app.exe"
 // Quoted values end at the next '"'; a '"' inside one is written as '?'. The text is cut to fit
-// `size` (which must be at least 1); returns its length.
+// `size` (which must be at least 1); returns its length. Neither this nor FormatModuleReference
+// uses the heap or stdio: a crash report writes them.
 size_t FormatModuleRecord(const ModuleIdentity& identity, char* out, size_t size);
 // Reads a record written by FormatModuleRecord. Unknown words are skipped, so that later writers
 // may add some. False when `text` is not a module record.
