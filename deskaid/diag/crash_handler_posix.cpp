@@ -10,8 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "deskaid/diag/debug_trace.h"
 #include "deskaid/diag/internal/crash_report.h"
+#include "deskaid/diag/internal/debug_trace_text.h"
+#include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/frame_walk_posix.h"
 
 namespace {
@@ -122,7 +123,9 @@ void OnSignal(int signal, siginfo_t* info, void* ucontext) {
     // with this signal would cut that report short.
     for (;;) pause();
   }
-  DebugTrace("in crash handler: %s\n", SignalName(signal));
+  char trace[64];
+  deskaid::FixedText line(trace, sizeof trace);
+  deskaid::DebugTraceText(line.Add("in crash handler: ").Add(SignalName(signal)).Add('\n').Text());
   const SymContext context = ContextOf(ucontext);
   WalkFromTheFailure(context);
   char logPath[deskaid::kMaxPath];

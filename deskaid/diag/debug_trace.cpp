@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "deskaid/common/internal/platform.h"
+#include "deskaid/diag/internal/debug_trace_text.h"
 
 namespace {
 DebugTraceSink g_sink = nullptr;
@@ -17,7 +18,11 @@ void DebugTrace(const char* format, ...) {
   va_start(args, format);
   deskaid::platform::FormatText(line, sizeof line, format, args);
   va_end(args);
-  deskaid::platform::DebuggerOutput(line);
+  deskaid::DebugTraceText(line);
+}
+
+void deskaid::DebugTraceText(const char* line) {
+  platform::DebuggerOutput(line);
   if (g_sink != nullptr) g_sink(line, g_sinkContext);
 }
 

@@ -80,9 +80,17 @@ bool SeekStream(std::FILE* stream, uint64_t offset) {
   return fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
 }
 
+// Standard error stands for the debugger output. Written with the system call itself, as an
+// unbuffered stream would: a signal handler traces through here too.
 void DebuggerOutput(const char* text) {
-  std::fputs(text, stderr);
-  std::fflush(stderr);
+  size_t length = std::strlen(text);
+  while (length > 0) {
+    const ssize_t n = write(STDERR_FILENO, text, length);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;
+    text += n;
+    length -= static_cast<size_t>(n);
+  }
 }
 
 bool IsUsableMemory(const void*, uint32_t, bool) { return true; }
