@@ -21,8 +21,11 @@
 //   4. ends the process with the failure's code as its exit status: the exception code, or
 //      0x40000015 (STATUS_FATAL_APP_EXIT) for abort and std::terminate, or 0xC0000417
 //      (STATUS_INVALID_CRUNTIME_PARAMETER) for an invalid parameter.
-// The work runs on a thread started when the crash happens (a stack overflow leaves the failing
-// thread no stack to work on). A second failure while the handler works ends the process at once.
+// The work runs on a thread started when the handler is installed, which waits until a failure
+// hands it the failing thread's context (a stack overflow leaves the failing thread no stack to
+// work on, and a failing process may be unable to start a thread). A failure inside that work ends
+// the process at once with the first failure's code; a failure on another thread while the first
+// is reported waits for the report to end the process.
 //
 // On POSIX systems the handler catches SIGSEGV, SIGFPE, SIGILL, SIGBUS and SIGABRT, writes the
 // same log records, writes no minidump and shows no box, passes the signal to the handler that

@@ -55,7 +55,17 @@ struct Installed {
 #endif
 };
 
+// The thread that does the handler's work, started when the handler is installed: a failing
+// process may be unable to start one (no memory, a held loader lock, a stack overflow).
+struct Worker {
+  HANDLE thread = nullptr;
+  DWORD id = 0;
+  HANDLE start = nullptr;  // set when a failure is ready, or when the handler is removed
+  volatile LONG quit = 0;
+};
+
 Installed g_installed;
+Worker g_worker;
 Failure g_failure;
 volatile LONG g_handling = 0;
 char g_dumpPath[deskaid::kMaxPath];
@@ -159,8 +169,8 @@ void ShowCrashBox(bool dumped) {
   ShowMessageDialog(nullptr, text.c_str(), caption.c_str(), MB_ICONERROR | MDS_NOSOUND, &params);
 }
 
-// The handler's work, on a thread of its own.
-DWORD WINAPI HandleFailure(void*) {
+// The handler's work, on its own thread.
+void HandleFailure() {
   DebugTrace("in crash handler: %s (0x%08lX)\n", g_failure.name,
              static_cast<unsigned long>(g_failure.code));
   LogFailure();
@@ -172,23 +182,50 @@ DWORD WINAPI HandleFailure(void*) {
     if (dumped) std::snprintf(g_dumpPath, sizeof g_dumpPath, "%s", path.c_str());
   }
   if (g_installed.options.dwOptions & CRASH_SHOW_MESSAGE_BOX) ShowCrashBox(dumped);
+}
+
+DWORD WINAPI WorkerMain(void*) {
+  WaitForSingleObject(g_worker.start, INFINITE);
+  if (g_worker.quit == 0) HandleFailure();
   return 0;
 }
 
-// Ends the process for the failure now in g_failure, after the handler's work. A failure that
-// arrives while the work runs (in the work itself, or on another thread) ends it at once.
+bool StartWorker() {
+  g_worker.quit = 0;
+  g_worker.start = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  if (g_worker.start == nullptr) return false;
+  g_worker.thread = CreateThread(nullptr, 1 << 20, WorkerMain, nullptr, 0, &g_worker.id);
+  if (g_worker.thread != nullptr) return true;
+  CloseHandle(g_worker.start);
+  return false;
+}
+
+void StopWorker() {
+  g_worker.quit = 1;
+  SetEvent(g_worker.start);
+  WaitForSingleObject(g_worker.thread, INFINITE);
+  CloseHandle(g_worker.thread);
+  CloseHandle(g_worker.start);
+  g_worker = Worker();
+}
+
+// Ends the process for the failure now in g_failure, after the handler's work.
 [[noreturn]] void Finish() {
-  HANDLE worker = CreateThread(nullptr, 1 << 20, HandleFailure, nullptr, 0, nullptr);
-  if (worker != nullptr) {
-    const bool userWaits = (g_installed.options.dwOptions & CRASH_SHOW_MESSAGE_BOX) != 0;
-    WaitForSingleObject(worker, userWaits ? INFINITE : kWorkPatienceMs);
-  }
+  SetEvent(g_worker.start);
+  const bool userWaits = (g_installed.options.dwOptions & CRASH_SHOW_MESSAGE_BOX) != 0;
+  WaitForSingleObject(g_worker.thread, userWaits ? INFINITE : kWorkPatienceMs);
   TerminateProcess(GetCurrentProcess(), g_failure.code);
   for (;;) Sleep(INFINITE);
 }
 
-// Claims the handler for this failure; false when another failure has it already.
-bool Claim() { return InterlockedExchange(&g_handling, 1) == 0; }
+// Claims the handler for this failure. When another failure has it already, this one does not
+// return: a failure inside the handler's work ends the process at once with the first failure's
+// code, and one on another thread waits for the first report to end the process.
+void Claim() {
+  if (InterlockedExchange(&g_handling, 1) == 0) return;
+  if (GetCurrentThreadId() == g_worker.id) TerminateProcess(GetCurrentProcess(), g_failure.code);
+  for (;;) Sleep(INFINITE);
+}
 
 void TakeThread() {
   g_failure.threadId = GetCurrentThreadId();
@@ -198,7 +235,7 @@ void TakeThread() {
 }
 
 LONG WINAPI OnUnhandledException(EXCEPTION_POINTERS* pointers) {
-  if (!Claim()) TerminateProcess(GetCurrentProcess(), g_failure.code);
+  Claim();
   g_failure.code =
       pointers->ExceptionRecord->ExceptionCode;  // first: a second failure exits with it
   g_failure.name = ExceptionName(g_failure.code);
@@ -231,7 +268,7 @@ void CaptureContext(CONTEXT& context) {
 // A failure reported by the runtime rather than raised by the processor: the record is made up
 // here, at the point of the report, with the code Windows gives such failures.
 [[noreturn]] void OnRuntimeFailure(DWORD code, const char* name) {
-  if (!Claim()) TerminateProcess(GetCurrentProcess(), g_failure.code);
+  Claim();
   g_failure.code = code;
   g_failure.name = name;
   CaptureContext(g_failure.context);
@@ -274,13 +311,16 @@ void OnPureCall() { OnRuntimeFailure(kFatalAppExit, "pure virtual call"); }
 }  // namespace
 
 bool InstallCrashHandler(const CrashHandlerOptions* options) {
-  if (g_installed.active) return false;
+  if (g_installed.active || !StartWorker()) return false;
   void (*previousAbort)(int) = signal(SIGABRT, OnAbort);
-  if (previousAbort == SIG_ERR) return false;
+  if (previousAbort == SIG_ERR) {
+    StopWorker();
+    return false;
+  }
   g_installed.options = options != nullptr ? *options : CrashHandlerOptions();
   g_installed.previousAbort = previousAbort;
-  // Room on the installing thread's stack for the filter after a stack overflow, which has it
-  // start the thread that does the work. Other threads keep the system's own guarantee.
+  // Room on the installing thread's stack for the filter after a stack overflow, which hands the
+  // work to the handler's thread. Other threads keep the system's own guarantee.
   ULONG guarantee = kStackGuarantee;
   SetThreadStackGuarantee(&guarantee);
   g_installed.previousFilter = SetUnhandledExceptionFilter(OnUnhandledException);
@@ -302,6 +342,7 @@ bool RemoveCrashHandler() {
 #ifdef _MSC_VER
   _set_purecall_handler(g_installed.previousPurecall);
 #endif
+  StopWorker();
   g_installed.active = false;
   return true;
 }

@@ -1,9 +1,9 @@
 // crash_child KIND DIR [box | nolog | second]: fails as KIND says under the crash handler, logging
 // to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
-// KIND "plugin" fails inside a shared library of the child's own. The POSIX kinds "threads2" and
-// "threads8" fail on that many threads at once, "heaplock" inside free() with the allocator's
-// lock held, "heapdamage" after damaging the heap, "overflow" on a worker thread's stack, "busylog"
-// while another thread fills a small log, and "chained" with a handler installed before ours.
+// KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
+// that many threads at once; "busylog" while another thread fills a small log. The POSIX kinds
+// "heaplock" fail inside free() with the allocator's lock held, "heapdamage" after damaging the
+// heap, "overflow" on a worker thread's stack, and "chained" with a handler installed before ours.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -19,11 +19,11 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#endif
 
 #include <atomic>
 #include <thread>
 #include <vector>
-#endif
 
 // The failures must reach the processor, not a sanitized build's undefined-behaviour checks.
 #define CHILD_NOINLINE __attribute__((noinline, no_sanitize("undefined")))
@@ -92,7 +92,6 @@ extern "C" CHILD_NOINLINE void CallerOfCrash(const char* kind) {
   g_sink = g_sink + 1;
 }
 
-#ifndef _WIN32
 // The failures of a process that does more than one thing at a time. Each returns only when it
 // did not fail.
 namespace more {
@@ -113,6 +112,21 @@ CHILD_NOINLINE void ThreadsAtOnce(int count) {
   for (auto& thread : threads) thread.join();
 }
 
+// Another thread writes records as fast as it can into a log that rotates every few records.
+CHILD_NOINLINE void WhileTheLogIsBusy() {
+  std::thread writer([] {
+    for (int i = 0;; ++i) {
+      LogPrintf(LOG_LEVEL_2, "busy %d with a record long enough to make the log rotate often", i);
+      if (i == 2000) g_ready = 1;
+    }
+  });
+  writer.detach();
+  while (g_ready == 0) {
+  }
+  *g_null = 3;
+}
+
+#ifndef _WIN32
 // Blocks beyond the per-thread caches go through the arena, whose lock free() takes in a process
 // with more than one thread; a zero size behind the block makes free() fail with the lock held.
 CHILD_NOINLINE void InsideFreeWithTheLockHeld() {
@@ -147,28 +161,14 @@ CHILD_NOINLINE void OverflowOnAWorker() {
   worker.join();
 }
 
-// Another thread writes records as fast as it can into a log that rotates every few records.
-CHILD_NOINLINE void WhileTheLogIsBusy() {
-  std::thread writer([] {
-    for (int i = 0;; ++i) {
-      LogPrintf(LOG_LEVEL_2, "busy %d with a record long enough to make the log rotate often", i);
-      if (i == 2000) g_ready = 1;
-    }
-  });
-  writer.detach();
-  while (g_ready == 0) {
-  }
-  *g_null = 3;
-}
-
 void WritePrevious(int) {
   const std::string path = g_dir + "/previous.txt";
   int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   if (fd >= 0) close(fd);
 }
 
-}  // namespace more
 #endif
+}  // namespace more
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
@@ -187,12 +187,12 @@ int main(int argc, char** argv) {
   if (!InstallCrashHandler(&options)) return 3;
   if (flag == "second") SetDebugTraceSink(FaultingTraceHook, nullptr);
   LogPrintf(LOG_LEVEL_2, "child ready");
-#ifndef _WIN32
   if (kind == "threads2" || kind == "threads8") more::ThreadsAtOnce(kind == "threads2" ? 2 : 8);
+  if (kind == "busylog") more::WhileTheLogIsBusy();
+#ifndef _WIN32
   if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
   if (kind == "heapdamage") more::AfterHeapDamage();
   if (kind == "overflow") more::OverflowOnAWorker();
-  if (kind == "busylog") more::WhileTheLogIsBusy();
   if (kind == "chained") CallerOfCrash("access");
 #endif
   CallerOfCrash(argv[1]);
