@@ -5,10 +5,13 @@
 #include <signal.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "deskaid/common/internal/path.h"
@@ -26,8 +29,10 @@ namespace {
 // Exit codes of the failures that are not structured exceptions, as Windows reports them.
 constexpr DWORD kFatalAppExit = 0x40000015;         // STATUS_FATAL_APP_EXIT: abort, terminate
 constexpr DWORD kInvalidCrtParameter = 0xC0000417;  // STATUS_INVALID_CRUNTIME_PARAMETER
-// How long the failing thread waits for the handler's work when no box waits for the user.
-constexpr DWORD kWorkPatienceMs = 60000;
+// How long the failing thread waits for the handler's work when no box waits for the user. The
+// log records come first and need neither the heap nor the debug-help library; the dump needs
+// both, and a failing thread that held the heap's lock would make it wait for ever.
+constexpr DWORD kWorkPatienceMs = 15000;
 // Stack kept for the handler when a thread's stack overflows.
 constexpr ULONG kStackGuarantee = 64 * 1024;
 
@@ -60,6 +65,7 @@ struct Installed {
 struct Worker {
   HANDLE thread = nullptr;
   DWORD id = 0;
+  HANDLE ready = nullptr;  // set once the thread has set itself up
   HANDLE start = nullptr;  // set when a failure is ready, or when the handler is removed
   volatile LONG quit = 0;
 };
@@ -130,22 +136,61 @@ bool WriteDump(const std::string& path) {
   return written != FALSE;
 }
 
-void LogFailure() {
+#if defined(_M_X64) || defined(__x86_64__)
+// The failing thread's frames, through the images' unwind tables, as the system's own exception
+// dispatch walks them: without the heap, which the failing thread may hold locked.
+size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
+  CONTEXT context = g_failure.context;
+  size_t count = 0;
+  while (count < capacity && context.Rip != 0) {
+    StackFrameEntry& frame = frames[count];
+    frame.pc = context.Rip;
+    frame.framePointer = context.Rbp;
+    DWORD64 imageBase = 0;
+    if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &imageBase, nullptr)) {
+      void* handlerData = nullptr;
+      DWORD64 establisher = 0;
+      RtlVirtualUnwind(UNW_FLAG_NHANDLER, imageBase, context.Rip, function, &context,
+                       &handlerData, &establisher, nullptr);
+    } else {  // a leaf function: the return address is on top of the stack
+      if (IsBadReadPtr(reinterpret_cast<void*>(context.Rsp), sizeof(DWORD64))) break;
+      context.Rip = *reinterpret_cast<DWORD64*>(context.Rsp);
+      context.Rsp += sizeof(DWORD64);
+    }
+    frame.returnAddress = context.Rip;
+    // What the debug-help walk leaves out: frames that return to themselves.
+    if (frame.pc != frame.returnAddress) ++count;
+    else break;
+  }
+  return count;
+}
+#else
+// The failing thread's frames through the debug-help library, which follows 32-bit frames best.
+size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
   // A session of its own on a handle of its own: the host may hold a symbol session for the
   // process already, and the debug-help library keeps one per process handle.
   HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, GetCurrentProcessId());
-  std::vector<StackFrameEntry> frames;
+  std::vector<StackFrameEntry> walked;
   if (process != nullptr) {
     CSymbolEngine engine;
     if (engine.Initialize(process, nullptr, 1, 0)) {
       CONTEXT context = g_failure.context;  // the walk changes the registers it is given
-      engine.StackWalk(frames, 0, g_failure.thread, &context);
+      engine.StackWalk(walked, 0, g_failure.thread, &context);
     }
+    CloseHandle(process);
   }
+  const size_t count = walked.size() < capacity ? walked.size() : capacity;
+  std::copy(walked.begin(), walked.begin() + static_cast<std::ptrdiff_t>(count), frames);
+  return count;
+}
+#endif
+
+void LogFailure() {
+  static StackFrameEntry frames[deskaid::kMaxCrashFrames + 1];
+  const size_t count = WalkFailingThread(frames, sizeof frames / sizeof frames[0]);
   deskaid::LogCrash(g_failure.name, g_failure.code,
-                    reinterpret_cast<uintptr_t>(g_failure.record.ExceptionAddress), frames.data(),
-                    frames.size(), g_logPath, sizeof g_logPath);
-  if (process != nullptr) CloseHandle(process);
+                    reinterpret_cast<uintptr_t>(g_failure.record.ExceptionAddress), frames,
+                    count, g_logPath, sizeof g_logPath);
 }
 
 void ReportToHost(const char*, void*) {
@@ -185,28 +230,44 @@ void HandleFailure() {
 }
 
 DWORD WINAPI WorkerMain(void*) {
+  // What a thread sets up on the heap on first use (the runtimes' records of the thread, and of
+  // a thread they did not start) is set up now, not after a failure: the failing thread may hold
+  // the heap's lock.
+  (void)std::this_thread::get_id();
+  char warm[16];
+  std::snprintf(warm, sizeof warm, "%d", errno);
+  SetEvent(g_worker.ready);
   WaitForSingleObject(g_worker.start, INFINITE);
   if (g_worker.quit == 0) HandleFailure();
   return 0;
 }
 
-bool StartWorker() {
-  g_worker.quit = 0;
-  g_worker.start = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  if (g_worker.start == nullptr) return false;
-  g_worker.thread = CreateThread(nullptr, 1 << 20, WorkerMain, nullptr, 0, &g_worker.id);
-  if (g_worker.thread != nullptr) return true;
-  CloseHandle(g_worker.start);
-  return false;
+void StopWorker() {
+  if (g_worker.thread != nullptr) {
+    g_worker.quit = 1;
+    SetEvent(g_worker.start);
+    WaitForSingleObject(g_worker.thread, INFINITE);
+    CloseHandle(g_worker.thread);
+  }
+  if (g_worker.start != nullptr) CloseHandle(g_worker.start);
+  if (g_worker.ready != nullptr) CloseHandle(g_worker.ready);
+  g_worker = Worker();
 }
 
-void StopWorker() {
-  g_worker.quit = 1;
-  SetEvent(g_worker.start);
-  WaitForSingleObject(g_worker.thread, INFINITE);
-  CloseHandle(g_worker.thread);
-  CloseHandle(g_worker.start);
-  g_worker = Worker();
+// Returns once the thread is ready for a failure.
+bool StartWorker() {
+  g_worker.quit = 0;
+  g_worker.ready = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  g_worker.start = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  if (g_worker.ready != nullptr && g_worker.start != nullptr) {
+    g_worker.thread = CreateThread(nullptr, 1 << 20, WorkerMain, nullptr, 0, &g_worker.id);
+  }
+  if (g_worker.thread == nullptr) {
+    StopWorker();
+    return false;
+  }
+  WaitForSingleObject(g_worker.ready, INFINITE);
+  return true;
 }
 
 // Ends the process for the failure now in g_failure, after the handler's work.

@@ -1,9 +1,9 @@
 // crash_child KIND DIR [box | nolog | second]: fails as KIND says under the crash handler, logging
 // to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
 // KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
-// that many threads at once; "busylog" while another thread fills a small log. The POSIX kinds
-// "heaplock" fail inside free() with the allocator's lock held, "heapdamage" after damaging the
-// heap, "overflow" on a worker thread's stack, and "chained" with a handler installed before ours.
+// that many threads at once; "busylog" while another thread fills a small log; "heaplock" with
+// the heap's lock held (on POSIX inside free()). The POSIX kinds "heapdamage" fail after damaging
+// the heap, "overflow" on a worker thread's stack, and "chained" with a handler installed before.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -126,7 +126,13 @@ CHILD_NOINLINE void WhileTheLogIsBusy() {
   *g_null = 3;
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+// The process heap stays locked by the failing thread: nothing of the report may wait for it.
+CHILD_NOINLINE void WithTheHeapLocked() {
+  HeapLock(GetProcessHeap());
+  *g_null = 4;
+}
+#else
 // Blocks beyond the per-thread caches go through the arena, whose lock free() takes in a process
 // with more than one thread; a zero size behind the block makes free() fail with the lock held.
 CHILD_NOINLINE void InsideFreeWithTheLockHeld() {
@@ -189,7 +195,9 @@ int main(int argc, char** argv) {
   LogPrintf(LOG_LEVEL_2, "child ready");
   if (kind == "threads2" || kind == "threads8") more::ThreadsAtOnce(kind == "threads2" ? 2 : 8);
   if (kind == "busylog") more::WhileTheLogIsBusy();
-#ifndef _WIN32
+#ifdef _WIN32
+  if (kind == "heaplock") more::WithTheHeapLocked();
+#else
   if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
   if (kind == "heapdamage") more::AfterHeapDamage();
   if (kind == "overflow") more::OverflowOnAWorker();

@@ -227,6 +227,7 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndAHeldAllocatorLock) 
       {"threads2", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
       {"threads8", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
       {"busylog", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
+      {"heaplock", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
 #else
       {"threads2", "SIGSEGV", SIGSEGV},   {"threads8", "SIGSEGV", SIGSEGV},
       {"heaplock", "SIGABRT", SIGABRT},   {"heapdamage", "SIGSEGV", SIGSEGV},
@@ -258,7 +259,10 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndAHeldAllocatorLock) 
       EXPECT_TRUE(fs::exists(dir.PathOf("previous.txt"))) << "the earlier handler was not called";
     }
 #ifdef _WIN32
-    EXPECT_EQ(DumpsIn(dir.path()).size(), 1u) << "a dump beside the log";
+    // The dump needs the heap: with its lock held, the handler gives up on it in time.
+    if (std::string(failure.kind) != "heaplock") {
+      EXPECT_EQ(DumpsIn(dir.path()).size(), 1u) << "a dump beside the log";
+    }
 #endif
   }
 }

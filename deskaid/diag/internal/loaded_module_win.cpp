@@ -21,8 +21,15 @@ bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity) {
   if (!ReadImageIdentity(ReadMappedSpan, &span, true, identity)) return false;
   span.size = identity.imageSize;
   ReadImageIdentity(ReadMappedSpan, &span, true, identity);  // the debug directory now in reach
-  DWORD length = GetModuleFileNameA(module, identity.path, sizeof identity.path);
-  if (length == 0 || length >= sizeof identity.path) identity.path[0] = '\0';
+  // The wide call and a conversion on the stack: the ANSI call takes a buffer from the heap,
+  // which a crash report may not touch.
+  wchar_t wide[kMaxPath];
+  const DWORD length = GetModuleFileNameW(module, wide, kMaxPath);
+  if (length == 0 || length >= kMaxPath ||
+      WideCharToMultiByte(CP_ACP, 0, wide, static_cast<int>(length) + 1, identity.path,
+                          sizeof identity.path, nullptr, nullptr) == 0) {
+    identity.path[0] = '\0';
+  }
   const char* name = identity.path;
   for (const char* p = identity.path; *p != '\0'; ++p)
     if (*p == '\\' || *p == '/') name = p + 1;
