@@ -21,6 +21,10 @@
 //   4. ends the process with the failure's code as its exit status: the exception code, or
 //      0x40000015 (STATUS_FATAL_APP_EXIT) for abort and std::terminate, or 0xC0000417
 //      (STATUS_INVALID_CRUNTIME_PARAMETER) for an invalid parameter.
+// The log records use neither the heap nor the debug-help library (64-bit builds), so they are
+// written even when the failing thread holds the heap's lock or the heap is damaged; the dump
+// needs the heap, and without a box the handler gives the whole work 12 seconds before it ends the
+// process, dump or no dump.
 // The work runs on a thread started when the handler is installed, which waits until a failure
 // hands it the failing thread's context (a stack overflow leaves the failing thread no stack to
 // work on, and a failing process may be unable to start a thread). A failure inside that work ends

@@ -32,7 +32,7 @@ constexpr DWORD kInvalidCrtParameter = 0xC0000417;  // STATUS_INVALID_CRUNTIME_P
 // How long the failing thread waits for the handler's work when no box waits for the user. The
 // log records come first and need neither the heap nor the debug-help library; the dump needs
 // both, and a failing thread that held the heap's lock would make it wait for ever.
-constexpr DWORD kWorkPatienceMs = 15000;
+constexpr DWORD kWorkPatienceMs = 12000;
 // Stack kept for the handler when a thread's stack overflows.
 constexpr ULONG kStackGuarantee = 64 * 1024;
 

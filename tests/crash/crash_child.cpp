@@ -2,8 +2,8 @@
 // to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
 // KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
 // that many threads at once; "busylog" while another thread fills a small log; "heaplock" with
-// the heap's lock held (on POSIX inside free()). The POSIX kinds "heapdamage" fail after damaging
-// the heap, "overflow" on a worker thread's stack, and "chained" with a handler installed before.
+// the heap's lock held (on POSIX inside free()); "heapdamage" after damaging the heap. The POSIX
+// kinds "overflow" fail on a worker thread's stack, and "chained" with a handler installed before.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -132,6 +132,19 @@ CHILD_NOINLINE void WithTheHeapLocked() {
   HeapLock(GetProcessHeap());
   *g_null = 4;
 }
+
+// A block of the process heap runs over into the freed block behind it.
+CHILD_NOINLINE void AfterHeapDamage() {
+  HANDLE heap = GetProcessHeap();
+  for (SIZE_T size = 24; size <= 1032; size += 16) {
+    char* block = static_cast<char*>(HeapAlloc(heap, 0, size));
+    char* behind = static_cast<char*>(HeapAlloc(heap, 0, size));
+    HeapFree(heap, 0, behind);
+    if (behind > block && behind - block < 64 + static_cast<ptrdiff_t>(size))
+      std::memset(block + size, 0x41, static_cast<size_t>(behind - block) - size + 16);
+  }
+  *g_null = 2;
+}
 #else
 // Blocks beyond the per-thread caches go through the arena, whose lock free() takes in a process
 // with more than one thread; a zero size behind the block makes free() fail with the lock held.
@@ -197,6 +210,7 @@ int main(int argc, char** argv) {
   if (kind == "busylog") more::WhileTheLogIsBusy();
 #ifdef _WIN32
   if (kind == "heaplock") more::WithTheHeapLocked();
+  if (kind == "heapdamage") more::AfterHeapDamage();
 #else
   if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
   if (kind == "heapdamage") more::AfterHeapDamage();
