@@ -1,6 +1,5 @@
 #include "deskaid/diag/internal/module_identity.h"
 
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,15 +26,6 @@ const char* FileNameOf(const char* path) {
   for (const char* p = path; *p != '\0'; ++p)
     if (platform::IsPathSeparator(*p)) name = p + 1;
   return name;
-}
-
-void Hex(const uint8_t* bytes, size_t count, char* out) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  for (size_t i = 0; i < count; ++i) {
-    out[2 * i] = kDigits[bytes[i] >> 4];
-    out[2 * i + 1] = kDigits[bytes[i] & 15];
-  }
-  out[2 * count] = '\0';
 }
 
 // --- PE ---------------------------------------------------------------------------------------
@@ -84,11 +74,10 @@ void ReadCodeView(ImageReader read, void* source, bool mapped, const PeLayout& l
     const size_t length = dataSize < sizeof record ? dataSize : sizeof record;
     if (!read(source, at, record, length) || std::memcmp(record, "RSDS", 4) != 0) continue;
     // The GUID's first three fields are little-endian numbers; symbol stores write them as such.
-    std::snprintf(identity.codeView, sizeof identity.codeView, "%08" PRIX32 "%04X%04X",
-                  U32(record + 4), U16(record + 8), U16(record + 10));
-    Hex(record + 12, 8, identity.codeView + 16);
-    std::snprintf(identity.codeView + 32, sizeof identity.codeView - 32, "%" PRIX32,
-                  U32(record + 20));
+    FixedText signature(identity.codeView, sizeof identity.codeView);
+    signature.Hex(U32(record + 4), 8).Hex(U16(record + 8), 4).Hex(U16(record + 10), 4);
+    for (int byte = 12; byte < 20; ++byte) signature.Hex(record[byte], 2);
+    signature.Hex(U32(record + 20));
     CopyText(identity.pdbPath, sizeof identity.pdbPath, reinterpret_cast<char*>(record + 24),
              strnlen(reinterpret_cast<char*>(record + 24), length - 24));
     return;
@@ -151,7 +140,8 @@ void ReadBuildId(ImageReader read, void* source, uint64_t at, uint64_t size,
         read(source, at + name, owner, 4) && std::memcmp(owner, "GNU", 4) == 0) {
       uint8_t bytes[64];
       if (!read(source, at + desc, bytes, descSize)) return;
-      Hex(bytes, descSize, identity.buildId);
+      FixedText id(identity.buildId, sizeof identity.buildId);
+      for (uint32_t i = 0; i < descSize; ++i) id.Hex(bytes[i], 2);
       return;
     }
     position = next;
