@@ -112,7 +112,7 @@ TEST(LlvmLogSymbolizerFiles, UnreadableImagesAreNotNamed) {
   EXPECT_TRUE(symbolizer.Symbolize(code.file, code.address, {}, location));
 }
 
-#if defined(DESKAID_PE_DWARF_PROBE) || defined(DESKAID_PE_PDB_PROBE)
+#ifdef DESKAID_PE_PDB_PROBE
 // The link-time address of a PE32+ image's entry point, from its headers.
 uint64_t EntryPointOf(const std::string& image) {
   const std::string bytes = ReadFileBytes(image);
@@ -131,35 +131,8 @@ void ExpectProbe(const Location& location) {
   EXPECT_EQ(location.line, static_cast<uint32_t>(kPeProbeLine));
 }
 
-// The probe's function is a few bytes long; nothing follows it.
-void ExpectNothingPastTheProbe(LlvmLogSymbolizer& symbolizer, const std::string& image) {
-  Location location;
-  EXPECT_FALSE(symbolizer.Symbolize(image, EntryPointOf(image) + 0x100, {}, location));
-}
-#endif
-
-#ifdef DESKAID_PE_DWARF_PROBE
-TEST(LlvmLogSymbolizerPe, NamesCodeFromDwarfInTheImage) {
-  LlvmLogSymbolizer symbolizer;
-  Location location;
-  ASSERT_TRUE(symbolizer.Symbolize(DESKAID_PE_DWARF_PROBE, EntryPointOf(DESKAID_PE_DWARF_PROBE), {},
-                                   location));
-  ExpectProbe(location);
-  ExpectNothingPastTheProbe(symbolizer, DESKAID_PE_DWARF_PROBE);
-}
-#endif
-
-#ifdef DESKAID_PE_PDB_PROBE
-// The probe's PDB lies beside it; the folder it was linked in, which the image records, is gone.
-TEST(LlvmLogSymbolizerPe, FindsThePdbBesideTheImage) {
-  LlvmLogSymbolizer symbolizer;
-  Location location;
-  ASSERT_TRUE(
-      symbolizer.Symbolize(DESKAID_PE_PDB_PROBE, EntryPointOf(DESKAID_PE_PDB_PROBE), {}, location));
-  ExpectProbe(location);
-  ExpectNothingPastTheProbe(symbolizer, DESKAID_PE_PDB_PROBE);
-}
-
+// The probe's PDB is found in a symbol folder when the folder it was linked in, which the image
+// records, is gone; a PDB of another build beside the image is passed over.
 TEST(LlvmLogSymbolizerPe, FindsThePdbOfTheImagesBuildInASymbolFolder) {
   ScratchDir dir;
   namespace fs = std::filesystem;

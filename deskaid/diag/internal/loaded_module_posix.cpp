@@ -2,10 +2,8 @@
 // its note segment, mapped with it, the build id.
 #include <link.h>
 
-#include <cstdio>
-#include <cstring>
-
 #include "deskaid/common/internal/platform.h"
+#include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/module_identity.h"
 
 namespace deskaid {
@@ -41,11 +39,9 @@ int Visit(dl_phdr_info* info, size_t, void* data) {
   if (path == nullptr || path[0] == '\0') {
     platform::ExecutablePath(identity.path, sizeof identity.path);
   } else {
-    std::snprintf(identity.path, sizeof identity.path, "%s", path);
+    FixedText(identity.path, sizeof identity.path).Add(path);  // no stdio: a signal handler asks
   }
-  const char* slash = std::strrchr(identity.path, '/');
-  std::snprintf(identity.name, sizeof identity.name, "%s",
-                slash != nullptr ? slash + 1 : identity.path);
+  SetNameFromPath(identity);
   search->found = true;
   return 1;
 }

@@ -1,8 +1,6 @@
 // Loaded modules through the loader: the module that holds an address, and its headers as mapped.
 #include <windows.h>
 
-#include <cstring>
-
 #include "deskaid/diag/internal/module_identity.h"
 
 namespace deskaid {
@@ -30,10 +28,7 @@ bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity) {
                           sizeof identity.path, nullptr, nullptr) == 0) {
     identity.path[0] = '\0';
   }
-  const char* name = identity.path;
-  for (const char* p = identity.path; *p != '\0'; ++p)
-    if (*p == '\\' || *p == '/') name = p + 1;
-  std::memmove(identity.name, name, std::strlen(name) + 1);
+  SetNameFromPath(identity);
   return true;
 }
 

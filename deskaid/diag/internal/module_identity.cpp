@@ -21,13 +21,6 @@ void CopyText(char* target, size_t size, const char* text, size_t length) {
   target[length] = '\0';
 }
 
-const char* FileNameOf(const char* path) {
-  const char* name = path;
-  for (const char* p = path; *p != '\0'; ++p)
-    if (platform::IsPathSeparator(*p)) name = p + 1;
-  return name;
-}
-
 // --- PE ---------------------------------------------------------------------------------------
 
 constexpr uint32_t kDebugTypeCodeView = 2;
@@ -253,9 +246,15 @@ bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity) {
   const bool known = ReadImageIdentity(ReadFromFile, file, false, identity);
   std::fclose(file);
   CopyText(identity.path, sizeof identity.path, path, std::strlen(path));
-  const char* name = FileNameOf(path);
-  CopyText(identity.name, sizeof identity.name, name, std::strlen(name));
+  SetNameFromPath(identity);
   return known;
+}
+
+void SetNameFromPath(ModuleIdentity& identity) {
+  const char* name = identity.path;
+  for (const char* p = identity.path; *p != '\0'; ++p)
+    if (platform::IsPathSeparator(*p)) name = p + 1;
+  CopyText(identity.name, sizeof identity.name, name, std::strlen(name));
 }
 
 size_t FormatModuleRecord(const ModuleIdentity& identity, char* out, size_t size) {

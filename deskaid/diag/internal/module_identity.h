@@ -50,6 +50,9 @@ struct MappedSpan {
 };
 bool ReadMappedSpan(void* span, uint64_t offset, void* out, size_t size);
 
+// Sets the name from the path: the part after the last folder separator.
+void SetNameFromPath(ModuleIdentity& identity);
+
 // The identity of the image file at `path`, with name and path set from it.
 bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity);
 
