@@ -119,10 +119,13 @@ struct ImageReader {
   enum class Source { kNone, kDwarf, kPdb };
   Source source = Source::kNone;  // kNone: the file cannot be read, or safely
   PdbSession pdb;                 // with kPdb: null when no PDB of the image's build was found
+  // The image, when it carries sound DWARF: read where the PDB names nothing (a GNU linker's PDB
+  // holds public symbols only, and clang's none of the runtime's code that GCC built).
+  llvm::object::OwningBinary<llvm::object::Binary> dwarf;
 };
 
-// A PE image whose CodeView record names a PDB (an RSDS record) is read from that PDB; every
-// other object file from its DWARF, through the symbolizer.
+// A PE image whose CodeView record names a PDB (an RSDS record) is read from that PDB first, and
+// from its own DWARF where the PDB names nothing; every other object file from its DWARF.
 ImageReader OpenImageReader(const std::string& imagePath,
                             const std::vector<std::string>& symbolFolders) {
   ImageReader reader;
@@ -142,11 +145,13 @@ ImageReader OpenImageReader(const std::string& imagePath,
         record->Signature.CVSignature == llvm::OMF::Signature::PDB70) {
       reader.source = ImageReader::Source::kPdb;
       reader.pdb = FindPdb(imagePath, *coff, record->PDB70, recordedPath, symbolFolders);
-      return reader;
     }
   }
   const auto* object = llvm::dyn_cast<llvm::object::ObjectFile>(binary->getBinary());
-  if (object != nullptr && HasSoundDwarf(*object)) reader.source = ImageReader::Source::kDwarf;
+  if (object != nullptr && HasSoundDwarf(*object)) {
+    if (reader.source == ImageReader::Source::kNone) reader.source = ImageReader::Source::kDwarf;
+    reader.dwarf = std::move(*binary);
+  }
   return reader;
 }
 
@@ -188,10 +193,11 @@ bool SymbolizeFromPdb(llvm::pdb::IPDBSession& pdb, uint64_t address,
 
 // The outermost of the frames at the address: the function whose code holds it, as a PDB names
 // it, with an inlined call's own line rather than the inlined function's.
-bool SymbolizeFromDwarf(LLVMSymbolizer& symbolizer, const std::string& imagePath, uint64_t address,
-                        LogSymbolizer::Location& location) {
-  auto frames =
-      symbolizer.symbolizeInlinedCode(imagePath, {address, SectionedAddress::UndefSection});
+// The image is handed over as an object, so that the symbolizer reads its DWARF and does not go
+// looking for the PDB its CodeView record names.
+bool SymbolizeFromDwarf(LLVMSymbolizer& symbolizer, const llvm::object::ObjectFile& image,
+                        uint64_t address, LogSymbolizer::Location& location) {
+  auto frames = symbolizer.symbolizeInlinedCode(image, {address, SectionedAddress::UndefSection});
   if (!frames) {
     llvm::consumeError(frames.takeError());
     return false;
@@ -219,14 +225,12 @@ class LlvmLogSymbolizer::Impl {
       found = readers_.emplace(key, OpenImageReader(imagePath, symbolFolders)).first;
     }
     const ImageReader& reader = found->second;
-    switch (reader.source) {
-      case ImageReader::Source::kPdb:
-        return reader.pdb != nullptr && SymbolizeFromPdb(*reader.pdb, address, location);
-      case ImageReader::Source::kDwarf:
-        return SymbolizeFromDwarf(symbolizer_, imagePath, address, location);
-      case ImageReader::Source::kNone: break;
+    if (reader.source == ImageReader::Source::kPdb && reader.pdb != nullptr &&
+        SymbolizeFromPdb(*reader.pdb, address, location)) {
+      return true;
     }
-    return false;
+    const auto* dwarf = llvm::dyn_cast_or_null<llvm::object::ObjectFile>(reader.dwarf.getBinary());
+    return dwarf != nullptr && SymbolizeFromDwarf(symbolizer_, *dwarf, address, location);
   }
 
  private:

@@ -192,6 +192,7 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
     }
   }
   g_installed.options = options != nullptr ? *options : CrashHandlerOptions();
+  deskaid::SetCrashAnnotationsFromOptions(g_installed.options);
   g_installed.stack = stackMemory;
   g_installed.active = true;
   return true;

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,11 +15,24 @@
 #include <thread>
 #include <vector>
 
+#if defined(__has_include)
+#if __has_include(<cxxabi.h>)
+#include <cxxabi.h>  // the C++ runtime's entries of the common ABI, on GCC and clang
+#define DESKAID_HAS_CXXABI 1
+#endif
+#endif
+#ifndef DESKAID_HAS_CXXABI
+#define DESKAID_HAS_CXXABI 0
+#endif
+
 #include "deskaid/common/internal/path.h"
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/diag/debug_trace.h"
+#include "deskaid/diag/internal/crash_annotations.h"
 #include "deskaid/diag/internal/crash_report.h"
 #include "deskaid/diag/internal/file_stamp.h"
+#include "deskaid/diag/internal/fixed_text.h"
+#include "deskaid/diag/internal/minidump_completion_win.h"
 #include "deskaid/diag/internal/register_capture_win.h"
 #include "deskaid/diag/log_writer.h"
 #include "deskaid/diag/symbol_engine.h"
@@ -33,6 +47,8 @@ constexpr DWORD kInvalidCrtParameter = 0xC0000417;  // STATUS_INVALID_CRUNTIME_P
 // log records come first and need neither the heap nor the debug-help library; the dump needs
 // both, and a failing thread that held the heap's lock would make it wait for ever.
 constexpr DWORD kWorkPatienceMs = 12000;
+// A dump of all memory takes as long as the process is large.
+constexpr DWORD kFullMemoryPatienceMs = 120000;
 // Stack kept for the handler when a thread's stack overflows.
 constexpr ULONG kStackGuarantee = 64 * 1024;
 
@@ -75,6 +91,9 @@ Worker g_worker;
 Failure g_failure;
 volatile LONG g_handling = 0;
 char g_dumpPath[deskaid::kMaxPath];
+// The dump being written, until it is whole: a dump given up on is not left behind half written.
+char g_unfinishedDump[deskaid::kMaxPath];
+volatile LONG g_dumpUnfinished = 0;
 char g_logPath[deskaid::kMaxPath];
 
 const char* ExceptionName(DWORD code) {
@@ -121,16 +140,53 @@ std::string DumpPath() {
   return folder + deskaid::SplitPath(exe).name + " - " + stamp + ".dmp";
 }
 
+MINIDUMP_TYPE DumpType() {
+  const uint32_t options = g_installed.options.dwOptions;
+  if (options & CRASH_DUMP_WITH_FULL_MEMORY)
+    return static_cast<MINIDUMP_TYPE>(MiniDumpWithFullMemory | MiniDumpWithHandleData);
+  if (options & CRASH_DUMP_WITH_DATA) return MiniDumpWithDataSegs;
+  return MiniDumpNormal;
+}
+
+// The annotations' stream: "key=value\n" each. Static, sized for every annotation at its longest.
+char g_annotationText[kMaxCrashAnnotations * (kMaxCrashAnnotationKey + kMaxCrashAnnotationValue + 2)];
+
+void AddAnnotationLine(const char* key, const char* value, void* text) {
+  static_cast<deskaid::FixedText*>(text)->Add(key).Add('=').Add(value).Add('\n');
+}
+
 bool WriteDump(const std::string& path) {
-  HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                            FILE_ATTRIBUTE_NORMAL, nullptr);
+  // Shared for deletion: the failing thread deletes it if the work takes too long.
+  HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_DELETE, nullptr,
+                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return false;
+  deskaid::FixedText(g_unfinishedDump, sizeof g_unfinishedDump).Add(path.c_str());
+  InterlockedExchange(&g_dumpUnfinished, 1);
   MINIDUMP_EXCEPTION_INFORMATION exception;
   exception.ThreadId = g_failure.threadId;
   exception.ExceptionPointers = &g_failure.pointers;
   exception.ClientPointers = FALSE;
-  BOOL written = MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file, MiniDumpNormal,
-                                   &exception, nullptr, nullptr);
+  deskaid::FixedText annotations(g_annotationText, sizeof g_annotationText);
+  deskaid::VisitCrashAnnotations(AddAnnotationLine, &annotations);
+  MINIDUMP_USER_STREAM stream;
+  stream.Type = kCrashAnnotationStreamType;
+  stream.BufferSize = static_cast<ULONG>(annotations.Length());
+  stream.Buffer = g_annotationText;
+  MINIDUMP_USER_STREAM_INFORMATION streams;
+  streams.UserStreamCount = annotations.Length() > 0 ? 1 : 0;
+  streams.UserStreamArray = &stream;
+  // Without a symbol session of the process, Wine's writer opens one that loads every module's
+  // symbols, searching the current folder and every folder below it for each module's debug
+  // file: minutes on a large tree, or a fault. It uses a session the process has instead, such
+  // as this one, which loads nothing. Windows' writer reads no symbols either way.
+  const std::string folder = FolderOf(path.c_str());
+  const bool session = SymInitialize(GetCurrentProcess(), folder.c_str(), FALSE) != FALSE;
+  BOOL written = MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file, DumpType(),
+                                   &exception, &streams, nullptr);
+  if (session) SymCleanup(GetCurrentProcess());
+  if (written)
+    deskaid::CompleteMinidump(file, (g_installed.options.dwOptions & CRASH_DUMP_WITH_DATA) != 0);
+  InterlockedExchange(&g_dumpUnfinished, 0);
   CloseHandle(file);
   if (!written) DeleteFileA(path.c_str());
   return written != FALSE;
@@ -139,6 +195,26 @@ bool WriteDump(const std::string& path) {
 #if defined(_M_X64) || defined(__x86_64__)
 // The failing thread's frames, through the images' unwind tables, as the system's own exception
 // dispatch walks them: without the heap, which the failing thread may hold locked.
+// Moves `context` from a frame to its caller, as the system's exception dispatch does; false when
+// the stack cannot be followed further.
+bool UnwindFrame(CONTEXT& context) {
+  DWORD64 imageBase = 0;
+  if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &imageBase, nullptr)) {
+    void* handlerData = nullptr;
+    DWORD64 establisher = 0;
+    RtlVirtualUnwind(UNW_FLAG_NHANDLER, imageBase, context.Rip, function, &context, &handlerData,
+                     &establisher, nullptr);
+    return true;
+  }
+  // A leaf function: the return address is on top of the stack.
+  if (IsBadReadPtr(reinterpret_cast<void*>(context.Rsp), sizeof(DWORD64))) return false;
+  context.Rip = *reinterpret_cast<DWORD64*>(context.Rsp);
+  context.Rsp += sizeof(DWORD64);
+  return true;
+}
+
+// The failing thread's frames, through the images' unwind tables: without the heap, which the
+// failing thread may hold locked.
 size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
   CONTEXT context = g_failure.context;
   size_t count = 0;
@@ -146,17 +222,7 @@ size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
     StackFrameEntry& frame = frames[count];
     frame.pc = context.Rip;
     frame.framePointer = context.Rbp;
-    DWORD64 imageBase = 0;
-    if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &imageBase, nullptr)) {
-      void* handlerData = nullptr;
-      DWORD64 establisher = 0;
-      RtlVirtualUnwind(UNW_FLAG_NHANDLER, imageBase, context.Rip, function, &context,
-                       &handlerData, &establisher, nullptr);
-    } else {  // a leaf function: the return address is on top of the stack
-      if (IsBadReadPtr(reinterpret_cast<void*>(context.Rsp), sizeof(DWORD64))) break;
-      context.Rip = *reinterpret_cast<DWORD64*>(context.Rsp);
-      context.Rsp += sizeof(DWORD64);
-    }
+    if (!UnwindFrame(context)) break;
     frame.returnAddress = context.Rip;
     // What the debug-help walk leaves out: frames that return to themselves.
     if (frame.pc != frame.returnAddress) ++count;
@@ -164,6 +230,71 @@ size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
   }
   return count;
 }
+
+// The functions through which the runtime reports a failure (abort, std::terminate, a pure
+// virtual call, an invalid parameter, an assertion), and the handler's own, by where each starts.
+struct FunctionStarts {
+  DWORD64 starts[32] = {};
+  size_t count = 0;
+
+  static DWORD64 StartOf(DWORD64 address) {
+    DWORD64 imageBase = 0;
+    PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(address, &imageBase, nullptr);
+    return function != nullptr ? imageBase + function->BeginAddress : 0;
+  }
+  void Add(const void* function) {
+    const DWORD64 start = StartOf(reinterpret_cast<uintptr_t>(function));
+    if (start != 0 && count < sizeof starts / sizeof starts[0]) starts[count++] = start;
+  }
+  bool Holds(DWORD64 address) const {
+    const DWORD64 start = StartOf(address);
+    for (size_t i = 0; i < count; ++i)
+      if (start != 0 && starts[i] == start) return true;
+    return false;
+  }
+};
+
+FunctionStarts g_reportingFunctions;
+HMODULE g_runtimeModules[3];
+
+bool InRuntimeModule(DWORD64 address) {
+  HMODULE module = nullptr;
+  if (!GetModuleHandleExA(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          reinterpret_cast<LPCSTR>(static_cast<uintptr_t>(address)), &module)) {
+    return false;
+  }
+  for (HMODULE runtime : g_runtimeModules)
+    if (runtime != nullptr && runtime == module) return true;
+  return false;
+}
+
+// How many frames from the handler the search for the runtime's reporting functions looks: the
+// runtime reaches the handler within a few, and an unrelated one further out (a throw that is
+// still being unwound, say) must not be taken for them.
+constexpr int kReportingDepth = 8;
+
+// Moves `context`, captured inside the handler, out to the host's code that failed: the caller of
+// the outermost reporting function within kReportingDepth frames, past any frames of the C
+// runtime's own modules. Unchanged, and false, when the stack cannot be followed.
+bool StepOutToTheFailure(CONTEXT& context) {
+  CONTEXT walk = context;
+  int reportedAt = -1;
+  for (int depth = 0; depth < kReportingDepth && walk.Rip != 0; ++depth) {
+    if (g_reportingFunctions.Holds(walk.Rip)) reportedAt = depth;
+    if (!UnwindFrame(walk)) break;
+  }
+  if (reportedAt < 0) return false;
+  walk = context;
+  for (int depth = 0; depth <= reportedAt; ++depth)
+    if (!UnwindFrame(walk)) return false;
+  for (int depth = 0; depth < kReportingDepth && InRuntimeModule(walk.Rip); ++depth)
+    if (!UnwindFrame(walk)) return false;
+  if (walk.Rip == 0) return false;
+  context = walk;
+  return true;
+}
+
 #else
 // The failing thread's frames through the debug-help library, which follows 32-bit frames best.
 size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
@@ -274,7 +405,12 @@ bool StartWorker() {
 [[noreturn]] void Finish() {
   SetEvent(g_worker.start);
   const bool userWaits = (g_installed.options.dwOptions & CRASH_SHOW_MESSAGE_BOX) != 0;
-  WaitForSingleObject(g_worker.thread, userWaits ? INFINITE : kWorkPatienceMs);
+  const bool fullMemory = (g_installed.options.dwOptions & CRASH_DUMP_WITH_FULL_MEMORY) != 0;
+  const DWORD patience = userWaits ? INFINITE : fullMemory ? kFullMemoryPatienceMs : kWorkPatienceMs;
+  if (WaitForSingleObject(g_worker.thread, patience) != WAIT_OBJECT_0 &&
+      InterlockedExchange(&g_dumpUnfinished, 0) != 0) {
+    DeleteFileA(g_unfinishedDump);
+  }
   TerminateProcess(GetCurrentProcess(), g_failure.code);
   for (;;) Sleep(INFINITE);
 }
@@ -284,7 +420,10 @@ bool StartWorker() {
 // code, and one on another thread waits for the first report to end the process.
 void Claim() {
   if (InterlockedExchange(&g_handling, 1) == 0) return;
-  if (GetCurrentThreadId() == g_worker.id) TerminateProcess(GetCurrentProcess(), g_failure.code);
+  if (GetCurrentThreadId() == g_worker.id) {
+    if (InterlockedExchange(&g_dumpUnfinished, 0) != 0) DeleteFileA(g_unfinishedDump);
+    TerminateProcess(GetCurrentProcess(), g_failure.code);
+  }
   for (;;) Sleep(INFINITE);
 }
 
@@ -327,17 +466,23 @@ void CaptureContext(CONTEXT& context) {
 }
 
 // A failure reported by the runtime rather than raised by the processor: the record is made up
-// here, at the point of the report, with the code Windows gives such failures.
+// here, with the code Windows gives such failures, at the host's call that failed (64-bit builds;
+// 32-bit ones give the place of the report).
 [[noreturn]] void OnRuntimeFailure(DWORD code, const char* name) {
   Claim();
   g_failure.code = code;
   g_failure.name = name;
   CaptureContext(g_failure.context);
+  uint64_t address = ProgramCounter(g_failure.context);
+#if defined(_M_X64) || defined(__x86_64__)
+  // The host's call that failed: an address inside the call instruction, as its return address
+  // may already belong to the next line.
+  if (StepOutToTheFailure(g_failure.context)) address = g_failure.context.Rip - 1;
+#endif
   std::memset(&g_failure.record, 0, sizeof g_failure.record);
   g_failure.record.ExceptionCode = code;
   g_failure.record.ExceptionFlags = EXCEPTION_NONCONTINUABLE;
-  g_failure.record.ExceptionAddress =
-      reinterpret_cast<void*>(static_cast<uintptr_t>(ProgramCounter(g_failure.context)));
+  g_failure.record.ExceptionAddress = reinterpret_cast<void*>(static_cast<uintptr_t>(address));
   g_failure.pointers.ExceptionRecord = &g_failure.record;
   g_failure.pointers.ContextRecord = &g_failure.context;
   TakeThread();
@@ -369,6 +514,42 @@ void OnInvalidParameter(const wchar_t*, const wchar_t*, const wchar_t*, unsigned
 void OnPureCall() { OnRuntimeFailure(kFatalAppExit, "pure virtual call"); }
 #endif
 
+#if defined(_M_X64) || defined(__x86_64__)
+// Finds the functions StepOutToTheFailure looks for: the handler's own, the C++ runtime's entries
+// (linked into the host, or imported), and the C runtime DLLs' reporting functions.
+void FindReportingFunctions() {
+  FunctionStarts& functions = g_reportingFunctions;
+  functions = FunctionStarts();
+  functions.Add(reinterpret_cast<const void*>(&OnRuntimeFailure));
+  functions.Add(reinterpret_cast<const void*>(&CaptureContext));
+  functions.Add(reinterpret_cast<const void*>(&OnAbort));
+  functions.Add(reinterpret_cast<const void*>(&OnTerminate));
+  functions.Add(reinterpret_cast<const void*>(&OnInvalidParameter));
+#ifdef _MSC_VER
+  functions.Add(reinterpret_cast<const void*>(&OnPureCall));
+#endif
+  functions.Add(reinterpret_cast<const void*>(&std::terminate));
+  functions.Add(reinterpret_cast<const void*>(&std::abort));
+#if DESKAID_HAS_CXXABI
+  functions.Add(reinterpret_cast<const void*>(&abi::__cxa_pure_virtual));
+  functions.Add(reinterpret_cast<const void*>(&abi::__cxa_deleted_virtual));
+  functions.Add(reinterpret_cast<const void*>(&abi::__cxa_throw));
+  functions.Add(reinterpret_cast<const void*>(&abi::__cxa_rethrow));
+#endif
+  const char* const kRuntimes[] = {"msvcrt.dll", "ucrtbase.dll", "vcruntime140.dll"};
+  const char* const kReporting[] = {"abort", "terminate", "_purecall", "_invalid_parameter",
+                                    "_invalid_parameter_noinfo",
+                                    "_invalid_parameter_noinfo_noreturn", "_assert", "_wassert"};
+  for (size_t i = 0; i < sizeof kRuntimes / sizeof kRuntimes[0]; ++i) {
+    g_runtimeModules[i] = GetModuleHandleA(kRuntimes[i]);
+    if (g_runtimeModules[i] == nullptr) continue;
+    for (const char* name : kReporting)
+      if (FARPROC function = GetProcAddress(g_runtimeModules[i], name))
+        functions.Add(reinterpret_cast<const void*>(function));
+  }
+}
+#endif
+
 }  // namespace
 
 bool InstallCrashHandler(const CrashHandlerOptions* options) {
@@ -379,7 +560,11 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
     return false;
   }
   g_installed.options = options != nullptr ? *options : CrashHandlerOptions();
+  deskaid::SetCrashAnnotationsFromOptions(g_installed.options);
   g_installed.previousAbort = previousAbort;
+#if defined(_M_X64) || defined(__x86_64__)
+  FindReportingFunctions();
+#endif
   // Room on the installing thread's stack for the filter after a stack overflow, which hands the
   // work to the handler's thread. Other threads keep the system's own guarantee.
   ULONG guarantee = kStackGuarantee;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <new>
 
+#include "deskaid/diag/internal/crash_annotations.h"
 #include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/log_writer_lock.h"
 #include "deskaid/diag/internal/module_identity.h"
@@ -54,7 +55,18 @@ CrashModules g_crashModules;
 // threads write after the crash must not rotate the crash's records out of the log.
 alignas(LogWriterTryLock) unsigned char g_heldLock[sizeof(LogWriterTryLock)];
 
+void WriteAnnotation(const char* key, const char* value, void*) {
+  FixedText record(g_record, sizeof g_record);
+  record.Add("Annotation: ").Add(key).Add('=').Add(value);
+  WriteRecord(record);
+}
+
 }  // namespace
+
+void SetCrashAnnotationsFromOptions(const CrashHandlerOptions& options) {
+  if (options.szProduct[0] != '\0') SetCrashAnnotation("product", options.szProduct);
+  if (options.szVersion[0] != '\0') SetCrashAnnotation("version", options.szVersion);
+}
 
 void LogCrash(const char* name, uint32_t code, uint64_t address, const StackFrameEntry* frames,
               size_t count, char* logPath, size_t logPathSize) {
@@ -81,6 +93,7 @@ void LogCrash(const char* name, uint32_t code, uint64_t address, const StackFram
     frame.Add("Crash: frame ").Decimal(i).Add(" returns to ").Add(placed);
     WriteRecord(frame);
   }
+  VisitCrashAnnotations(WriteAnnotation, nullptr);
 }
 
 }  // namespace deskaid

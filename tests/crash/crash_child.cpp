@@ -1,5 +1,7 @@
-// crash_child KIND DIR [box | nolog | second]: fails as KIND says under the crash handler, logging
-// to DIR/crash.log; Report writes DIR/report.txt; "second" plants a fault inside the handler.
+// crash_child KIND DIR [box | nolog | second | annotated | withdata | fullmemory]: fails as KIND
+// says under the crash handler, logging to DIR/crash.log; Report writes DIR/report.txt; "second"
+// plants a fault inside the handler; "annotated" sets annotations; "withdata" asks for a dump
+// with data (writing a global's address to DIR/global.txt), "fullmemory" for one of all memory.
 // KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
 // that many threads at once; "busylog" while another thread fills a small log; "heaplock" with
 // the heap's lock held (on POSIX inside free()); "heapdamage" after damaging the heap. The POSIX
@@ -203,6 +205,16 @@ int main(int argc, char** argv) {
   CrashHandlerOptions options;
   if (flag == "box") options.dwOptions |= CRASH_SHOW_MESSAGE_BOX;
   options.pfnReport = WriteReport;
+  if (flag == "annotated") {
+    std::strcpy(options.szProduct, "crash child");
+    std::strcpy(options.szVersion, "1.2.3");
+    if (!SetCrashAnnotation("document", "a b=c") || SetCrashAnnotation("bad key", "x")) return 4;
+  }
+  if (flag == "withdata") {
+    options.dwOptions |= CRASH_DUMP_WITH_DATA;
+    std::ofstream(g_dir + "/global.txt") << reinterpret_cast<uintptr_t>(&g_sink);
+  }
+  if (flag == "fullmemory") options.dwOptions |= CRASH_DUMP_WITH_FULL_MEMORY;
   if (!InstallCrashHandler(&options)) return 3;
   if (flag == "second") SetDebugTraceSink(FaultingTraceHook, nullptr);
   LogPrintf(LOG_LEVEL_2, "child ready");

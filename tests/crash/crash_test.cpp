@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <map>
 
 #include "diag/log_file.h"
 #include "support/child_process.h"
@@ -56,23 +57,45 @@ std::vector<fs::path> DumpsIn(const fs::path& folder) {
   return dumps;
 }
 
-// A minidump's exception code and address.
-std::pair<uint32_t, uint32_t> DumpException(const fs::path& path) {
-  const std::string bytes = ReadFileBytes(path.string());
-  auto u32 = [&](size_t at) { return at + 4 <= bytes.size() ? logtest::U32(bytes, at) : 0u; };
-  if (bytes.compare(0, 4, "MDMP") != 0) return {0, 0};
-  for (uint32_t i = 0, directory = u32(12); i < u32(8); ++i) {
-    // Stream 6: thread id, alignment, then code, flags, record (8 bytes), address.
-    if (u32(directory + 12 * i) == 6) {
-      const size_t at = u32(directory + 12 * i + 8);
-      return {u32(at + 8), u32(at + 24)};
-    }
+// A minidump's streams by type: where each starts and its size.
+struct Dump {
+  std::string bytes;
+  std::map<uint32_t, std::pair<uint32_t, uint32_t>> streams;
+
+  explicit Dump(const fs::path& path) : bytes(ReadFileBytes(path.string())) {
+    if (bytes.compare(0, 4, "MDMP") != 0) return;
+    for (uint32_t i = 0, directory = U32(12); i < U32(8); ++i)
+      streams[U32(directory + 12 * i)] = {U32(directory + 12 * i + 8), U32(directory + 12 * i + 4)};
   }
-  return {0, 0};
-}
+  uint32_t U32(size_t at) const { return at + 4 <= bytes.size() ? logtest::U32(bytes, at) : 0u; }
+  std::string Stream(uint32_t type) const {
+    auto found = streams.find(type);
+    return found == streams.end() ? "" : bytes.substr(found->second.first, found->second.second);
+  }
+  // Stream 6: thread id, alignment, then code, flags, record (8 bytes), address.
+  std::pair<uint32_t, uint32_t> Exception() const {
+    auto found = streams.find(6);
+    if (found == streams.end()) return {0, 0};
+    return {U32(found->second.first + 8), U32(found->second.first + 24)};
+  }
+  // Whether the memory list (stream 5) holds `address`.
+  bool HoldsMemoryAt(uint64_t address) const {
+    auto found = streams.find(5);
+    if (found == streams.end()) return false;
+    for (uint32_t i = 0, at = found->second.first; i < U32(at); ++i) {
+      const size_t range = at + 4 + 16 * size_t{i};
+      const uint64_t start = U32(range) | uint64_t{U32(range + 4)} << 32;
+      if (address - start < U32(range + 8)) return true;
+    }
+    return false;
+  }
+};
 #endif
 
 // Each failure: its name in the first crash record, exit code or signal, and crashing function.
+#ifdef _WIN32
+const char* const kAtTheCall = sizeof(void*) == 8 ? "CrashingFunction" : nullptr;
+#endif
 const struct Failure {
   const char *kind, *name;
   unsigned long status;
@@ -83,10 +106,11 @@ const struct Failure {
     {"divide", "EXCEPTION_INT_DIVIDE_BY_ZERO", 0xC0000094, "CrashingFunction"},
     {"illegal", "EXCEPTION_ILLEGAL_INSTRUCTION", 0xC000001D, "CrashingFunction"},
     {"stack", "EXCEPTION_STACK_OVERFLOW", 0xC00000FD, "Recurse"},
-    {"abort", "abort", 0x40000015, nullptr},
-    {"terminate", "std::terminate", 0x40000015, nullptr},
-    {"purecall", "std::terminate", 0x40000015, nullptr},
-    {"parameter", "invalid parameter", 0xC0000417, nullptr},
+    // The runtime's failures, at the host's call that failed (64-bit builds).
+    {"abort", "abort", 0x40000015, kAtTheCall},
+    {"terminate", "std::terminate", 0x40000015, kAtTheCall},
+    {"purecall", "std::terminate", 0x40000015, kAtTheCall},
+    {"parameter", "invalid parameter", 0xC0000417, kAtTheCall},
     {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, nullptr, "nolog"},  // dump beside the exe
 };
 constexpr unsigned long kSecondFailureStatus =
@@ -154,7 +178,7 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
     const auto dumps = DumpsIn(dumpFolder);
     ASSERT_EQ(dumps.size(), 1u)
         << "the dump goes beside the log, or without one beside the executable";
-    const auto exception = DumpException(dumps[0]);
+    const auto exception = Dump(dumps[0]).Exception();
     if (!logged) fs::remove(dumps[0]);
     const uint32_t at =
         logged ? std::stoul(records[1].substr(records[1].find('[') + 1, 8), nullptr, 16)
@@ -266,6 +290,62 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndAHeldAllocatorLock) 
     }
 #endif
   }
+}
+
+// The host's annotations follow the crash's frames in the log and, on Windows, go into the dump as
+// a stream of their own; the dump's kind is the host's choice.
+TEST(CrashHandler, AnnotationsAndTheDumpsKindReachTheReport) {
+  ScratchDir dir;
+  ASSERT_TRUE(RunChild("access", dir, "annotated").finished);
+  std::vector<std::string> annotations;
+  bool afterFrames = true;
+  for (const std::string& record : logtest::ParseFile(dir.PathOf("crash.log")).Texts()) {
+    if (record.rfind("Annotation: ", 0) == 0) annotations.push_back(record);
+    else if (!annotations.empty() && record.rfind("Crash: ", 0) == 0) afterFrames = false;
+  }
+  EXPECT_EQ(annotations, (std::vector<std::string>{"Annotation: document=a b=c",
+                                                   "Annotation: product=crash child",
+                                                   "Annotation: version=1.2.3"}));
+  EXPECT_TRUE(afterFrames);
+#ifdef _WIN32
+  auto dumps = DumpsIn(dir.path());
+  ASSERT_EQ(dumps.size(), 1u);
+  EXPECT_EQ(Dump(dumps[0]).Stream(kCrashAnnotationStreamType),
+            "document=a b=c\nproduct=crash child\nversion=1.2.3\n");
+
+  ScratchDir withData, fullMemory;
+  ASSERT_TRUE(RunChild("access", withData, "withdata").finished);
+  ASSERT_TRUE(RunChild("access", fullMemory, "fullmemory").finished);
+  dumps = DumpsIn(withData.path());
+  ASSERT_EQ(dumps.size(), 1u);
+  const Dump normal(DumpsIn(dir.path())[0]), data(dumps[0]);
+  const uint64_t global = std::stoull(ReadFileBytes(withData.PathOf("global.txt")));
+  EXPECT_TRUE(data.HoldsMemoryAt(global)) << "the child's data in a dump with data";
+  EXPECT_EQ(normal.streams.count(9), 0u);
+  dumps = DumpsIn(fullMemory.path());
+  ASSERT_EQ(dumps.size(), 1u);
+  EXPECT_EQ(Dump(dumps[0]).streams.count(9), 1u) << "all memory, as a 64-bit memory list";
+#endif
+}
+
+TEST(CrashHandler, AnnotationsKeepToTheirRulesAndTheirRoom) {
+  const std::string longestKey(kMaxCrashAnnotationKey, 'k'), longestValue(kMaxCrashAnnotationValue, 'v');
+  EXPECT_TRUE(SetCrashAnnotation(longestKey.c_str(), longestValue.c_str()));
+  for (const char* key : {"", "two words", "line\n", "\xC3\xA9"})
+    EXPECT_FALSE(SetCrashAnnotation(key, "x")) << key;
+  EXPECT_FALSE(SetCrashAnnotation((longestKey + "k").c_str(), "x"));
+  EXPECT_FALSE(SetCrashAnnotation("key", (longestValue + "v").c_str()));
+  EXPECT_FALSE(SetCrashAnnotation("key", "two\nlines"));
+  EXPECT_TRUE(SetCrashAnnotation("absent", "")) << "removing what is not there";
+  for (size_t i = 1; i < kMaxCrashAnnotations; ++i)
+    EXPECT_TRUE(SetCrashAnnotation(("key" + std::to_string(i)).c_str(), "x"));
+  EXPECT_FALSE(SetCrashAnnotation("one.more", "x")) << "no room";
+  EXPECT_TRUE(SetCrashAnnotation("key1", "replaced")) << "a key set already takes no room";
+  EXPECT_TRUE(SetCrashAnnotation(longestKey.c_str(), ""));
+  EXPECT_TRUE(SetCrashAnnotation("one.more", "x")) << "a removed key's room";
+  for (size_t i = 1; i < kMaxCrashAnnotations; ++i)
+    SetCrashAnnotation(("key" + std::to_string(i)).c_str(), "");
+  SetCrashAnnotation("one.more", "");
 }
 
 // The child's trace hook faults inside the handler.

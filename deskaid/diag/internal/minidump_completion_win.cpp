@@ -1,0 +1,317 @@
+#include "deskaid/diag/internal/minidump_completion_win.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "deskaid/diag/internal/module_identity.h"
+
+namespace deskaid {
+namespace {
+
+// The parts of the file format used here.
+constexpr uint32_t kModuleListStream = 4;
+constexpr uint32_t kMemoryListStream = 5;
+constexpr size_t kHeaderSize = 32;
+constexpr size_t kDirectoryEntrySize = 12;
+constexpr size_t kModuleSize = 108;   // MINIDUMP_MODULE, packed
+constexpr size_t kCvRecordAt = 76;    // its CvRecord: size, then file offset
+constexpr size_t kRangeSize = 16;     // MINIDUMP_MEMORY_DESCRIPTOR: address, size, file offset
+// Breakpad's reader, among others, refuses a memory list longer than this.
+constexpr uint32_t kMaxMemoryRanges = 4096;
+constexpr uint64_t kJoinGap = 4096;
+
+uint32_t U32(const unsigned char* p) {
+  uint32_t value;
+  std::memcpy(&value, p, sizeof value);
+  return value;
+}
+uint64_t U64(const unsigned char* p) {
+  uint64_t value;
+  std::memcpy(&value, p, sizeof value);
+  return value;
+}
+void Put32(unsigned char* p, uint32_t value) { std::memcpy(p, &value, sizeof value); }
+void Put64(unsigned char* p, uint64_t value) { std::memcpy(p, &value, sizeof value); }
+
+class DumpFile {
+ public:
+  explicit DumpFile(HANDLE file) : m_file(file) {}
+
+  bool Read(uint64_t at, void* out, size_t size) const {
+    OVERLAPPED where = {};
+    where.Offset = static_cast<DWORD>(at);
+    where.OffsetHigh = static_cast<DWORD>(at >> 32);
+    DWORD done = 0;
+    return ReadFile(m_file, out, static_cast<DWORD>(size), &done, &where) && done == size;
+  }
+  bool Write(uint64_t at, const void* data, size_t size) const {
+    OVERLAPPED where = {};
+    where.Offset = static_cast<DWORD>(at);
+    where.OffsetHigh = static_cast<DWORD>(at >> 32);
+    DWORD done = 0;
+    return WriteFile(m_file, data, static_cast<DWORD>(size), &done, &where) && done == size;
+  }
+  HANDLE Handle() const { return m_file; }
+
+  // Appends `data` where a 32-bit file offset reaches it, 8-byte aligned; returns that offset.
+  bool Append(const void* data, size_t size, uint32_t& at) const {
+    LARGE_INTEGER end;
+    if (!GetFileSizeEx(m_file, &end)) return false;
+    const uint64_t aligned = (static_cast<uint64_t>(end.QuadPart) + 7) & ~uint64_t{7};
+    if (aligned + size > 0xFFFFFFFFu) return false;
+    static const unsigned char kZeros[8] = {};
+    if (!Write(static_cast<uint64_t>(end.QuadPart), kZeros,
+               static_cast<size_t>(aligned - static_cast<uint64_t>(end.QuadPart))) ||
+        !Write(aligned, data, size)) {
+      return false;
+    }
+    at = static_cast<uint32_t>(aligned);
+    return true;
+  }
+
+ private:
+  HANDLE m_file;
+};
+
+bool HexValue(const char* text, size_t digits, uint64_t& value) {
+  value = 0;
+  for (size_t i = 0; i < digits; ++i) {
+    const char c = text[i];
+    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    if (digit < 0) return false;
+    value = value * 16 + static_cast<uint64_t>(digit);
+  }
+  return true;
+}
+
+// The binary "RSDS" record, rebuilt from the identity's text form of the GUID and age.
+bool CodeViewRecord(const ModuleIdentity& identity, std::string& record) {
+  const char* text = identity.codeView;
+  const size_t length = std::strlen(text);
+  uint64_t fields[3], age;
+  if (length < 33 || length > 40 || !HexValue(text, 8, fields[0]) ||
+      !HexValue(text + 8, 4, fields[1]) || !HexValue(text + 12, 4, fields[2]) ||
+      !HexValue(text + 32, length - 32, age)) {
+    return false;
+  }
+  unsigned char binary[24];
+  std::memcpy(binary, "RSDS", 4);
+  Put32(binary + 4, static_cast<uint32_t>(fields[0]));
+  binary[8] = static_cast<unsigned char>(fields[1]);
+  binary[9] = static_cast<unsigned char>(fields[1] >> 8);
+  binary[10] = static_cast<unsigned char>(fields[2]);
+  binary[11] = static_cast<unsigned char>(fields[2] >> 8);
+  for (size_t i = 0; i < 8; ++i) {
+    uint64_t byte;
+    if (!HexValue(text + 16 + 2 * i, 2, byte)) return false;
+    binary[12 + i] = static_cast<unsigned char>(byte);
+  }
+  Put32(binary + 20, static_cast<uint32_t>(age));
+  record.assign(reinterpret_cast<char*>(binary), sizeof binary);
+  record.append(identity.pdbPath, std::strlen(identity.pdbPath) + 1);
+  return true;
+}
+
+bool AddCodeViewRecords(const DumpFile& dump, uint32_t listAt, uint32_t listSize,
+                        std::vector<uint64_t>& bases) {
+  unsigned char count[4];
+  if (listSize < 4 || !dump.Read(listAt, count, 4)) return false;
+  const uint32_t modules = std::min<uint32_t>(U32(count), (listSize - 4) / kModuleSize);
+  for (uint32_t i = 0; i < modules; ++i) {
+    const uint64_t at = listAt + 4 + uint64_t{i} * kModuleSize;
+    unsigned char module[kModuleSize];
+    if (!dump.Read(at, module, sizeof module)) return false;
+    bases.push_back(U64(module));
+    if (U32(module + kCvRecordAt) != 0) continue;  // the writer gave it one
+    ModuleIdentity identity;
+    std::string record;
+    // Still loaded at the same place: the module as the dump describes it.
+    if (!IdentifyLoadedModule(U64(module), identity) || identity.base != U64(module) ||
+        !CodeViewRecord(identity, record)) {
+      continue;
+    }
+    uint32_t recordAt = 0;
+    if (!dump.Append(record.data(), record.size(), recordAt)) return false;
+    unsigned char location[8];
+    Put32(location, static_cast<uint32_t>(record.size()));
+    Put32(location + 4, recordAt);
+    if (!dump.Write(at + kCvRecordAt, location, sizeof location)) return false;
+  }
+  return true;
+}
+
+struct Range {
+  uint64_t address;
+  uint32_t size;
+  uint32_t fileAt;
+  bool fromProcess;  // bytes to take from this process, not from the file
+};
+
+// Copies this process's memory, as far as it can still be read: false, with `out` undefined, when
+// any of it cannot. Through the system, not by pointer: a region may go while it is read.
+bool ReadOwnMemory(uint64_t address, void* out, size_t size) {
+  SIZE_T got = 0;
+  return size == 0 ||
+         (ReadProcessMemory(GetCurrentProcess(),
+                            reinterpret_cast<const void*>(static_cast<uintptr_t>(address)), out,
+                            size, &got) &&
+          got == size);
+}
+
+// The writable sections of the image loaded at `base`, as ranges of this process's memory.
+void AddDataSections(uint64_t base, std::vector<Range>& ranges) {
+  unsigned char dos[64], file[24];
+  if (!ReadOwnMemory(base, dos, sizeof dos) || dos[0] != 'M' || dos[1] != 'Z') return;
+  const uint64_t header = base + U32(dos + 0x3C);
+  if (!ReadOwnMemory(header, file, sizeof file) || std::memcmp(file, "PE\0\0", 4) != 0) return;
+  const unsigned sections = file[6] | file[7] << 8;
+  const unsigned optionalSize = file[20] | file[21] << 8;
+  constexpr size_t kSectionSize = 40;
+  constexpr uint32_t kWritable = 0x80000000;  // IMAGE_SCN_MEM_WRITE
+  std::vector<unsigned char> table(sections * kSectionSize), probe;
+  if (!ReadOwnMemory(header + 24 + optionalSize, table.data(), table.size())) return;
+  for (unsigned i = 0; i < sections; ++i) {
+    const unsigned char* section = &table[i * kSectionSize];
+    const uint64_t start = base + U32(section + 12);
+    const uint32_t size = U32(section + 8);
+    if ((U32(section + 36) & kWritable) == 0 || size == 0 || size > 0x7FFFFFFF) continue;
+    probe.resize(size);
+    if (ReadOwnMemory(start, probe.data(), probe.size())) ranges.push_back({start, size, 0, true});
+  }
+}
+
+// A new memory list, when the writer's has more ranges than readers accept or `extra` ranges are
+// to be added: ranges less than a page apart are joined, where this process can still read the
+// bytes between them. The directory entry at `entryAt` then points to it.
+bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, uint32_t listSize,
+                       const std::vector<Range>& extra) {
+  unsigned char count[4];
+  if (listSize < 4 || !dump.Read(listAt, count, 4)) return false;
+  const uint32_t total = std::min<uint32_t>(U32(count), (listSize - 4) / kRangeSize);
+  std::vector<unsigned char> descriptors(size_t{total} * kRangeSize);
+  if (!dump.Read(listAt + 4, descriptors.data(), descriptors.size())) return false;
+  std::vector<Range> ranges(total);
+  uint64_t dataBegin = total > 0 ? UINT64_MAX : 0, dataEnd = 0;
+  for (size_t i = 0; i < total; ++i) {
+    const unsigned char* d = &descriptors[i * kRangeSize];
+    ranges[i] = {U64(d), U32(d + 8), U32(d + 12), false};
+    dataBegin = std::min<uint64_t>(dataBegin, ranges[i].fileAt);
+    dataEnd = std::max<uint64_t>(dataEnd, uint64_t{ranges[i].fileAt} + ranges[i].size);
+  }
+  std::sort(ranges.begin(), ranges.end(),
+            [](const Range& a, const Range& b) { return a.address < b.address; });
+  // Readers refuse ranges that overlap, which Wine's writer makes for threads waiting at one
+  // place (a window of code around each thread's instruction).
+  bool overlaps = false;
+  for (size_t i = 1; i < ranges.size(); ++i)
+    overlaps = overlaps || ranges[i].address < ranges[i - 1].address + ranges[i - 1].size;
+  if (total <= kMaxMemoryRanges && extra.empty() && !overlaps) return true;
+  ranges.insert(ranges.end(), extra.begin(), extra.end());
+  // The writer's bytes, read at once: the ranges are many and small.
+  std::vector<unsigned char> data(static_cast<size_t>(dataEnd - dataBegin));
+  if (!dump.Read(dataBegin, data.data(), data.size())) return false;
+  std::stable_sort(ranges.begin(), ranges.end(),
+            [](const Range& a, const Range& b) { return a.address < b.address; });
+
+  LARGE_INTEGER fileSize;
+  if (!GetFileSizeEx(dump.Handle(), &fileSize)) return false;
+  const uint64_t appendAt = (static_cast<uint64_t>(fileSize.QuadPart) + 7) & ~uint64_t{7};
+  std::vector<unsigned char> list(4), appended, probe;
+  uint32_t written = 0;
+  for (size_t first = 0; first < ranges.size();) {
+    // The run of ranges from `first` that joins into one.
+    const uint64_t start = ranges[first].address;
+    uint64_t end = start + ranges[first].size;
+    size_t last = first;
+    while (last + 1 < ranges.size() && ranges[last + 1].address <= end + kJoinGap) {
+      const Range& next = ranges[last + 1];
+      const uint64_t nextEnd = std::max(end, next.address + next.size);
+      if (nextEnd - start > 0x7FFFFFFF) break;
+      if (next.address > end) {  // the bytes between must still be there to read
+        probe.resize(static_cast<size_t>(next.address - end));
+        if (!ReadOwnMemory(end, probe.data(), probe.size())) break;
+      }
+      end = nextEnd;
+      ++last;
+    }
+    uint64_t fileAt = ranges[first].fileAt;
+    if (last > first || ranges[first].fromProcess) {
+      fileAt = appendAt + appended.size();
+      const size_t at = appended.size();
+      appended.resize(at + static_cast<size_t>(end - start));
+      unsigned char* bytes = &appended[at];
+      // The gaps from the process as it is now; the writer's own bytes over them.
+      uint64_t covered = start + ranges[first].size;
+      for (size_t i = first + 1; i <= last; ++i) {
+        if (ranges[i].address > covered)
+          ReadOwnMemory(covered, bytes + (covered - start),
+                        static_cast<size_t>(ranges[i].address - covered));
+        covered = std::max(covered, ranges[i].address + ranges[i].size);
+      }
+      for (size_t i = first; i <= last; ++i) {
+        if (ranges[i].fromProcess)
+          ReadOwnMemory(ranges[i].address, bytes + (ranges[i].address - start), ranges[i].size);
+      }
+      for (size_t i = first; i <= last; ++i) {
+        if (!ranges[i].fromProcess)
+          std::memcpy(bytes + (ranges[i].address - start), &data[ranges[i].fileAt - dataBegin],
+                      ranges[i].size);
+      }
+    }
+    if (fileAt > 0xFFFFFFFFu) return false;
+    unsigned char descriptor[kRangeSize];
+    Put64(descriptor, start);
+    Put32(descriptor + 8, static_cast<uint32_t>(end - start));
+    Put32(descriptor + 12, static_cast<uint32_t>(fileAt));
+    list.insert(list.end(), descriptor, descriptor + sizeof descriptor);
+    ++written;
+    first = last + 1;
+  }
+  Put32(list.data(), written);
+  uint32_t joinedAt = 0, newListAt = 0;
+  if (!appended.empty() && (!dump.Append(appended.data(), appended.size(), joinedAt) ||
+                            joinedAt != appendAt)) {
+    return false;
+  }
+  if (!dump.Append(list.data(), list.size(), newListAt)) return false;
+  unsigned char location[8];
+  Put32(location, static_cast<uint32_t>(list.size()));
+  Put32(location + 4, newListAt);
+  return dump.Write(entryAt + 4, location, sizeof location);
+}
+
+}  // namespace
+
+bool CompleteMinidump(HANDLE file, bool withDataSections) {
+  const DumpFile dump(file);
+  unsigned char header[kHeaderSize];
+  if (!dump.Read(0, header, sizeof header) || std::memcmp(header, "MDMP", 4) != 0) return false;
+  const uint32_t streams = U32(header + 8), directoryAt = U32(header + 12);
+  uint32_t modules[2] = {}, memoryList[2] = {};
+  uint64_t memoryEntryAt = 0;
+  for (uint32_t i = 0; i < streams && i < 256; ++i) {
+    const uint64_t entryAt = directoryAt + uint64_t{i} * kDirectoryEntrySize;
+    unsigned char entry[kDirectoryEntrySize];
+    if (!dump.Read(entryAt, entry, sizeof entry)) return false;
+    if (U32(entry) == kModuleListStream) modules[0] = U32(entry + 8), modules[1] = U32(entry + 4);
+    if (U32(entry) == kMemoryListStream) {
+      memoryList[0] = U32(entry + 8), memoryList[1] = U32(entry + 4);
+      memoryEntryAt = entryAt;
+    }
+  }
+  std::vector<uint64_t> bases;
+  bool complete = modules[1] == 0 || AddCodeViewRecords(dump, modules[0], modules[1], bases);
+  if (memoryEntryAt != 0) {
+    std::vector<Range> extra;
+    if (withDataSections)
+      for (uint64_t base : bases) AddDataSections(base, extra);
+    complete =
+        RewriteMemoryList(dump, memoryEntryAt, memoryList[0], memoryList[1], extra) && complete;
+  }
+  return complete;
+}
+
+}  // namespace deskaid
