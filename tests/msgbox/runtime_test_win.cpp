@@ -69,7 +69,6 @@ TEST(MessageDialogRuntime, Countdown) {
   p.nTimeoutSeconds = 3;
   std::vector<std::wstring> seen;
   const DWORD start = GetTickCount();
-  TraceCapture trace;  // each tick writes a line
   EXPECT_EQ(Drive("Countdown", MB_OKCANCEL, &p,
                   [&](HWND dialog) {
                     for (std::wstring text; IsWindow(dialog); Sleep(20))
@@ -80,7 +79,6 @@ TEST(MessageDialogRuntime, Countdown) {
             0x80000001u);
   EXPECT_EQ(seen, (std::vector<std::wstring>{L"OK = 3", L"OK = 2", L"OK = 1"}));
   EXPECT_GE(GetTickCount() - start, 3500u);  // ends on the fourth tick
-  EXPECT_NE(trace.Text().find("in WM_TIMER\n"), std::string::npos) << trace.Text();
 
   p.nTimeoutSeconds = 1;  // a ticked box comes back with the countdown's result
   EXPECT_EQ(Drive("Ticked", MB_OK | MDS_DONTASKAGAIN, &p,
