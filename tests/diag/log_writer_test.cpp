@@ -308,14 +308,11 @@ TEST_F(LogWriterTest, RecordsAndTraceLinesUseTheRuntimesFormatter) {
   FORMAT_CASE("%d %i %u %x %X %o %+d|%-6d|%06d|%#x|%#o|%c", -42, 7, 4000000000u, 0xBEEFu, 0xBEEFu,
               8u, 5, 5, -5, 255u, 8u, 'A');
   FORMAT_CASE("%hd %hu %hhd %hhu", 70000, 70000, 300, 300);
-  FORMAT_CASE("%ld %lu %lld %llu", -5L, 5UL, -9000000000LL, 18000000000ULL);
+  FORMAT_CASE("%lld %llu|%s|%.3s|%-4s|%%", -9000000000LL, 18000000000ULL, "abc", "abcdef", "l");
   FORMAT_CASE("%p", reinterpret_cast<void*>(0x0040123a));
   FORMAT_CASE("%e %E %.2e %g %g %G %g", 10.0, 123456.789, -0.000123, 1e-5, 123456789.0, 1e20,
               100.0);
   FORMAT_CASE("%.0f %.0f %.0f %.1f %.2f", 2.5, 0.5, 1.5, 0.25, 2.675);
-  FORMAT_CASE("%f %10.3f %-10.1f|", 1e15, 3.14159, -2.5);
-  FORMAT_CASE("%s|%.3s|%8s|%-8s|", "abc", "abcdef", "r", "l");
-  FORMAT_CASE("100%% done, %d%%", 50);
 #undef FORMAT_CASE
   g_LogWriter.Close();
 
