@@ -3,9 +3,10 @@
 // plants a fault inside the handler; "annotated" sets annotations; "withdata" asks for a dump
 // with data (writing a global's address to DIR/global.txt), "fullmemory" for one of all memory.
 // KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
-// that many threads at once; "busylog" while another thread fills a small log; "heaplock" with
-// the heap's lock held (on POSIX inside free()); "heapdamage" after damaging the heap. The POSIX
-// kinds "overflow" fail on a worker thread's stack, and "chained" with a handler installed before.
+// that many threads at once; "threadslate" on a second thread a moment after the first;
+// "busylog" while another thread fills a small log; "heaplock" with the heap's lock held (on
+// POSIX inside free()); "heapdamage" after damaging the heap. The POSIX kinds "overflow" fail on
+// a worker thread's stack, and "chained" with a handler installed before.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -24,6 +25,7 @@
 #endif
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -112,6 +114,16 @@ CHILD_NOINLINE void ThreadsAtOnce(int count) {
   std::vector<std::thread> threads;
   for (int i = 0; i < count; ++i) threads.emplace_back(FaultWhenAllAreReady, count);
   for (auto& thread : threads) thread.join();
+}
+
+// A second thread fails a moment after the first, while the first failure is reported.
+CHILD_NOINLINE void SecondThreadAMomentLater() {
+  std::thread later([] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    *g_null = 5;
+  });
+  later.detach();
+  *g_null = 1;
 }
 
 // Another thread writes records as fast as it can into a log that rotates every few records.
@@ -220,6 +232,7 @@ int main(int argc, char** argv) {
   LogPrintf(LOG_LEVEL_2, "child ready");
   if (kind == "threads2" || kind == "threads8") more::ThreadsAtOnce(kind == "threads2" ? 2 : 8);
   if (kind == "busylog") more::WhileTheLogIsBusy();
+  if (kind == "threadslate") more::SecondThreadAMomentLater();
 #ifdef _WIN32
   if (kind == "heaplock") more::WithTheHeapLocked();
   if (kind == "heapdamage") more::AfterHeapDamage();

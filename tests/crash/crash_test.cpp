@@ -250,6 +250,7 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndAHeldAllocatorLock) 
 #ifdef _WIN32
       {"threads2", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
       {"threads8", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
+      {"threadslate", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
       {"busylog", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
       {"heaplock", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},
       {"heapdamage", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005},

@@ -30,6 +30,7 @@ purecall - 21 call
 parameter - 23 call
 threads2 - 5 pc
 threads8 - 5 pc
+threadslate - 5 pc
 busylog - 5 pc
 plugin - 5 pc
 access annotated 5 pc"
