@@ -1,9 +1,9 @@
 #include "deskaid/diag/internal/minidump_completion_win.h"
 
 #include <algorithm>
+#include <utility>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <vector>
 
 #include "deskaid/diag/internal/module_identity.h"
@@ -76,45 +76,6 @@ class DumpFile {
   HANDLE m_file;
 };
 
-bool HexValue(const char* text, size_t digits, uint64_t& value) {
-  value = 0;
-  for (size_t i = 0; i < digits; ++i) {
-    const char c = text[i];
-    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-    if (digit < 0) return false;
-    value = value * 16 + static_cast<uint64_t>(digit);
-  }
-  return true;
-}
-
-// The binary "RSDS" record, rebuilt from the identity's text form of the GUID and age.
-bool CodeViewRecord(const ModuleIdentity& identity, std::string& record) {
-  const char* text = identity.codeView;
-  const size_t length = std::strlen(text);
-  uint64_t fields[3], age;
-  if (length < 33 || length > 40 || !HexValue(text, 8, fields[0]) ||
-      !HexValue(text + 8, 4, fields[1]) || !HexValue(text + 12, 4, fields[2]) ||
-      !HexValue(text + 32, length - 32, age)) {
-    return false;
-  }
-  unsigned char binary[24];
-  std::memcpy(binary, "RSDS", 4);
-  Put32(binary + 4, static_cast<uint32_t>(fields[0]));
-  binary[8] = static_cast<unsigned char>(fields[1]);
-  binary[9] = static_cast<unsigned char>(fields[1] >> 8);
-  binary[10] = static_cast<unsigned char>(fields[2]);
-  binary[11] = static_cast<unsigned char>(fields[2] >> 8);
-  for (size_t i = 0; i < 8; ++i) {
-    uint64_t byte;
-    if (!HexValue(text + 16 + 2 * i, 2, byte)) return false;
-    binary[12 + i] = static_cast<unsigned char>(byte);
-  }
-  Put32(binary + 20, static_cast<uint32_t>(age));
-  record.assign(reinterpret_cast<char*>(binary), sizeof binary);
-  record.append(identity.pdbPath, std::strlen(identity.pdbPath) + 1);
-  return true;
-}
-
 bool AddCodeViewRecords(const DumpFile& dump, uint32_t listAt, uint32_t listSize,
                         std::vector<uint64_t>& bases) {
   unsigned char count[4];
@@ -127,16 +88,15 @@ bool AddCodeViewRecords(const DumpFile& dump, uint32_t listAt, uint32_t listSize
     bases.push_back(U64(module));
     if (U32(module + kCvRecordAt) != 0) continue;  // the writer gave it one
     ModuleIdentity identity;
-    std::string record;
+    uint8_t record[24 + kMaxPath];
     // Still loaded at the same place: the module as the dump describes it.
-    if (!IdentifyLoadedModule(U64(module), identity) || identity.base != U64(module) ||
-        !CodeViewRecord(identity, record)) {
-      continue;
-    }
+    if (!IdentifyLoadedModule(U64(module), identity) || identity.base != U64(module)) continue;
+    const size_t length = WriteCodeViewRecord(identity, record, sizeof record);
+    if (length == 0) continue;
     uint32_t recordAt = 0;
-    if (!dump.Append(record.data(), record.size(), recordAt)) return false;
+    if (!dump.Append(record, length, recordAt)) return false;
     unsigned char location[8];
-    Put32(location, static_cast<uint32_t>(record.size()));
+    Put32(location, static_cast<uint32_t>(length));
     Put32(location + 4, recordAt);
     if (!dump.Write(at + kCvRecordAt, location, sizeof location)) return false;
   }
@@ -187,7 +147,7 @@ void AddDataSections(uint64_t base, std::vector<Range>& ranges) {
 // to be added: ranges less than a page apart are joined, where this process can still read the
 // bytes between them. The directory entry at `entryAt` then points to it.
 bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, uint32_t listSize,
-                       const std::vector<Range>& extra) {
+                       std::vector<Range> extra) {
   unsigned char count[4];
   if (listSize < 4 || !dump.Read(listAt, count, 4)) return false;
   const uint32_t total = std::min<uint32_t>(U32(count), (listSize - 4) / kRangeSize);
@@ -201,20 +161,20 @@ bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, 
     dataBegin = std::min<uint64_t>(dataBegin, ranges[i].fileAt);
     dataEnd = std::max<uint64_t>(dataEnd, uint64_t{ranges[i].fileAt} + ranges[i].size);
   }
-  std::sort(ranges.begin(), ranges.end(),
-            [](const Range& a, const Range& b) { return a.address < b.address; });
+  auto byAddress = [](const Range& a, const Range& b) { return a.address < b.address; };
+  std::sort(ranges.begin(), ranges.end(), byAddress);
   // Readers refuse ranges that overlap, which Wine's writer makes for threads waiting at one
   // place (a window of code around each thread's instruction).
   bool overlaps = false;
   for (size_t i = 1; i < ranges.size(); ++i)
     overlaps = overlaps || ranges[i].address < ranges[i - 1].address + ranges[i - 1].size;
   if (total <= kMaxMemoryRanges && extra.empty() && !overlaps) return true;
+  std::sort(extra.begin(), extra.end(), byAddress);
   ranges.insert(ranges.end(), extra.begin(), extra.end());
+  std::inplace_merge(ranges.begin(), ranges.begin() + total, ranges.end(), byAddress);
   // The writer's bytes, read at once: the ranges are many and small.
   std::vector<unsigned char> data(static_cast<size_t>(dataEnd - dataBegin));
   if (!dump.Read(dataBegin, data.data(), data.size())) return false;
-  std::stable_sort(ranges.begin(), ranges.end(),
-            [](const Range& a, const Range& b) { return a.address < b.address; });
 
   LARGE_INTEGER fileSize;
   if (!GetFileSizeEx(dump.Handle(), &fileSize)) return false;
@@ -309,7 +269,7 @@ bool CompleteMinidump(HANDLE file, bool withDataSections) {
     if (withDataSections)
       for (uint64_t base : bases) AddDataSections(base, extra);
     complete =
-        RewriteMemoryList(dump, memoryEntryAt, memoryList[0], memoryList[1], extra) && complete;
+        RewriteMemoryList(dump, memoryEntryAt, memoryList[0], memoryList[1], std::move(extra)) && complete;
   }
   return complete;
 }

@@ -215,6 +215,13 @@ const char* ReadValue(const char* p, char* out, size_t size) {
 
 uint64_t HexValue(const char* text) { return std::strtoull(text, nullptr, 16); }
 
+// The value of `digits` hex digits at `text`.
+uint64_t HexField(const char* text, size_t digits) {
+  char field[17] = {};
+  std::memcpy(field, text, digits < 16 ? digits : 16);
+  return HexValue(field);
+}
+
 // A signature is hex digits only; anything else is no signature.
 void CopyHex(char* target, size_t size, const char* value) {
   size_t length = std::strlen(value);
@@ -223,6 +230,25 @@ void CopyHex(char* target, size_t size, const char* value) {
 }
 
 }  // namespace
+
+size_t WriteCodeViewRecord(const ModuleIdentity& identity, uint8_t* out, size_t size) {
+  // The inverse of ReadCodeView's text: GUID fields, GUID bytes, then the age.
+  const char* text = identity.codeView;
+  const size_t length = std::strlen(text), pathLength = std::strlen(identity.pdbPath);
+  if (length < 33 || length > 40 || size < 24 + pathLength + 1) return 0;
+  std::memcpy(out, "RSDS", 4);
+  const uint32_t first = static_cast<uint32_t>(HexField(text, 8));
+  const uint16_t second = static_cast<uint16_t>(HexField(text + 8, 4));
+  const uint16_t third = static_cast<uint16_t>(HexField(text + 12, 4));
+  const uint32_t age = static_cast<uint32_t>(HexField(text + 32, length - 32));
+  for (int i = 0; i < 4; ++i) out[4 + i] = static_cast<uint8_t>(first >> (8 * i));
+  for (int i = 0; i < 2; ++i) out[8 + i] = static_cast<uint8_t>(second >> (8 * i));
+  for (int i = 0; i < 2; ++i) out[10 + i] = static_cast<uint8_t>(third >> (8 * i));
+  for (int i = 0; i < 8; ++i) out[12 + i] = static_cast<uint8_t>(HexField(text + 16 + 2 * i, 2));
+  for (int i = 0; i < 4; ++i) out[20 + i] = static_cast<uint8_t>(age >> (8 * i));
+  std::memcpy(out + 24, identity.pdbPath, pathLength + 1);
+  return 24 + pathLength + 1;
+}
 
 bool ReadImageIdentity(ImageReader read, void* source, bool mapped, ModuleIdentity& identity) {
   identity.format = ImageFormat::kUnknown;

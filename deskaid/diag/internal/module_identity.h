@@ -43,6 +43,11 @@ using ImageReader = bool (*)(void* source, uint64_t offset, void* out, size_t si
 // well-formed little-endian PE or ELF image.
 bool ReadImageIdentity(ImageReader read, void* source, bool mapped, ModuleIdentity& identity);
 
+// The binary CodeView record the identity's codeView and pdbPath were read from: "RSDS", the GUID,
+// the age and the PDB path with its terminator. Returns its length; 0 when the identity has no
+// CodeView signature or `size` is too small.
+size_t WriteCodeViewRecord(const ModuleIdentity& identity, uint8_t* out, size_t size);
+
 // A loaded module's bytes, `size` of them from `base`, and an ImageReader over them.
 struct MappedSpan {
   uint64_t base;
