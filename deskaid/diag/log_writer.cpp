@@ -269,7 +269,9 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
   LogRecordHeader header;
   header.level = level;
   header.kind = kind;
-  header.keyIndex = static_cast<uint16_t>(deskaid::platform::TickCount() & 15);
+  // The clock picks the key of an enciphered body; a plain one does without it.
+  header.keyIndex =
+      m_bEncipher ? static_cast<uint16_t>(deskaid::platform::TickCount() & 15) : kLogPlainBody;
   header.length = static_cast<uint16_t>(length);
   header.time = deskaid::platform::Time32();
 
@@ -288,8 +290,6 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
     }
     Rc4Cipher cipher = m_state->keySchedules[header.keyIndex];
     cipher.Apply(body, length);
-  } else {
-    header.keyIndex = kLogPlainBody;
   }
   std::memcpy(m_record.data(), &header, kHeaderSize);
   m_trailer.recordCount += 1;

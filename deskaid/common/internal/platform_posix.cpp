@@ -1,4 +1,5 @@
 #include "deskaid/common/internal/platform.h"
+#include "deskaid/common/internal/simple_format.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -66,6 +67,7 @@ std::tm LocalTime(uint32_t seconds) {
 
 void FormatText(char* buffer, size_t size, const char* format, va_list args) {
   if (size == 0) return;
+  if (FormatSimpleText(buffer, size, format, args)) return;
   // vsnprintf always terminates: a longer text is cut at size - 1 characters.
   if (format == nullptr || std::vsnprintf(buffer, size, format, args) < 0) buffer[0] = '\0';
 }

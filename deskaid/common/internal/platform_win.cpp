@@ -1,4 +1,5 @@
 #include "deskaid/common/internal/platform.h"
+#include "deskaid/common/internal/simple_format.h"
 
 #include <windows.h>
 
@@ -59,6 +60,7 @@ void FormatText(char* buffer, size_t size, const char* format, va_list args) {
     buffer[0] = '\0';
     return;
   }
+  if (FormatSimpleText(buffer, size, format, args)) return;
   // The runtime's _vsnprintf leaves a text that fills the buffer unterminated and returns -1 for
   // one that does not fit: both are cut at the last byte.
   int n = _vsnprintf(buffer, size, format, args);
