@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <string>
 #include <thread>
@@ -28,6 +29,7 @@
 #include "deskaid/common/internal/path.h"
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/diag/debug_trace.h"
+#include "deskaid/diag/internal/basic_minidump_win.h"
 #include "deskaid/diag/internal/crash_annotations.h"
 #include "deskaid/diag/internal/crash_report.h"
 #include "deskaid/diag/internal/file_stamp.h"
@@ -92,9 +94,11 @@ Failure g_failure;
 volatile LONG g_handling = 0;
 char g_dumpPath[deskaid::kMaxPath];
 // The dump being written, until it is whole: a dump given up on is not left behind half written.
-char g_unfinishedDump[deskaid::kMaxPath];
+HANDLE g_dumpFile = INVALID_HANDLE_VALUE;
 volatile LONG g_dumpUnfinished = 0;
 char g_logPath[deskaid::kMaxPath];
+// Taken when the handler is installed: the runtime's call for it takes a buffer from the heap.
+char g_exePath[deskaid::kMaxPath];
 
 const char* ExceptionName(DWORD code) {
   switch (code) {
@@ -123,21 +127,44 @@ uint64_t ProgramCounter(const CONTEXT& context) {
 #endif
 }
 
-// The folder of `path` with its separator, or the empty text.
-std::string FolderOf(const char* path) {
-  deskaid::SplitPath parts(path);
-  return parts.drive + parts.directory;
+// The length of the folder part of `path`, its last separator included.
+size_t FolderLength(const char* path) {
+  size_t length = 0;
+  for (size_t i = 0; path[i] != '\0'; ++i) {
+    if (path[i] == '\\' || path[i] == '/' || (i == 1 && path[i] == ':')) length = i + 1;
+  }
+  return length;
 }
 
-// "<folder><executable name> - YYYY.MM.DD HH.MM.SS.dmp".
-std::string DumpPath() {
-  char exe[deskaid::kMaxPath];
-  deskaid::platform::ExecutablePath(exe, sizeof exe);
-  std::string folder = g_installed.options.szDumpFolder;
-  if (!folder.empty() && folder.back() != '\\' && folder.back() != '/') folder += '\\';
-  if (folder.empty()) folder = FolderOf(g_logPath[0] != '\0' ? g_logPath : exe);
-  const std::string stamp = deskaid::FileStamp(deskaid::platform::Time32());
-  return folder + deskaid::SplitPath(exe).name + " - " + stamp + ".dmp";
+// "<folder><executable name> - YYYY.MM.DD HH.MM.SS.dmp", made without the heap: the failing
+// thread may hold its lock.
+void MakeDumpPath(char* path, size_t size) {
+  const char* const exe = g_exePath;
+  deskaid::FixedText text(path, size);
+  const char* folder = g_installed.options.szDumpFolder;
+  if (folder[0] != '\0') {
+    text.Add(folder);
+    const char last = folder[std::strlen(folder) - 1];
+    if (last != '\\' && last != '/') text.Add('\\');
+  } else {
+    const char* beside = g_logPath[0] != '\0' ? g_logPath : exe;
+    for (size_t i = 0, n = FolderLength(beside); i < n; ++i) text.Add(beside[i]);
+  }
+  const char* name = exe + FolderLength(exe);
+  const char* dot = std::strrchr(name, '.');
+  for (const char* c = name; *c != '\0' && c != dot; ++c) text.Add(*c);
+  SYSTEMTIME now;
+  GetLocalTime(&now);
+  std::tm local = {};
+  local.tm_year = now.wYear - 1900;
+  local.tm_mon = now.wMonth - 1;
+  local.tm_mday = now.wDay;
+  local.tm_hour = now.wHour;
+  local.tm_min = now.wMinute;
+  local.tm_sec = now.wSecond;
+  text.Add(" - ");
+  deskaid::AddFileStamp(text, local);
+  text.Add(".dmp");
 }
 
 MINIDUMP_TYPE DumpType() {
@@ -149,18 +176,46 @@ MINIDUMP_TYPE DumpType() {
 }
 
 // The annotations' stream: "key=value\n" each. Static, sized for every annotation at its longest.
-char g_annotationText[kMaxCrashAnnotations * (kMaxCrashAnnotationKey + kMaxCrashAnnotationValue + 2)];
+char g_annotationText[kMaxCrashAnnotations *
+                      (kMaxCrashAnnotationKey + kMaxCrashAnnotationValue + 2)];
 
 void AddAnnotationLine(const char* key, const char* value, void* text) {
   static_cast<deskaid::FixedText*>(text)->Add(key).Add('=').Add(value).Add('\n');
 }
 
-bool WriteDump(const std::string& path) {
-  // Shared for deletion: the failing thread deletes it if the work takes too long.
-  HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_DELETE, nullptr,
-                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+// The dump of the failure without the heap, over what `file` holds: for a failure that leaves the
+// system's writer unable to finish.
+bool WriteBasicDump(HANDLE file) {
+  deskaid::FixedText annotations(g_annotationText, sizeof g_annotationText);
+  deskaid::VisitCrashAnnotations(AddAnnotationLine, &annotations);
+  deskaid::BasicMinidumpInput input;
+  input.threadId = g_failure.threadId;
+  input.record = &g_failure.record;
+  input.context = &g_failure.context;
+  input.annotations = g_annotationText;
+  input.annotationsSize = annotations.Length();
+  input.annotationsType = kCrashAnnotationStreamType;
+  return deskaid::WriteBasicMinidump(file, input);
+}
+
+// Ends a dump that the handler's thread left unfinished, with the dump without the heap in its
+// place; a file that cannot take even that goes.
+void FinishUnfinishedDump() {
+  if (InterlockedExchange(&g_dumpUnfinished, 0) != 0 && !WriteBasicDump(g_dumpFile)) {
+    deskaid::DeleteOnClose(g_dumpFile);
+  }
+}
+
+bool WriteDump(const char* path) {
+  // The file is made without the heap, so that the dump without it can go there if the system's
+  // writer never finishes; a path the system call cannot take (one with "..") takes the usual way.
+  HANDLE file = deskaid::CreateFileWithoutHeap(path);
+  if (file == INVALID_HANDLE_VALUE) {
+    file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE, nullptr,
+                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  }
   if (file == INVALID_HANDLE_VALUE) return false;
-  deskaid::FixedText(g_unfinishedDump, sizeof g_unfinishedDump).Add(path.c_str());
+  g_dumpFile = file;
   InterlockedExchange(&g_dumpUnfinished, 1);
   MINIDUMP_EXCEPTION_INFORMATION exception;
   exception.ThreadId = g_failure.threadId;
@@ -179,17 +234,21 @@ bool WriteDump(const std::string& path) {
   // symbols, searching the current folder and every folder below it for each module's debug
   // file: minutes on a large tree, or a fault. It uses a session the process has instead, such
   // as this one, which loads nothing. Windows' writer reads no symbols either way.
-  const std::string folder = FolderOf(path.c_str());
-  const bool session = SymInitialize(GetCurrentProcess(), folder.c_str(), FALSE) != FALSE;
+  char folder[deskaid::kMaxPath];
+  deskaid::FixedText(folder, FolderLength(path) + 1).Add(path);
+  const bool session = SymInitialize(GetCurrentProcess(), folder, FALSE) != FALSE;
   BOOL written = MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file, DumpType(),
                                    &exception, &streams, nullptr);
   if (session) SymCleanup(GetCurrentProcess());
   if (written)
     deskaid::CompleteMinidump(file, (g_installed.options.dwOptions & CRASH_DUMP_WITH_DATA) != 0);
+  // A writer that gave up leaves the dump without the heap in its place. Until the dump is whole
+  // it stays unfinished: a failing thread that stops waiting writes it again, whole.
+  const bool dumped = written || WriteBasicDump(file);
   InterlockedExchange(&g_dumpUnfinished, 0);
+  if (!dumped) deskaid::DeleteOnClose(file);
   CloseHandle(file);
-  if (!written) DeleteFileA(path.c_str());
-  return written != FALSE;
+  return dumped;
 }
 
 #if defined(_M_X64) || defined(__x86_64__)
@@ -225,8 +284,10 @@ size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
     if (!UnwindFrame(context)) break;
     frame.returnAddress = context.Rip;
     // What the debug-help walk leaves out: frames that return to themselves.
-    if (frame.pc != frame.returnAddress) ++count;
-    else break;
+    if (frame.pc != frame.returnAddress)
+      ++count;
+    else
+      break;
   }
   return count;
 }
@@ -320,8 +381,8 @@ void LogFailure() {
   static StackFrameEntry frames[deskaid::kMaxCrashFrames + 1];
   const size_t count = WalkFailingThread(frames, sizeof frames / sizeof frames[0]);
   deskaid::LogCrash(g_failure.name, g_failure.code,
-                    reinterpret_cast<uintptr_t>(g_failure.record.ExceptionAddress), frames,
-                    count, g_logPath, sizeof g_logPath);
+                    reinterpret_cast<uintptr_t>(g_failure.record.ExceptionAddress), frames, count,
+                    g_logPath, sizeof g_logPath);
 }
 
 void ReportToHost(const char*, void*) {
@@ -353,9 +414,10 @@ void HandleFailure() {
   bool dumped = false;
   g_dumpPath[0] = '\0';
   if ((g_installed.options.dwOptions & CRASH_NO_DUMP) == 0) {
-    const std::string path = DumpPath();
+    static char path[deskaid::kMaxPath];
+    MakeDumpPath(path, sizeof path);
     dumped = WriteDump(path);
-    if (dumped) std::snprintf(g_dumpPath, sizeof g_dumpPath, "%s", path.c_str());
+    if (dumped) deskaid::FixedText(g_dumpPath, sizeof g_dumpPath).Add(path);
   }
   if (g_installed.options.dwOptions & CRASH_SHOW_MESSAGE_BOX) ShowCrashBox(dumped);
 }
@@ -406,10 +468,12 @@ bool StartWorker() {
   SetEvent(g_worker.start);
   const bool userWaits = (g_installed.options.dwOptions & CRASH_SHOW_MESSAGE_BOX) != 0;
   const bool fullMemory = (g_installed.options.dwOptions & CRASH_DUMP_WITH_FULL_MEMORY) != 0;
-  const DWORD patience = userWaits ? INFINITE : fullMemory ? kFullMemoryPatienceMs : kWorkPatienceMs;
-  if (WaitForSingleObject(g_worker.thread, patience) != WAIT_OBJECT_0 &&
-      InterlockedExchange(&g_dumpUnfinished, 0) != 0) {
-    DeleteFileA(g_unfinishedDump);
+  const DWORD patience = userWaits    ? INFINITE
+                         : fullMemory ? kFullMemoryPatienceMs
+                                      : kWorkPatienceMs;
+  if (WaitForSingleObject(g_worker.thread, patience) != WAIT_OBJECT_0) {
+    SuspendThread(g_worker.thread);
+    FinishUnfinishedDump();
   }
   TerminateProcess(GetCurrentProcess(), g_failure.code);
   for (;;) Sleep(INFINITE);
@@ -421,7 +485,7 @@ bool StartWorker() {
 void Claim() {
   if (InterlockedExchange(&g_handling, 1) == 0) return;
   if (GetCurrentThreadId() == g_worker.id) {
-    if (InterlockedExchange(&g_dumpUnfinished, 0) != 0) DeleteFileA(g_unfinishedDump);
+    FinishUnfinishedDump();
     TerminateProcess(GetCurrentProcess(), g_failure.code);
   }
   for (;;) Sleep(INFINITE);
@@ -537,9 +601,14 @@ void FindReportingFunctions() {
   functions.Add(reinterpret_cast<const void*>(&abi::__cxa_rethrow));
 #endif
   const char* const kRuntimes[] = {"msvcrt.dll", "ucrtbase.dll", "vcruntime140.dll"};
-  const char* const kReporting[] = {"abort", "terminate", "_purecall", "_invalid_parameter",
+  const char* const kReporting[] = {"abort",
+                                    "terminate",
+                                    "_purecall",
+                                    "_invalid_parameter",
                                     "_invalid_parameter_noinfo",
-                                    "_invalid_parameter_noinfo_noreturn", "_assert", "_wassert"};
+                                    "_invalid_parameter_noinfo_noreturn",
+                                    "_assert",
+                                    "_wassert"};
   for (size_t i = 0; i < sizeof kRuntimes / sizeof kRuntimes[0]; ++i) {
     g_runtimeModules[i] = GetModuleHandleA(kRuntimes[i]);
     if (g_runtimeModules[i] == nullptr) continue;
@@ -562,6 +631,8 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
   g_installed.options = options != nullptr ? *options : CrashHandlerOptions();
   deskaid::SetCrashAnnotationsFromOptions(g_installed.options);
   g_installed.previousAbort = previousAbort;
+  deskaid::PrepareBasicMinidump();
+  deskaid::platform::ExecutablePath(g_exePath, sizeof g_exePath);
 #if defined(_M_X64) || defined(__x86_64__)
   FindReportingFunctions();
 #endif
