@@ -25,8 +25,8 @@ struct Record {
 };
 
 struct ParsedLog {
-  bool valid =
-      false;  // a trailer with the magic, and records that exactly fill the space before it
+  // A trailer with the magic, and records that exactly fill the space before it.
+  bool valid = false;
   uint32_t recordCount = 0, month = 0, day = 0, keys[16] = {};
   std::vector<Record> records;
   std::vector<std::string> Texts() const {
@@ -76,8 +76,7 @@ inline std::vector<std::string> ArchivesBeside(const std::string& path) {
   return found;
 }
 
-// The log exported to `text` (with `image` to resolve addresses), one message per line.
-// The messages of the text file that a conversion wrote.
+// The messages of the text file that a conversion wrote, one a line.
 inline std::vector<std::string> MessagesOf(const std::string& text) {
   std::vector<std::string> messages;
   std::ifstream in(text);
@@ -87,6 +86,7 @@ inline std::vector<std::string> MessagesOf(const std::string& text) {
   return messages;
 }
 
+// The log exported to `text` (with `image` to resolve addresses).
 inline std::vector<std::string> ExportedMessages(const std::string& log, const std::string& text,
                                                  const char* image = nullptr) {
   if (!ConvertLogToText(log.c_str(), text.c_str(), image)) return {"(not converted)"};

@@ -133,8 +133,9 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
 // Checks what a kill left: the log and, archiving, its archives beside it.
 ::testing::AssertionResult CheckKilledLogs(const std::string& log, const std::string& text,
                                            const KillCase& c, const std::vector<long long>& acks) {
+  using ::testing::AssertionFailure;
   // Archiving moves the full log aside before a new one is made: then only the archive is there.
-  if (!fs::exists(log) && !c.archive) return ::testing::AssertionFailure() << "the log is gone";
+  if (!fs::exists(log) && !c.archive) return AssertionFailure() << "the log is gone";
   // The files in the order their records were written: the archives, then the log.
   std::vector<std::string> files;
   if (c.archive) files = logtest::ArchivesBeside(log);
@@ -143,44 +144,41 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
   long long last = -1;   // the last record seen so far
   bool mayJump = false;  // a dropped file may lie before the next record
   for (const std::string& file : files) {
-    std::vector<std::string> texts;
-    if (file == log && fs::exists(log) && fs::file_size(log) != 0) {
+    logtest::ParsedLog parsed;
+    if (file != log) {
+      parsed = logtest::ParseFile(file);
+      if (!parsed.valid) return AssertionFailure() << "incomplete archive " << file;
+    } else if (fs::exists(log) && fs::file_size(log) != 0) {
       // The converter reads the log as the kill left it; reopening it keeps the same records and
       // leaves a log whose records fill the file up to its trailer.
-      texts = logtest::ExportedMessages(log, text);
+      const std::vector<std::string> texts = logtest::ExportedMessages(log, text);
       if (texts == std::vector<std::string>{"(not converted)"})
-        return ::testing::AssertionFailure() << "the converter refuses the log";
+        return AssertionFailure() << "the converter refuses the log";
       CLogWriter reopened;
-      if (!reopened.Open(log.c_str(), 0xFFFFFFFF, 0, 20))
-        return ::testing::AssertionFailure() << "reopen";
+      if (!reopened.Open(log.c_str(), 0xFFFFFFFF, 0, 20)) return AssertionFailure() << "reopen";
       reopened.Close();
-      const logtest::ParsedLog parsed = logtest::ParseFile(log);
+      parsed = logtest::ParseFile(log);
       if (!parsed.valid || parsed.Texts() != texts)
-        return ::testing::AssertionFailure() << "reopening changed the log's records";
-    } else if (file != log) {
-      const logtest::ParsedLog parsed = logtest::ParseFile(file);
-      if (!parsed.valid) return ::testing::AssertionFailure() << "incomplete archive " << file;
-      texts = parsed.Texts();
+        return AssertionFailure() << "reopening changed the log's records";
     }
-    for (const std::string& body : texts) {
+    for (const std::string& body : parsed.Texts()) {
       unsigned thread = 0;
       uint32_t seq = 0;
       if (!ReadBody(body, thread, seq) || thread >= static_cast<unsigned>(c.threads))
-        return ::testing::AssertionFailure() << "a record the child did not write: " << body;
+        return AssertionFailure() << "a record the child did not write: " << body;
       // Compaction drops the oldest records, so a log may start anywhere; archives keep them all.
       const bool follows =
           seq == last + 1 || (last < 0 && (!c.archive || seq == 0)) || (mayJump && seq > last);
       if (!follows)
-        return ::testing::AssertionFailure()
-               << "record " << seq << " follows record " << last << " in " << file;
+        return AssertionFailure() << "record " << seq << " follows record " << last << " in "
+                                  << file;
       last = seq;
       mayJump = false;
     }
-    if (file != log && !texts.empty()) {
+    if (file != log && !parsed.records.empty()) {
       // An archive is named after the second its file was opened. A full file that would take the
       // name of an older archive is dropped, so that logging goes on: that can happen only while
       // the second of this archive's name lasts, when its last record was written in that second.
-      const logtest::ParsedLog parsed = logtest::ParseFile(file);
       const std::string stamp = deskaid::FileStamp(parsed.records.back().time);
       mayJump = fs::path(file).stem().string().find(stamp) != std::string::npos;
     }
@@ -189,8 +187,8 @@ std::vector<long long> ReadAcks(const std::string& dir, int threads) {
   // archive (the log is then empty).
   for (int t = 0; t < c.threads; ++t) {
     if (acks[t] > last && !mayJump)
-      return ::testing::AssertionFailure() << "thread " << t << " saw record " << acks[t]
-                                           << " written, but the logs end at " << last;
+      return AssertionFailure() << "thread " << t << " saw record " << acks[t]
+                                << " written, but the logs end at " << last;
   }
   return ::testing::AssertionSuccess();
 }

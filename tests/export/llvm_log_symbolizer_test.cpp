@@ -60,36 +60,27 @@ LinkedCode LinkedCodeAt(uint64_t runtimeAddress) {
   return search.found;
 }
 
-TEST(LlvmLogSymbolizerElf, NamesAnExternCFunctionWithItsFileAndLine) {
-  const LinkedCode code = LinkedCodeAt(ProbeAddress());
-  ASSERT_FALSE(code.file.empty());
+// An extern "C" function with its file and line; a C++ function with its scope and parameters,
+// from its entry and from inside it; an address outside every function, not named.
+TEST(LlvmLogSymbolizerElf, NamesFunctionsWithTheirFilesAndLines) {
+  const LinkedCode c = LinkedCodeAt(ProbeAddress());
+  const LinkedCode cpp = LinkedCodeAt(reinterpret_cast<uintptr_t>(&probe::Gadget::Triple));
+  ASSERT_FALSE(c.file.empty());
   LlvmLogSymbolizer symbolizer;
   Location location;
-  ASSERT_TRUE(symbolizer.Symbolize(code.file, code.address, {}, location));
+  ASSERT_TRUE(symbolizer.Symbolize(c.file, c.address, {}, location));
   EXPECT_EQ(location.function, kProbeName);
   EXPECT_THAT(location.file, EndsWith("tests/support/known_functions.cpp"));
   EXPECT_EQ(location.line, static_cast<uint32_t>(kProbeLine));
-}
-
-TEST(LlvmLogSymbolizerElf, NamesACppFunctionWithItsScopeAndParameters) {
-  const LinkedCode code = LinkedCodeAt(reinterpret_cast<uintptr_t>(&probe::Gadget::Triple));
-  LlvmLogSymbolizer symbolizer;
-  Location atEntry, inside;
-  ASSERT_TRUE(symbolizer.Symbolize(code.file, code.address, {}, atEntry));
-  EXPECT_EQ(atEntry.function, "probe::Gadget::Triple(int)");
-  EXPECT_THAT(atEntry.file, EndsWith("tests/export/llvm_log_symbolizer_test.cpp"));
-  EXPECT_EQ(atEntry.line, static_cast<uint32_t>(kTripleLine));
-  ASSERT_TRUE(symbolizer.Symbolize(code.file, code.address + 1, {}, inside));
-  EXPECT_EQ(inside.function, atEntry.function);
-}
-
-TEST(LlvmLogSymbolizerElf, AddressesOutsideEveryFunctionAreNotNamed) {
-  const LinkedCode code = LinkedCodeAt(ProbeAddress());
-  LlvmLogSymbolizer symbolizer;
-  Location location{"untouched", "", 7};
-  EXPECT_FALSE(symbolizer.Symbolize(code.file, code.address + (uint64_t{1} << 40), {}, location));
-  EXPECT_EQ(location.function, "untouched");
-  EXPECT_EQ(location.line, 7u);
+  for (uint64_t offset : {1, 0}) {  // inside it, then at its entry
+    ASSERT_TRUE(symbolizer.Symbolize(cpp.file, cpp.address + offset, {}, location));
+    EXPECT_EQ(location.function, "probe::Gadget::Triple(int)");
+  }
+  EXPECT_THAT(location.file, EndsWith("tests/export/llvm_log_symbolizer_test.cpp"));
+  EXPECT_EQ(location.line, static_cast<uint32_t>(kTripleLine));
+  location = {"untouched", "", 7};
+  EXPECT_FALSE(symbolizer.Symbolize(c.file, c.address + (uint64_t{1} << 40), {}, location));
+  EXPECT_EQ(location.function + std::to_string(location.line), "untouched7");
 }
 
 // Unreadable files fail each look-up quietly, and leave the symbolizer able to read others.
@@ -125,12 +116,6 @@ uint64_t EntryPointOf(const std::string& image) {
   return field(optionalHeader + 24, 8) + field(optionalHeader + 16, 4);
 }
 
-void ExpectProbe(const Location& location) {
-  EXPECT_EQ(location.function, "probe::Widget::Twice(int)");
-  EXPECT_THAT(location.file, EndsWith("tests/export/pe_probe.cpp"));
-  EXPECT_EQ(location.line, static_cast<uint32_t>(kPeProbeLine));
-}
-
 // The probe's PDB is found in a symbol folder when the folder it was linked in, which the image
 // records, is gone; a PDB of another build beside the image is passed over.
 TEST(LlvmLogSymbolizerPe, FindsThePdbOfTheImagesBuildInASymbolFolder) {
@@ -152,7 +137,9 @@ TEST(LlvmLogSymbolizerPe, FindsThePdbOfTheImagesBuildInASymbolFolder) {
   EXPECT_FALSE(symbolizer.Symbolize(image.string(), entry, {dir.PathOf("image")}, location));
   ASSERT_TRUE(symbolizer.Symbolize(image.string(), entry,
                                    {dir.PathOf("missing"), dir.PathOf("symbols")}, location));
-  ExpectProbe(location);
+  EXPECT_EQ(location.function, "probe::Widget::Twice(int)");
+  EXPECT_THAT(location.file, EndsWith("tests/export/pe_probe.cpp"));
+  EXPECT_EQ(location.line, static_cast<uint32_t>(kPeProbeLine));
 }
 #endif
 

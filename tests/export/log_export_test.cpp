@@ -1,5 +1,6 @@
 #include <deskaid/diag/log_export.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -16,6 +17,10 @@
 #include "support/scratch_dir.h"
 
 namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -222,8 +227,10 @@ TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
   const std::string log = dir.PathOf("code.log");
   ASSERT_TRUE(g_LogWriter.Open(log.c_str(), 0xFFFFFFFF, 1, 20));  // enciphered
   int onTheStack = 0;
-  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "probe", reinterpret_cast<const void*>(ProbeAddress())), 1u);
-  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "again", reinterpret_cast<const void*>(ProbeAddress())), 1u);
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "probe", reinterpret_cast<const void*>(ProbeAddress())),
+            1u);
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "again", reinterpret_cast<const void*>(ProbeAddress())),
+            1u);
   EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "data", &onTheStack), 1u);
   g_LogWriter.Close();
 
@@ -231,26 +238,21 @@ TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
   const std::string folder = fs::path(OwnExecutablePath()).parent_path().string();
   const auto named = logtest::MessagesNamedFrom(log, dir.PathOf("named.txt"), folder);
   ASSERT_EQ(named.size(), 4u);
-  EXPECT_EQ(named[0].rfind("Module: \"" + image + "\" base=0x", 0), 0u) << named[0];
-  const std::string probe = std::string(kProbeName) + " (";
+  EXPECT_THAT(named[0], StartsWith("Module: \"" + image + "\" base=0x"));
   const std::string line = ":" + std::to_string(kProbeLine) + ") <" + image + "+0x";
-  for (size_t i : {1, 2}) {
-    EXPECT_EQ(named[i].find(probe), std::string(i == 1 ? "probe " : "again ").size()) << named[i];
-    EXPECT_NE(named[i].find(line), std::string::npos) << named[i];
-  }
-  EXPECT_EQ(named[3].find("data ["), 0u) << "no module holds the stack";
-  EXPECT_EQ(named[3].find('<'), std::string::npos) << named[3];
+  for (const char* label : {"probe ", "again "})
+    EXPECT_THAT(named[label[0] == 'p' ? 1 : 2],
+                AllOf(StartsWith(label + std::string(kProbeName) + " ("), HasSubstr(line)));
+  EXPECT_THAT(named[3], AllOf(StartsWith("data ["), Not(HasSubstr("<"))))
+      << "no module holds the stack";
 
   // The log's folder alone holds no image; the plain conversion leaves references as they are.
   const auto unnamed = logtest::MessagesNamedFrom(log, dir.PathOf("unnamed.txt"), "");
   ASSERT_EQ(unnamed.size(), 4u);
-  EXPECT_NE(unnamed[1].find("probe ?? (" + image + " is not on the symbol path) <"),
-            std::string::npos)
-      << unnamed[1];
+  EXPECT_THAT(unnamed[1], HasSubstr("probe ?? (" + image + " is not on the symbol path) <"));
   const auto plain = logtest::ExportedMessages(log, dir.PathOf("plain.txt"));
   ASSERT_EQ(plain.size(), 4u);
-  EXPECT_EQ(plain[1].rfind("probe [", 0), 0u);
-  EXPECT_NE(plain[1].find("] <" + image + "+0x"), std::string::npos) << plain[1];
+  EXPECT_THAT(plain[1], AllOf(StartsWith("probe ["), HasSubstr("] <" + image + "+0x")));
 }
 
 }  // namespace

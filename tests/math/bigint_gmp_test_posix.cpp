@@ -225,8 +225,6 @@ TEST_P(VersusGmp, TextInEveryRadix) {
 
 std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }
 
-// The base comes back squared for each exponent bit but the top one (1 leaves it alone). An odd
-// modulus takes the Montgomery route; the plain one of its negation must leave the same words.
 // The arithmetic a modular power runs on: limb rows, plain or wide, or 52-bit digits.
 enum class PowerForm { kPlainRows, kWideRows, kDigits };
 class PowersVersusGmp : public ::testing::TestWithParam<PowerForm> {
@@ -252,6 +250,8 @@ INSTANTIATE_TEST_SUITE_P(, PowersVersusGmp,
                                                                        : "PlainRows";
                          });
 
+// The base comes back squared for each exponent bit but the top one (1 leaves it alone). An odd
+// modulus takes the Montgomery route; the plain one of its negation must leave the same words.
 TEST_P(PowersVersusGmp, ModularPowersOfNonNegativeBases) {
   Operands gen(11);
   for (int i = 0; i < 300; ++i) {

@@ -15,11 +15,5 @@ struct TraceCapture {
   ~TraceCapture() { SetDebugTraceSink(nullptr, nullptr); }
   TraceCapture(const TraceCapture&) = delete;
 
-  std::string Text() const {  // the lines as one text
-    std::string text;
-    for (const std::string& line : lines) text += line;
-    return text;
-  }
-
   std::vector<std::string> lines;
 };
