@@ -127,15 +127,6 @@ uint64_t ProgramCounter(const CONTEXT& context) {
 #endif
 }
 
-// The length of the folder part of `path`, its last separator included.
-size_t FolderLength(const char* path) {
-  size_t length = 0;
-  for (size_t i = 0; path[i] != '\0'; ++i) {
-    if (path[i] == '\\' || path[i] == '/' || (i == 1 && path[i] == ':')) length = i + 1;
-  }
-  return length;
-}
-
 // "<folder><executable name> - YYYY.MM.DD HH.MM.SS.dmp", made without the heap: the failing
 // thread may hold its lock.
 void MakeDumpPath(char* path, size_t size) {
@@ -148,9 +139,9 @@ void MakeDumpPath(char* path, size_t size) {
     if (last != '\\' && last != '/') text.Add('\\');
   } else {
     const char* beside = g_logPath[0] != '\0' ? g_logPath : exe;
-    for (size_t i = 0, n = FolderLength(beside); i < n; ++i) text.Add(beside[i]);
+    for (size_t i = 0, n = deskaid::FolderLength(beside); i < n; ++i) text.Add(beside[i]);
   }
-  const char* name = exe + FolderLength(exe);
+  const char* name = exe + deskaid::FolderLength(exe);
   const char* dot = std::strrchr(name, '.');
   for (const char* c = name; *c != '\0' && c != dot; ++c) text.Add(*c);
   SYSTEMTIME now;
@@ -235,7 +226,7 @@ bool WriteDump(const char* path) {
   // file: minutes on a large tree, or a fault. It uses a session the process has instead, such
   // as this one, which loads nothing. Windows' writer reads no symbols either way.
   char folder[deskaid::kMaxPath];
-  deskaid::FixedText(folder, FolderLength(path) + 1).Add(path);
+  deskaid::FixedText(folder, deskaid::FolderLength(path) + 1).Add(path);
   const bool session = SymInitialize(GetCurrentProcess(), folder, FALSE) != FALSE;
   BOOL written = MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file, DumpType(),
                                    &exception, &streams, nullptr);

@@ -6,17 +6,21 @@
 
 namespace deskaid {
 
-SplitPath::SplitPath(const char* path) {
-  std::string rest = path;
-  const size_t driveLength = platform::DriveLength(path);
-  drive = rest.substr(0, driveLength);
-  rest.erase(0, driveLength);
-  size_t nameStart = 0;
-  for (size_t i = 0; i < rest.size(); ++i) {
-    if (platform::IsPathSeparator(rest[i])) nameStart = i + 1;
+size_t FolderLength(const char* path) {
+  size_t length = platform::DriveLength(path);
+  for (size_t i = length; path[i] != '\0'; ++i) {
+    if (platform::IsPathSeparator(path[i])) length = i + 1;
   }
-  directory = rest.substr(0, nameStart);
-  std::string file = rest.substr(nameStart);
+  return length;
+}
+
+SplitPath::SplitPath(const char* path) {
+  const std::string whole = path;
+  const size_t driveLength = platform::DriveLength(path);
+  const size_t nameStart = FolderLength(path);
+  drive = whole.substr(0, driveLength);
+  directory = whole.substr(driveLength, nameStart - driveLength);
+  std::string file = whole.substr(nameStart);
   size_t dot = file.rfind('.');
   if (dot == std::string::npos) {
     name = file;

@@ -2,9 +2,14 @@
 // platform's separators ('\\' and '/' on Windows, '/' elsewhere).
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace deskaid {
+
+// The length of the drive and directory part of `path` (what SplitPath gives as drive and
+// directory); without the heap, for a crash report.
+size_t FolderLength(const char* path);
 
 struct SplitPath {
   explicit SplitPath(const char* path);
