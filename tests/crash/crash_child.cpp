@@ -6,7 +6,8 @@
 // that many threads at once; "threadslate" on a second thread a moment after the first;
 // "busylog" while another thread fills a small log; "heaplock" with the heap's lock held (on
 // POSIX inside free()); "heapdamage" after damaging the heap. The POSIX kinds "overflow" fail on
-// a worker thread's stack, and "chained" with a handler installed before.
+// a worker thread's stack, "chained" with a handler installed before, and "loaderlock" while
+// another thread holds the dynamic linker's lock and waits for ever.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -18,6 +19,7 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <link.h>
 #include <malloc.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -194,6 +196,24 @@ CHILD_NOINLINE void OverflowOnAWorker() {
   worker.join();
 }
 
+// Another thread sits inside the dynamic linker's walk of the loaded modules, which holds the
+// linker's lock, and waits there for something the failing thread never does.
+CHILD_NOINLINE void WhileAnotherThreadHoldsTheLoaderLock() {
+  std::thread holder([] {
+    dl_iterate_phdr(
+        [](dl_phdr_info*, size_t, void*) {
+          g_ready = 1;
+          for (;;) pause();
+          return 0;
+        },
+        nullptr);
+  });
+  holder.detach();
+  while (g_ready == 0) {
+  }
+  *g_null = 6;
+}
+
 void WritePrevious(int) {
   const std::string path = g_dir + "/previous.txt";
   int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -241,6 +261,7 @@ int main(int argc, char** argv) {
   if (kind == "heapdamage") more::AfterHeapDamage();
   if (kind == "overflow") more::OverflowOnAWorker();
   if (kind == "chained") CallerOfCrash("access");
+  if (kind == "loaderlock") more::WhileAnotherThreadHoldsTheLoaderLock();
 #endif
   CallerOfCrash(argv[1]);
   return 0;

@@ -244,14 +244,14 @@ TEST(CrashHandler, ModuleReferencesNameEveryFrameOfADefaultLinkedHost) {
 
 // Failures of a process that does more than one thing: each leaves the whole report and ends the
 // process with its own code or signal, promptly.
-TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndAHeldAllocatorLock) {
+TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndHeldLocks) {
   for (const std::string kind : {"threads2", "threads8", "heaplock", "heapdamage", "busylog",
 #ifdef _WIN32
                                  "threadslate"}) {
     const char* name = "EXCEPTION_ACCESS_VIOLATION";
     const unsigned long status = 0xC0000005;
 #else
-                                 "overflow", "chained"}) {
+                                 "overflow", "chained", "loaderlock"}) {
     // free() finds the damage it was made to find, and aborts.
     const char* name = kind == "heaplock" ? "SIGABRT" : "SIGSEGV";
     const unsigned long status = kind == "heaplock" ? SIGABRT : SIGSEGV;

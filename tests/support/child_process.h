@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -57,8 +58,7 @@ class ChildProcess {
   bool Started() const { return m_exit.started; }
   unsigned long StartError() const { return m_exit.startError; }
 
-  // Waits up to `ms` for the end (on POSIX without limit: a hung child is left to the test's
-  // timeout); a child still running then is ended.
+  // Waits up to `ms` for the end; a child still running then is ended.
   ChildExit Wait(unsigned ms) {
     if (!m_exit.started || m_waited) return m_exit;
 #ifdef _WIN32
@@ -71,9 +71,17 @@ class ChildProcess {
     CloseHandle(m_process.hThread);
     CloseHandle(m_process.hProcess);
 #else
-    (void)ms;
     int status = 0;
-    m_exit.finished = waitpid(m_pid, &status, 0) == m_pid;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    pid_t ended = 0;
+    while ((ended = waitpid(m_pid, &status, WNOHANG)) == 0 &&
+           std::chrono::steady_clock::now() < deadline)
+      usleep(5000);
+    m_exit.finished = ended == m_pid;
+    if (ended == 0) {
+      kill(m_pid, SIGKILL);
+      waitpid(m_pid, &status, 0);
+    }
     m_exit.code = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
 #endif
     m_waited = true;

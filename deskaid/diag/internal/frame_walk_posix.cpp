@@ -1,19 +1,13 @@
 #include "deskaid/diag/internal/frame_walk_posix.h"
 
-#include <sys/uio.h>
-#include <unistd.h>
+#include "deskaid/diag/internal/own_memory_posix.h"
 
 namespace deskaid {
 namespace {
 
-// Reads one word of this process's memory without faulting, as the debug-help library reads the
-// walked process's stack.
 bool ReadWord(uint64_t address, uint64_t& value) {
   uintptr_t word = 0;
-  iovec local{&word, sizeof word};
-  iovec remote{reinterpret_cast<void*>(static_cast<uintptr_t>(address)), sizeof word};
-  if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != static_cast<ssize_t>(sizeof word))
-    return false;
+  if (!ReadOwnMemory(address, &word, sizeof word)) return false;
   value = word;
   return true;
 }
