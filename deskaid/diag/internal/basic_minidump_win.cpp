@@ -134,12 +134,7 @@ size_t WriteModuleList(DumpFile& out, RVA& listAt) {
       needed / sizeof(HMODULE) < kMaxModules ? needed / sizeof(HMODULE) : kMaxModules;
   ULONG32 kept = 0;
   for (ULONG32 i = 0; i < count; ++i) {
-    s.identity = ModuleIdentity();
-    s.identity.base = reinterpret_cast<uintptr_t>(s.modules[i]);
-    MappedSpan span{s.identity.base, 4096};  // the headers, until they give the image's size
-    if (!ReadImageIdentity(ReadMappedSpan, &span, true, s.identity)) continue;
-    span.size = s.identity.imageSize;
-    ReadImageIdentity(ReadMappedSpan, &span, true, s.identity);
+    if (!ReadLoadedPeIdentity(reinterpret_cast<uintptr_t>(s.modules[i]), s.identity)) continue;
     MINIDUMP_MODULE& entry = s.entries[kept++];
     entry = MINIDUMP_MODULE();
     entry.BaseOfImage = s.identity.base;

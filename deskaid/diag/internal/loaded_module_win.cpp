@@ -12,13 +12,7 @@ bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity) {
           reinterpret_cast<LPCSTR>(static_cast<uintptr_t>(address)), &module)) {
     return false;
   }
-  identity = ModuleIdentity();
-  identity.base = reinterpret_cast<uintptr_t>(module);
-  // Until the headers give the image's size, only the first page, which holds them, is read.
-  MappedSpan span{identity.base, 4096};
-  if (!ReadImageIdentity(ReadMappedSpan, &span, true, identity)) return false;
-  span.size = identity.imageSize;
-  ReadImageIdentity(ReadMappedSpan, &span, true, identity);  // the debug directory now in reach
+  if (!ReadLoadedPeIdentity(reinterpret_cast<uintptr_t>(module), identity)) return false;
   // The wide call and a conversion on the stack: the ANSI call takes a buffer from the heap,
   // which a crash report may not touch.
   wchar_t wide[kMaxPath];

@@ -265,6 +265,19 @@ bool ReadMappedSpan(void* span, uint64_t offset, void* out, size_t size) {
   return true;
 }
 
+bool ReadLoadedPeIdentity(uint64_t base, ModuleIdentity& identity) {
+  identity = ModuleIdentity();
+  identity.base = base;
+  MappedSpan span{base, 4096};
+  if (!ReadImageIdentity(ReadMappedSpan, &span, true, identity) ||
+      identity.format != ImageFormat::kPe) {
+    return false;
+  }
+  span.size = identity.imageSize;
+  ReadImageIdentity(ReadMappedSpan, &span, true, identity);  // the headers have answered already
+  return true;
+}
+
 bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity) {
   std::FILE* file = std::fopen(path, "rb");
   if (file == nullptr) return false;

@@ -55,6 +55,11 @@ struct MappedSpan {
 };
 bool ReadMappedSpan(void* span, uint64_t offset, void* out, size_t size);
 
+// The identity of the PE image loaded at `base`, read in place: its headers first, within the first
+// page, and then, once they give the image's size, the whole image, which brings the debug
+// directory in reach. Sets base and leaves name and path empty; false when no PE image is there.
+bool ReadLoadedPeIdentity(uint64_t base, ModuleIdentity& identity);
+
 // Sets the name from the path: the part after the last folder separator.
 void SetNameFromPath(ModuleIdentity& identity);
 
