@@ -18,12 +18,14 @@ using NtCreateFileFunction = NTSTATUS(NTAPI*)(PHANDLE, ACCESS_MASK, POBJECT_ATTR
 using RtlGetVersionFunction = LONG(WINAPI*)(OSVERSIONINFOW*);
 using EnumModulesFunction = BOOL(WINAPI*)(HANDLE, HMODULE*, DWORD, DWORD*);
 using ModuleFileNameFunction = DWORD(WINAPI*)(HANDLE, HMODULE, LPWSTR, DWORD);
+using NextThreadFunction = NTSTATUS(NTAPI*)(HANDLE, HANDLE, ACCESS_MASK, ULONG, ULONG, PHANDLE);
 
 struct SystemCalls {
   NtCreateFileFunction createFile = nullptr;
   RtlGetVersionFunction getVersion = nullptr;
   EnumModulesFunction enumModules = nullptr;
   ModuleFileNameFunction moduleFileName = nullptr;
+  NextThreadFunction nextThread = nullptr;
 };
 SystemCalls g_calls;
 
@@ -39,6 +41,8 @@ void Find(Function& function, const wchar_t* module, const char* name) {
 constexpr DWORD kMaxModules = 1024;
 constexpr size_t kCodeViewRoom = 24 + kMaxPath;  // "RSDS", GUID, age, PDB path
 constexpr size_t kMaxStack = 256 * 1024;         // the top of a deeper stack
+constexpr size_t kMaxThreads = 256;              // the failing thread and as many others
+constexpr size_t kMaxOtherStack = 64 * 1024;     // the top of another thread's stack
 // 1970 in the seconds since 1601 that a FILETIME counts (in tenths of microseconds).
 constexpr uint64_t kUnixEpochInSeconds = 11644473600u;
 struct Scratch {
@@ -48,6 +52,11 @@ struct Scratch {
   uint8_t codeView[kCodeViewRoom];
   ModuleIdentity identity;
   wchar_t path[8 + kMaxPath];
+  MINIDUMP_THREAD threads[kMaxThreads];
+  MINIDUMP_MEMORY_DESCRIPTOR stacks[kMaxThreads];
+  HANDLE suspended[kMaxThreads];
+  size_t suspendedCount;
+  CONTEXT context;
 };
 Scratch g_scratch;
 
@@ -122,6 +131,76 @@ RVA WriteSystemInfo(DumpFile& out) {
   return out.Write(&info, sizeof info);
 }
 
+uint64_t StackPointerOf(const CONTEXT& context) {
+#if defined(_M_X64) || defined(__x86_64__)
+  return context.Rsp;
+#else
+  return context.Esp;
+#endif
+}
+
+// A thread's stack from its stack pointer up to its top (the end of the committed pages that hold
+// the stack pointer), at most `most` bytes of it.
+MINIDUMP_MEMORY_DESCRIPTOR WriteStack(DumpFile& out, uint64_t stackPointer, size_t most) {
+  MINIDUMP_MEMORY_DESCRIPTOR stack = {};
+  MEMORY_BASIC_INFORMATION region;
+  const void* const inUse = reinterpret_cast<const void*>(static_cast<uintptr_t>(stackPointer));
+  if (VirtualQuery(inUse, &region, sizeof region) == sizeof region && region.State == MEM_COMMIT &&
+      (region.Protect & (PAGE_READWRITE | PAGE_READONLY)) != 0) {
+    const uint64_t end = reinterpret_cast<uintptr_t>(region.BaseAddress) + region.RegionSize;
+    const size_t size = static_cast<size_t>(end - stackPointer < most ? end - stackPointer : most);
+    stack.StartOfMemoryRange = stackPointer;
+    stack.Memory = Location(out.Write(inUse, size), size);
+  }
+  return stack;
+}
+
+// Adds the process's other threads to the list after the failing one, each with its registers and
+// stack; returns the list's length. Each stays suspended until ResumeOtherThreads, so that what
+// the dump shows of them holds together. The thread that writes is left out: what it does now is
+// the dump, not the failure.
+size_t WriteOtherThreads(DumpFile& out, DWORD failing) {
+  Scratch& s = g_scratch;
+  s.suspendedCount = 0;
+  size_t count = 1;
+  const DWORD writer = GetCurrentThreadId();
+  HANDLE cursor = nullptr;
+  bool keepCursor = false;
+  HANDLE next = nullptr;
+  while (g_calls.nextThread != nullptr &&
+         g_calls.nextThread(
+             GetCurrentProcess(), cursor,
+             THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT | THREAD_QUERY_LIMITED_INFORMATION, 0, 0,
+             &next) >= 0) {
+    if (cursor != nullptr && !keepCursor) CloseHandle(cursor);
+    cursor = next;
+    keepCursor = false;
+    const DWORD id = GetThreadId(next);
+    if (id == failing || id == writer || count == kMaxThreads) continue;
+    if (SuspendThread(next) == static_cast<DWORD>(-1)) continue;
+    s.suspended[s.suspendedCount++] = next;
+    keepCursor = true;
+    s.context.ContextFlags = CONTEXT_FULL;
+    if (!GetThreadContext(next, &s.context)) continue;
+    MINIDUMP_THREAD& entry = s.threads[count++];
+    entry = MINIDUMP_THREAD();
+    entry.ThreadId = id;
+    entry.ThreadContext = Location(out.Write(&s.context, sizeof s.context), sizeof s.context);
+    entry.Stack = WriteStack(out, StackPointerOf(s.context), kMaxOtherStack);
+  }
+  if (cursor != nullptr && !keepCursor) CloseHandle(cursor);
+  return count;
+}
+
+void ResumeOtherThreads() {
+  Scratch& s = g_scratch;
+  for (size_t i = 0; i < s.suspendedCount; ++i) {
+    ResumeThread(s.suspended[i]);
+    CloseHandle(s.suspended[i]);
+  }
+  s.suspendedCount = 0;
+}
+
 // The list of loaded modules, each with its name and CodeView record. Returns the list's size.
 size_t WriteModuleList(DumpFile& out, RVA& listAt) {
   Scratch& s = g_scratch;
@@ -160,6 +239,7 @@ void PrepareBasicMinidump() {
   Find(g_calls.getVersion, L"ntdll.dll", "RtlGetVersion");
   Find(g_calls.enumModules, L"kernel32.dll", "K32EnumProcessModules");
   Find(g_calls.moduleFileName, L"kernel32.dll", "K32GetModuleFileNameExW");
+  Find(g_calls.nextThread, L"ntdll.dll", "NtGetNextThread");
 }
 
 bool WriteBasicMinidump(HANDLE file, const BasicMinidumpInput& input) {
@@ -195,44 +275,31 @@ bool WriteBasicMinidump(HANDLE file, const BasicMinidumpInput& input) {
   }
   add(MiscInfoStream, out.Write(&misc, sizeof misc), sizeof misc);
 
+  Scratch& s = g_scratch;
   const RVA context = out.Write(input.context, sizeof(CONTEXT));
-  // The failing thread's stack, from its stack pointer up to its top.
-#if defined(_M_X64) || defined(__x86_64__)
-  const uint64_t stackPointer = input.context->Rsp;
-#else
-  const uint64_t stackPointer = input.context->Esp;
-#endif
-  MINIDUMP_MEMORY_DESCRIPTOR stack = {};
-  MEMORY_BASIC_INFORMATION region;
-  const void* const stackInUse =
-      reinterpret_cast<const void*>(static_cast<uintptr_t>(stackPointer));
-  if (VirtualQuery(stackInUse, &region, sizeof region) == sizeof region &&
-      region.State == MEM_COMMIT && (region.Protect & (PAGE_READWRITE | PAGE_READONLY)) != 0) {
-    // Up to the end of the committed pages that hold the stack pointer: the stack's top.
-    const uint64_t end = reinterpret_cast<uintptr_t>(region.BaseAddress) + region.RegionSize;
-    const size_t size =
-        static_cast<size_t>(end - stackPointer < kMaxStack ? end - stackPointer : kMaxStack);
-    stack.StartOfMemoryRange = stackPointer;
-    stack.Memory = Location(out.Write(stackInUse, size), size);
-  }
+  MINIDUMP_THREAD& failing = s.threads[0];
+  failing = MINIDUMP_THREAD();
+  failing.ThreadId = input.threadId;
+  failing.ThreadContext = Location(context, sizeof(CONTEXT));
+  failing.Stack = WriteStack(out, StackPointerOf(*input.context), kMaxStack);
+  const size_t threadCount = WriteOtherThreads(out, input.threadId);
 
   RVA modules = 0;
   const size_t modulesSize = WriteModuleList(out, modules);
   add(ModuleListStream, modules, modulesSize);
 
-  const ULONG32 one = 1;
-  MINIDUMP_THREAD thread = {};
-  thread.ThreadId = input.threadId;
-  thread.Stack = stack;
-  thread.ThreadContext = Location(context, sizeof(CONTEXT));
-  const RVA threads = out.Write(&one, sizeof one);
-  out.Write(&thread, sizeof thread);
-  add(ThreadListStream, threads, sizeof one + sizeof thread);
+  const ULONG32 threads = static_cast<ULONG32>(threadCount);
+  const RVA threadList = out.Write(&threads, sizeof threads);
+  out.Write(s.threads, threads * sizeof(MINIDUMP_THREAD));
+  add(ThreadListStream, threadList, sizeof threads + threads * sizeof(MINIDUMP_THREAD));
 
-  const ULONG32 ranges = stack.Memory.DataSize > 0 ? 1 : 0;
+  ULONG32 ranges = 0;
+  for (size_t i = 0; i < threadCount; ++i) {
+    if (s.threads[i].Stack.Memory.DataSize > 0) s.stacks[ranges++] = s.threads[i].Stack;
+  }
   const RVA memory = out.Write(&ranges, sizeof ranges);
-  out.Write(&stack, ranges * sizeof stack);
-  add(MemoryListStream, memory, sizeof ranges + ranges * sizeof stack);
+  out.Write(s.stacks, ranges * sizeof(MINIDUMP_MEMORY_DESCRIPTOR));
+  add(MemoryListStream, memory, sizeof ranges + ranges * sizeof(MINIDUMP_MEMORY_DESCRIPTOR));
 
   MINIDUMP_EXCEPTION_STREAM exception = {};
   exception.ThreadId = input.threadId;
@@ -263,7 +330,9 @@ bool WriteBasicMinidump(HANDLE file, const BasicMinidumpInput& input) {
   GetSystemTimeAsFileTime(&now);
   head.header.TimeDateStamp = static_cast<ULONG32>(
       (uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime) / 10000000 - kUnixEpochInSeconds);
-  return out.Finish(&head, sizeof head);
+  const bool written = out.Finish(&head, sizeof head);
+  ResumeOtherThreads();
+  return written;
 }
 
 HANDLE CreateFileWithoutHeap(const char* path) {

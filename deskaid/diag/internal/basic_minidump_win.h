@@ -1,8 +1,9 @@
 // A minidump written without the heap, for the failures where the system's writer cannot run: a
 // failing thread that holds the heap's lock, or a heap too damaged to allocate from. It holds what
-// a reader needs to show the failure: the system, the failure with its registers, the failing
-// thread with its stack, and every loaded module with its CodeView record; plus the host's
-// annotations. Nothing in it takes the heap or the loader's lock.
+// a reader needs to show the failure: the system, the failure with its registers, every thread
+// with its registers and the top of its stack (the failing thread first), and every loaded module
+// with its CodeView record; plus the host's annotations. Nothing in it takes the heap or the
+// loader's lock.
 #pragma once
 
 #include <windows.h>
