@@ -1,6 +1,6 @@
 #include "deskaid/diag/internal/frame_walk_posix.h"
 
-#include "deskaid/diag/internal/own_memory_posix.h"
+#include "deskaid/diag/internal/own_memory.h"
 
 namespace deskaid {
 namespace {

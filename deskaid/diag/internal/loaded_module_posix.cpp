@@ -15,7 +15,7 @@
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/module_identity.h"
-#include "deskaid/diag/internal/own_memory_posix.h"
+#include "deskaid/diag/internal/own_memory.h"
 
 namespace deskaid {
 namespace {

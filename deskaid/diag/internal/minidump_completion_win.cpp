@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "deskaid/diag/internal/module_identity.h"
+#include "deskaid/diag/internal/own_memory.h"
 
 namespace deskaid {
 namespace {
@@ -109,17 +110,6 @@ struct Range {
   uint32_t fileAt;
   bool fromProcess;  // bytes to take from this process, not from the file
 };
-
-// Copies this process's memory, as far as it can still be read: false, with `out` undefined, when
-// any of it cannot. Through the system, not by pointer: a region may go while it is read.
-bool ReadOwnMemory(uint64_t address, void* out, size_t size) {
-  SIZE_T got = 0;
-  return size == 0 ||
-         (ReadProcessMemory(GetCurrentProcess(),
-                            reinterpret_cast<const void*>(static_cast<uintptr_t>(address)), out,
-                            size, &got) &&
-          got == size);
-}
 
 // The writable sections of the image loaded at `base`, as ranges of this process's memory.
 void AddDataSections(uint64_t base, std::vector<Range>& ranges) {

@@ -1,4 +1,4 @@
-#include "deskaid/diag/internal/own_memory_posix.h"
+#include "deskaid/diag/internal/own_memory.h"
 
 #include <sys/uio.h>
 #include <unistd.h>
