@@ -52,7 +52,8 @@ struct CrashModules {
 CrashModules g_crashModules;
 
 // The log's lock, once a crash report has it, is held until the process ends: records that other
-// threads write after the crash must not rotate the crash's records out of the log.
+// threads write after the crash must not rotate the crash's records out of the log. The report's
+// own records do not rotate it either: a rotation takes the heap.
 alignas(LogWriterTryLock) unsigned char g_heldLock[sizeof(LogWriterTryLock)];
 
 void WriteAnnotation(const char* key, const char* value, void*) {
@@ -71,9 +72,10 @@ void SetCrashAnnotationsFromOptions(const CrashHandlerOptions& options) {
 void LogCrash(const char* name, uint32_t code, uint64_t address, const StackFrameEntry* frames,
               size_t count, char* logPath, size_t logPathSize) {
   if (logPathSize > 0) logPath[0] = '\0';
-  const LogWriterTryLock* lock =
+  LogWriterTryLock* lock =
       new (g_heldLock) LogWriterTryLock(g_LogWriter, std::chrono::seconds(1));  // never released
   if (!lock->OwnsLock() || !g_LogWriter.IsOpen()) return;
+  lock->DeferRotation();
   if (logPathSize > 0) FixedText(logPath, logPathSize).Add(g_LogWriter.GetPath());
   CrashModules& modules = g_crashModules;
   modules.count = 0;

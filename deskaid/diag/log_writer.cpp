@@ -303,7 +303,7 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
   const uint64_t end = offset + written;
   if (end > m_nFileLength) m_nFileLength = end;
 
-  if (m_nSize >= m_nMaxSize) {
+  if (m_nSize >= m_nMaxSize && !m_state->rotationDeferred) {
     if (m_nDropPercent == kArchiveMode) {
       Archive();
     } else {

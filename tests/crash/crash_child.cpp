@@ -228,9 +228,13 @@ int main(int argc, char** argv) {
   g_dir = argv[2];
   const std::string flag = argc > 3 ? argv[3] : "";
   const std::string kind = argv[1];
-  // The busy log rotates at its smallest size, dropping half of its records each time.
-  const uint32_t logSize = kind == "busylog" ? 65536 : 0xFFFFFFFF;
+  // The busy log rotates at its smallest size, dropping half of its records each time. With a
+  // damaged or locked heap the log is that small too, and so nearly full that the report's first
+  // records reach its limit.
+  const bool heap = kind.rfind("heap", 0) == 0;
+  const uint32_t logSize = kind == "busylog" || heap ? 65536 : 0xFFFFFFFF;
   if (flag != "nolog") g_LogWriter.Open((g_dir + "/crash.log").c_str(), logSize, 1, 50);
+  while (heap && g_LogWriter.GetSize() + 100 < logSize) LogPrintf(LOG_LEVEL_2, "filler");
 #ifndef _WIN32
   if (kind == "chained") signal(SIGSEGV, more::WritePrevious);
 #endif

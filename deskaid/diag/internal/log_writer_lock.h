@@ -13,10 +13,12 @@
 class LogWriterTryLock {
  public:
   LogWriterTryLock(CLogWriter& writer, std::chrono::milliseconds patience)
-      : m_lock(CLogWriter::State::LockOf(writer.m_state)),
-        m_owns(m_lock != nullptr && m_lock->TryLockFor(patience)) {}
+      : m_state(writer.m_state.get()),
+        m_owns(m_state != nullptr && m_state->lock.TryLockFor(patience)) {}
   ~LogWriterTryLock() {
-    if (m_owns) m_lock->Unlock();
+    if (!m_owns) return;
+    m_state->rotationDeferred = false;
+    m_state->lock.Unlock();
   }
   LogWriterTryLock(const LogWriterTryLock&) = delete;
   LogWriterTryLock& operator=(const LogWriterTryLock&) = delete;
@@ -24,7 +26,14 @@ class LogWriterTryLock {
   // True when the lock is held: the writer's operations may then be called on this thread.
   bool OwnsLock() const { return m_owns; }
 
+  // For as long as this holds the lock, records leave the file over its size limit rather than
+  // rotate it: a rotation opens files and allocates, which a crash report may not do. The first
+  // record after the lock is given up rotates a file left over its limit.
+  void DeferRotation() {
+    if (m_owns) m_state->rotationDeferred = true;
+  }
+
  private:
-  deskaid::ReentrantLock* const m_lock;  // none once the writer is destroyed
+  CLogWriter::State* const m_state;  // none once the writer is destroyed
   const bool m_owns;
 };

@@ -15,6 +15,13 @@ struct CLogWriter::State {
   // The cipher of each trailer key right after its key schedule, made when first needed and
   // dropped whenever the trailer (and so the keys) changes.
   std::vector<Rc4Cipher> keySchedules;
+  // Set while a crash report holds the lock (LogWriterTryLock::DeferRotation): records then leave
+  // the file over its size limit rather than rotate it.
+  bool rotationDeferred = false;
+
+  // Room for every key's schedule from the start: the first enciphered record after an open may
+  // be a crash report's, which must not allocate.
+  State() { keySchedules.reserve(kLogKeyCount); }
 
   // The lock of a writer's state; none once the writer is destroyed (its state is gone).
   static deskaid::ReentrantLock* LockOf(const std::unique_ptr<State>& state) {
