@@ -13,6 +13,7 @@
 #include <ctime>
 #include <exception>
 #include <string>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -35,6 +36,7 @@
 #include "deskaid/diag/internal/file_stamp.h"
 #include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/minidump_completion_win.h"
+#include "deskaid/diag/internal/module_identity.h"
 #include "deskaid/diag/internal/register_capture_win.h"
 #include "deskaid/diag/log_writer.h"
 #include "deskaid/diag/symbol_engine.h"
@@ -310,14 +312,9 @@ FunctionStarts g_reportingFunctions;
 HMODULE g_runtimeModules[3];
 
 bool InRuntimeModule(DWORD64 address) {
-  HMODULE module = nullptr;
-  if (!GetModuleHandleExA(
-          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-          reinterpret_cast<LPCSTR>(static_cast<uintptr_t>(address)), &module)) {
-    return false;
-  }
+  const uint64_t module = deskaid::LoadedImageBase(address);
   for (HMODULE runtime : g_runtimeModules)
-    if (runtime != nullptr && runtime == module) return true;
+    if (runtime != nullptr && reinterpret_cast<uintptr_t>(runtime) == module) return true;
   return false;
 }
 
@@ -416,8 +413,11 @@ void HandleFailure() {
 DWORD WINAPI WorkerMain(void*) {
   // What a thread sets up on the heap on first use (the runtimes' records of the thread, and of
   // a thread they did not start) is set up now, not after a failure: the failing thread may hold
-  // the heap's lock.
+  // the heap's lock. So is what the runtime looks up in the loader on first use (the precise
+  // clock behind the log lock's bounded wait), which the failing thread may hold too.
   (void)std::this_thread::get_id();
+  (void)std::chrono::system_clock::now();
+  (void)std::chrono::steady_clock::now();
   char warm[16];
   std::snprintf(warm, sizeof warm, "%d", errno);
   SetEvent(g_worker.ready);

@@ -5,9 +5,9 @@
 // KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
 // that many threads at once; "threadslate" on a second thread a moment after the first;
 // "busylog" while another thread fills a small log; "heaplock" with the heap's lock held (on
-// POSIX inside free()); "heapdamage" after damaging the heap. The POSIX kinds "overflow" fail on
-// a worker thread's stack, "chained" with a handler installed before, and "loaderlock" while
-// another thread holds the dynamic linker's lock and waits for ever.
+// POSIX inside free()); "heapdamage" after damaging the heap; "loaderlock" with the loader's lock
+// held (on POSIX by another thread, which waits for ever). The POSIX kinds "overflow" fail on a
+// worker thread's stack, and "chained" with a handler installed before.
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -161,6 +161,16 @@ CHILD_NOINLINE void AfterHeapDamage() {
   }
   *g_null = 2;
 }
+
+// The failing thread holds the loader's lock, as a failure inside a DLL's entry point does.
+CHILD_NOINLINE void WithTheLoaderLockHeld() {
+  using LockFunction = LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*);
+  const auto lock = reinterpret_cast<LockFunction>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "LdrLockLoaderLock")));
+  ULONG_PTR cookie = 0;
+  if (lock == nullptr || lock(0, nullptr, &cookie) != 0) std::_Exit(4);
+  *g_null = 7;
+}
 #else
 // Blocks beyond the per-thread caches go through the arena, whose lock free() takes in a process
 // with more than one thread; a zero size behind the block makes free() fail with the lock held.
@@ -260,6 +270,7 @@ int main(int argc, char** argv) {
 #ifdef _WIN32
   if (kind == "heaplock") more::WithTheHeapLocked();
   if (kind == "heapdamage") more::AfterHeapDamage();
+  if (kind == "loaderlock") more::WithTheLoaderLockHeld();
 #else
   if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
   if (kind == "heapdamage") more::AfterHeapDamage();

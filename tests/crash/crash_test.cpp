@@ -245,13 +245,14 @@ TEST(CrashHandler, ModuleReferencesNameEveryFrameOfADefaultLinkedHost) {
 // Failures of a process that does more than one thing: each leaves the whole report and ends the
 // process with its own code or signal, promptly.
 TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndHeldLocks) {
-  for (const std::string kind : {"threads2", "threads8", "heaplock", "heapdamage", "busylog",
+  for (const std::string kind :
+       {"threads2", "threads8", "heaplock", "heapdamage", "busylog", "loaderlock",
 #ifdef _WIN32
-                                 "threadslate"}) {
+        "threadslate"}) {
     const char* name = "EXCEPTION_ACCESS_VIOLATION";
     const unsigned long status = 0xC0000005;
 #else
-                                 "overflow", "chained", "loaderlock"}) {
+        "overflow", "chained"}) {
     // free() finds the damage it was made to find, and aborts.
     const char* name = kind == "heaplock" ? "SIGABRT" : "SIGSEGV";
     const unsigned long status = kind == "heaplock" ? SIGABRT : SIGSEGV;

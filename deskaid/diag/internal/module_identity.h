@@ -69,6 +69,12 @@ bool ReadImageFileIdentity(const char* path, ModuleIdentity& identity);
 // The identity of the loaded module that holds `address`, with its name, path, base and size.
 // False when no module holds it. Platform-specific.
 bool IdentifyLoadedModule(uint64_t address, ModuleIdentity& identity);
+#ifdef _WIN32
+// The base (the HMODULE) of the loaded image that holds `address`; 0 when none does. Like
+// IdentifyLoadedModule it takes neither the heap nor the loader's lock, which a failing thread
+// may hold (inside a DLL's entry point, say).
+uint64_t LoadedImageBase(uint64_t address);
+#endif
 
 // The module record: "Module: " then the quoted name and the identity as key=value words, for
 // example
