@@ -52,10 +52,11 @@ TEST(MinidumpCompletion, TooManyRangesAreJoinedKeepingTheWritersBytes) {
   CloseHandle(file);
 
   const std::string joined = ReadFileBytes(path);
-  const size_t list = Get(joined, 40, 4);
+  const auto list = static_cast<size_t>(Get(joined, 40, 4));
   ASSERT_EQ(Get(joined, list, 4), 1u) << "one range, every gap being under a page";
   EXPECT_EQ(Get(joined, list + 4, 8), base);
-  const size_t size = Get(joined, list + 12, 4), at = Get(joined, list + 16, 4);
+  const auto size = static_cast<size_t>(Get(joined, list + 12, 4));
+  const auto at = static_cast<size_t>(Get(joined, list + 16, 4));
   ASSERT_EQ(size, (kRanges - 1) * kStride + kSize);
   for (size_t i = 0; i < size; ++i) {
     const unsigned char expected = i % kStride < kSize ? 0xA5 : g_memory[i];

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 #include <dbghelp.h>
+#include <psapi.h>
 #include <winternl.h>
 
 #include <cstring>
@@ -16,15 +17,11 @@ using NtCreateFileFunction = NTSTATUS(NTAPI*)(PHANDLE, ACCESS_MASK, POBJECT_ATTR
                                               PIO_STATUS_BLOCK, PLARGE_INTEGER, ULONG, ULONG, ULONG,
                                               ULONG, PVOID, ULONG);
 using RtlGetVersionFunction = LONG(WINAPI*)(OSVERSIONINFOW*);
-using EnumModulesFunction = BOOL(WINAPI*)(HANDLE, HMODULE*, DWORD, DWORD*);
-using ModuleFileNameFunction = DWORD(WINAPI*)(HANDLE, HMODULE, LPWSTR, DWORD);
 using NextThreadFunction = NTSTATUS(NTAPI*)(HANDLE, HANDLE, ACCESS_MASK, ULONG, ULONG, PHANDLE);
 
 struct SystemCalls {
   NtCreateFileFunction createFile = nullptr;
   RtlGetVersionFunction getVersion = nullptr;
-  EnumModulesFunction enumModules = nullptr;
-  ModuleFileNameFunction moduleFileName = nullptr;
   NextThreadFunction nextThread = nullptr;
 };
 SystemCalls g_calls;
@@ -205,8 +202,7 @@ void ResumeOtherThreads() {
 size_t WriteModuleList(DumpFile& out, RVA& listAt) {
   Scratch& s = g_scratch;
   DWORD needed = 0;
-  if (g_calls.enumModules == nullptr ||
-      !g_calls.enumModules(GetCurrentProcess(), s.modules, sizeof s.modules, &needed)) {
+  if (!K32EnumProcessModules(GetCurrentProcess(), s.modules, sizeof s.modules, &needed)) {
     needed = 0;
   }
   const ULONG32 count =
@@ -220,9 +216,7 @@ size_t WriteModuleList(DumpFile& out, RVA& listAt) {
     entry.SizeOfImage = s.identity.imageSize;
     entry.TimeDateStamp = s.identity.timeStamp;
     const DWORD length =
-        g_calls.moduleFileName != nullptr
-            ? g_calls.moduleFileName(GetCurrentProcess(), s.modules[i], s.name, kMaxPath)
-            : 0;
+        K32GetModuleFileNameExW(GetCurrentProcess(), s.modules[i], s.name, kMaxPath);
     entry.ModuleNameRva = out.WriteString(s.name, length < kMaxPath ? length : 0);
     const size_t codeView = WriteCodeViewRecord(s.identity, s.codeView, sizeof s.codeView);
     if (codeView > 0) entry.CvRecord = Location(out.Write(s.codeView, codeView), codeView);
@@ -237,8 +231,6 @@ size_t WriteModuleList(DumpFile& out, RVA& listAt) {
 void PrepareBasicMinidump() {
   Find(g_calls.createFile, L"ntdll.dll", "NtCreateFile");
   Find(g_calls.getVersion, L"ntdll.dll", "RtlGetVersion");
-  Find(g_calls.enumModules, L"kernel32.dll", "K32EnumProcessModules");
-  Find(g_calls.moduleFileName, L"kernel32.dll", "K32GetModuleFileNameExW");
   Find(g_calls.nextThread, L"ntdll.dll", "NtGetNextThread");
 }
 

@@ -17,9 +17,9 @@ constexpr uint32_t kModuleListStream = 4;
 constexpr uint32_t kMemoryListStream = 5;
 constexpr size_t kHeaderSize = 32;
 constexpr size_t kDirectoryEntrySize = 12;
-constexpr size_t kModuleSize = 108;   // MINIDUMP_MODULE, packed
-constexpr size_t kCvRecordAt = 76;    // its CvRecord: size, then file offset
-constexpr size_t kRangeSize = 16;     // MINIDUMP_MEMORY_DESCRIPTOR: address, size, file offset
+constexpr size_t kModuleSize = 108;  // MINIDUMP_MODULE, packed
+constexpr size_t kCvRecordAt = 76;   // its CvRecord: size, then file offset
+constexpr size_t kRangeSize = 16;    // MINIDUMP_MEMORY_DESCRIPTOR: address, size, file offset
 // Breakpad's reader, among others, refuses a memory list longer than this.
 constexpr uint32_t kMaxMemoryRanges = 4096;
 constexpr uint64_t kJoinGap = 4096;
@@ -207,8 +207,8 @@ bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, 
       }
       for (size_t i = first; i <= last; ++i) {
         if (!ranges[i].fromProcess)
-          std::memcpy(bytes + (ranges[i].address - start), &data[ranges[i].fileAt - dataBegin],
-                      ranges[i].size);
+          std::memcpy(bytes + (ranges[i].address - start),
+                      &data[static_cast<size_t>(ranges[i].fileAt - dataBegin)], ranges[i].size);
       }
     }
     if (fileAt > 0xFFFFFFFFu) return false;
@@ -222,8 +222,8 @@ bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, 
   }
   Put32(list.data(), written);
   uint32_t joinedAt = 0, newListAt = 0;
-  if (!appended.empty() && (!dump.Append(appended.data(), appended.size(), joinedAt) ||
-                            joinedAt != appendAt)) {
+  if (!appended.empty() &&
+      (!dump.Append(appended.data(), appended.size(), joinedAt) || joinedAt != appendAt)) {
     return false;
   }
   if (!dump.Append(list.data(), list.size(), newListAt)) return false;
@@ -259,7 +259,8 @@ bool CompleteMinidump(HANDLE file, bool withDataSections) {
     if (withDataSections)
       for (uint64_t base : bases) AddDataSections(base, extra);
     complete =
-        RewriteMemoryList(dump, memoryEntryAt, memoryList[0], memoryList[1], std::move(extra)) && complete;
+        RewriteMemoryList(dump, memoryEntryAt, memoryList[0], memoryList[1], std::move(extra)) &&
+        complete;
   }
   return complete;
 }
