@@ -121,14 +121,6 @@ const char* ExceptionName(DWORD code) {
   }
 }
 
-uint64_t ProgramCounter(const CONTEXT& context) {
-#if defined(_M_X64) || defined(__x86_64__)
-  return context.Rip;
-#else
-  return context.Eip;
-#endif
-}
-
 // "<folder><executable name> - YYYY.MM.DD HH.MM.SS.dmp", made without the heap: the failing
 // thread may hold its lock.
 void MakeDumpPath(char* path, size_t size) {
@@ -528,7 +520,7 @@ void CaptureContext(CONTEXT& context) {
   g_failure.code = code;
   g_failure.name = name;
   CaptureContext(g_failure.context);
-  uint64_t address = ProgramCounter(g_failure.context);
+  uint64_t address = deskaid::ProgramCounterOf(g_failure.context);
 #if defined(_M_X64) || defined(__x86_64__)
   // The host's call that failed: an address inside the call instruction, as its return address
   // may already belong to the next line.

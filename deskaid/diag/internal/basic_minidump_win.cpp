@@ -9,6 +9,7 @@
 
 #include "deskaid/common/max_path.h"
 #include "deskaid/diag/internal/module_identity.h"
+#include "deskaid/diag/internal/register_capture_win.h"
 
 namespace deskaid {
 namespace {
@@ -126,14 +127,6 @@ RVA WriteSystemInfo(DumpFile& out) {
   info.PlatformId = version.dwPlatformId;
   info.CSDVersionRva = servicePack;
   return out.Write(&info, sizeof info);
-}
-
-uint64_t StackPointerOf(const CONTEXT& context) {
-#if defined(_M_X64) || defined(__x86_64__)
-  return context.Rsp;
-#else
-  return context.Esp;
-#endif
 }
 
 // A thread's stack from its stack pointer up to its top (the end of the committed pages that hold

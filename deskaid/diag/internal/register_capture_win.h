@@ -1,5 +1,21 @@
-// The registers a stack walk starts from, read where the macro stands.
+// The registers a stack walk starts from: read where the macro stands, or taken from a context.
 #pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+
+namespace deskaid {
+
+#if defined(_M_X64) || defined(__x86_64__)
+inline uint64_t ProgramCounterOf(const CONTEXT& context) { return context.Rip; }
+inline uint64_t StackPointerOf(const CONTEXT& context) { return context.Rsp; }
+#else
+inline uint64_t ProgramCounterOf(const CONTEXT& context) { return context.Eip; }
+inline uint64_t StackPointerOf(const CONTEXT& context) { return context.Esp; }
+#endif
+
+}  // namespace deskaid
 
 #if defined(__GNUC__) && defined(__i386__)
 // The program counter, frame and stack pointer of the code in which this stands, on 32-bit x86
