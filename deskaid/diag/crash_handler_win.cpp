@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cerrno>
 #include <cstdio>
@@ -13,7 +14,6 @@
 #include <ctime>
 #include <exception>
 #include <string>
-#include <chrono>
 #include <thread>
 #include <vector>
 

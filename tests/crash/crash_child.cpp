@@ -208,7 +208,7 @@ CHILD_NOINLINE void OverflowOnAWorker() {
 
 // Another thread sits inside the dynamic linker's walk of the loaded modules, which holds the
 // linker's lock, and waits there for something the failing thread never does.
-CHILD_NOINLINE void WhileAnotherThreadHoldsTheLoaderLock() {
+CHILD_NOINLINE void WithTheLoaderLockHeld() {
   std::thread holder([] {
     dl_iterate_phdr(
         [](dl_phdr_info*, size_t, void*) {
@@ -267,16 +267,14 @@ int main(int argc, char** argv) {
   if (kind == "threads2" || kind == "threads8") more::ThreadsAtOnce(kind == "threads2" ? 2 : 8);
   if (kind == "busylog") more::WhileTheLogIsBusy();
   if (kind == "threadslate") more::SecondThreadAMomentLater();
-#ifdef _WIN32
-  if (kind == "heaplock") more::WithTheHeapLocked();
   if (kind == "heapdamage") more::AfterHeapDamage();
   if (kind == "loaderlock") more::WithTheLoaderLockHeld();
+#ifdef _WIN32
+  if (kind == "heaplock") more::WithTheHeapLocked();
 #else
   if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
-  if (kind == "heapdamage") more::AfterHeapDamage();
   if (kind == "overflow") more::OverflowOnAWorker();
   if (kind == "chained") CallerOfCrash("access");
-  if (kind == "loaderlock") more::WhileAnotherThreadHoldsTheLoaderLock();
 #endif
   CallerOfCrash(argv[1]);
   return 0;

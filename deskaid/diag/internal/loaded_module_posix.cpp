@@ -10,6 +10,7 @@
 #include <link.h>
 #include <sys/auxv.h>
 
+#include <atomic>
 #include <cstring>
 
 #include "deskaid/common/internal/platform.h"
@@ -107,7 +108,7 @@ size_t ProgramHeadersOf(const link_map& module, bool mainProgram, ElfW(Phdr) * s
 // the main program's dynamic section, which the linker fills in. (The symbol _r_debug is no
 // substitute: a program linked at a fixed address holds a copy of it made at the start, which the
 // linker never updates.) Null when there is none.
-const r_debug* DebuggersStructure() {
+const r_debug* FindDebuggersStructure() {
   ElfW(Phdr) segments[kMaxSegments];
   const uint64_t at = getauxval(AT_PHDR);
   const size_t count = CopyProgramHeaders(at, getauxval(AT_PHNUM), segments);
@@ -128,6 +129,17 @@ const r_debug* DebuggersStructure() {
       return reinterpret_cast<const r_debug*>(static_cast<uintptr_t>(entry.d_un.d_ptr));
     }
   }
+}
+
+// The structure is placed once, before the program starts, so it is looked for once.
+const r_debug* DebuggersStructure() {
+  static std::atomic<const r_debug*> known{nullptr};
+  const r_debug* structure = known.load(std::memory_order_relaxed);
+  if (structure == nullptr) {
+    structure = FindDebuggersStructure();
+    known.store(structure, std::memory_order_relaxed);
+  }
+  return structure;
 }
 
 // Looks for `address` on the linker's lists, one per namespace (where the linker's own walk sees
