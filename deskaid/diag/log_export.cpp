@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "deskaid/common/internal/platform.h"
-#include "deskaid/common/rc4.h"
 #include "deskaid/diag/internal/log_block_reader.h"
+#include "deskaid/diag/internal/log_keystreams.h"
 #include "deskaid/diag/internal/module_identity.h"
 #include "deskaid/diag/log_format.h"
 #include "deskaid/diag/symbol_engine.h"
@@ -296,55 +296,20 @@ class ModuleResolver {
   std::map<std::string, Module> m_modules;
 };
 
-// The RC4 keystreams of the trailer's sixteen keys. Every body starts a fresh cipher under its
-// key, so all bodies under one key are XORed with the same keystream; it is generated once, as
-// far as the longest body needs, and deciphering becomes a plain XOR.
-class KeystreamTable {
- public:
-  explicit KeystreamTable(const LogTrailer& trailer) {
-    m_ciphers.reserve(kLogKeyCount);
-    for (uint32_t i = 0; i < kLogKeyCount; ++i) {
-      const uint32_t key = trailer.keys[i];  // by value: the packed trailer is not aligned
-      uint8_t bytes[4] = {static_cast<uint8_t>(key), static_cast<uint8_t>(key >> 8),
-                          static_cast<uint8_t>(key >> 16), static_cast<uint8_t>(key >> 24)};
-      m_ciphers.emplace_back(bytes, sizeof bytes);
-    }
-    m_streams.resize(kLogKeyCount);
-  }
-
-  void Decipher(uint16_t keyIndex, uint8_t* data, size_t length) {
-    std::vector<uint8_t>& stream = m_streams[keyIndex];
-    if (stream.size() < length) Extend(keyIndex, length);
-    const uint8_t* key = stream.data();
-    for (size_t i = 0; i < length; ++i) data[i] ^= key[i];
-  }
-
- private:
-  void Extend(uint16_t keyIndex, size_t length) {
-    std::vector<uint8_t>& stream = m_streams[keyIndex];
-    size_t old = stream.size();
-    size_t grown = old * 2 > length ? old * 2 : length;
-    if (grown < 256) grown = 256;
-    stream.resize(grown, 0);  // zeros XORed with the keystream give the keystream
-    m_ciphers[keyIndex].Apply(stream.data() + old, grown - old);
-  }
-
-  std::vector<Rc4Cipher> m_ciphers;  // each one positioned at the end of its stream
-  std::vector<std::vector<uint8_t>> m_streams;
-};
-
 // One record per call: deciphers, resolves the marker and writes the line.
 class Converter {
  public:
   Converter(const LogTrailer& trailer, AddressResolver& resolver, ModuleResolver* modules,
             std::FILE* text)
-      : m_lines(text), m_resolver(resolver), m_modules(modules), m_keys(trailer) {}
+      : m_lines(text), m_resolver(resolver), m_modules(modules) {
+    m_keys.Reset(trailer);
+  }
 
   // `body` holds the record's bytes followed by two NULs.
   void Record(const LogRecordHeader& header, char* body) {
     if (header.keyIndex < kLogKeyCount) {
       // Keys 16 to 0xFFFE do not exist; such bodies are taken as plain.
-      m_keys.Decipher(header.keyIndex, reinterpret_cast<uint8_t*>(body), header.length);
+      m_keys.Apply(header.keyIndex, reinterpret_cast<uint8_t*>(body), header.length);
     }
     std::tm when = m_times.Get(header.time);
     m_lines.Number(header.level);
@@ -410,7 +375,7 @@ class Converter {
   LineWriter m_lines;
   AddressResolver& m_resolver;
   ModuleResolver* m_modules;  // null: references are left as they are
-  KeystreamTable m_keys;
+  deskaid::LogKeystreams m_keys;
   LocalTimeCache m_times;
 };
 

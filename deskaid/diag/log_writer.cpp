@@ -10,7 +10,6 @@
 
 #include "deskaid/common/internal/path.h"
 #include "deskaid/common/internal/platform.h"
-#include "deskaid/common/rc4.h"
 #include "deskaid/diag/internal/file_stamp.h"
 #include "deskaid/diag/internal/log_block_reader.h"
 #include "deskaid/diag/internal/log_writer_state.h"
@@ -149,7 +148,7 @@ bool CLogWriter::OpenFileLocked() {
                     std::fread(&read, 1, kTrailerSize, m_pStream) == kTrailerSize;
     if (complete && read.magic == kLogTrailerMagic) {
       m_trailer = read;
-      m_state->keySchedules.clear();
+      m_state->keystreams.Reset(m_trailer);
       if (read.keyCount & kPendingMark) MendPendingRecord(trailerAt);
       deskaid::platform::SeekStream(m_pStream, m_nFileLength - kTrailerSize);
       return true;
@@ -242,7 +241,6 @@ void CLogWriter::InitTrailer() {
   // Reseeds the generator of the whole process, as every new trailer does.
   std::srand(static_cast<unsigned>(std::time(nullptr)));
   std::memset(&m_trailer, 0, sizeof m_trailer);
-  m_state->keySchedules.clear();
   m_trailer.keyCount = kLogKeyCount;
   m_trailer.magic = kLogTrailerMagic;
   m_trailer.stampMonth = month;
@@ -252,6 +250,7 @@ void CLogWriter::InitTrailer() {
     uint32_t hi = static_cast<uint32_t>(std::rand()) & 0xFFFFu;
     m_trailer.keys[i] = lo | (hi << 16);
   }
+  m_state->keystreams.Reset(m_trailer);
 }
 
 bool CLogWriter::Write(uint8_t level, const void* data, uint32_t length, uint8_t kind) {
@@ -279,18 +278,7 @@ bool CLogWriter::WriteLocked(uint8_t level, const void* data, uint32_t length, u
   m_record.resize(kHeaderSize + static_cast<size_t>(length) + kTrailerSize);
   uint8_t* body = m_record.data() + kHeaderSize;
   if (length > 0) std::memcpy(body, data, length);
-  if (m_bEncipher) {
-    if (m_state->keySchedules.empty()) {
-      for (int k = 0; k < kLogKeyCount; ++k) {
-        uint8_t key[4];
-        const uint32_t value = m_trailer.keys[k];
-        for (int i = 0; i < 4; ++i) key[i] = static_cast<uint8_t>(value >> (8 * i));
-        m_state->keySchedules.emplace_back(key, sizeof key);
-      }
-    }
-    Rc4Cipher cipher = m_state->keySchedules[header.keyIndex];
-    cipher.Apply(body, length);
-  }
+  if (m_bEncipher) m_state->keystreams.Apply(header.keyIndex, body, length);
   std::memcpy(m_record.data(), &header, kHeaderSize);
   m_trailer.recordCount += 1;
   std::memcpy(body + length, &m_trailer, kTrailerSize);
