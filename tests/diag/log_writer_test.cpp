@@ -207,6 +207,14 @@ TEST_F(LogWriterTest, FilesWithoutATrailerStartAfreshAndCompactionDropsTheOldest
   writer.Close();
   std::error_code error;  // Windows refuses while a handle stays open
   EXPECT_TRUE(fs::remove(stuck, error)) << error.message();
+
+  const long closed = OpenDescriptors();
+  {
+    CLogWriter destroyed;  // a writer destroyed while open closes its file
+    Open(destroyed, "destroyed.log");
+  }
+  EXPECT_EQ(OpenDescriptors(), closed);
+  EXPECT_TRUE(fs::remove(dir_.PathOf("destroyed.log"), error)) << error.message();
 }
 
 // A record written across a page boundary ends the file, while it is written, in a trailer with

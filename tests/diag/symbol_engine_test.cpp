@@ -87,18 +87,19 @@ TEST(SymbolEngine, LoadsImagesAndResolvesTheirFunctionsAndLines) {
   EXPECT_TRUE(info.NumSyms > 0 && info.LineNumbers && info.TypeInfo && info.GlobalSymbols);
 #endif
 
-  std::string name;
+  std::string name, file;
   uint64_t displacement = 99;
+  uint32_t line = 0;
   for (uint64_t offset : {0, 3}) {
     ASSERT_TRUE(engine.SymbolFromAddress(ProbeAddress() + offset, name, displacement));
     EXPECT_EQ(name, kProbeName);
     EXPECT_EQ(displacement, offset);
+    // The probe is one line: its code from the function's start on.
+    ASSERT_TRUE(engine.LineFromAddress(ProbeAddress() + offset, file, line, displacement));
+    EXPECT_NE(file.find("known_functions.cpp"), std::string::npos) << file;
+    EXPECT_EQ(line, static_cast<uint32_t>(kProbeLine));
+    EXPECT_LE(displacement, offset);
   }
-  std::string file;
-  uint32_t line = 0;
-  ASSERT_TRUE(engine.LineFromAddress(ProbeAddress(), file, line, displacement));
-  EXPECT_NE(file.find("known_functions.cpp"), std::string::npos) << file;
-  EXPECT_EQ(line, static_cast<uint32_t>(kProbeLine));
 
 #ifndef _WIN32
   // A second module; unloading it keeps the first.

@@ -253,6 +253,25 @@ TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
   const auto plain = logtest::ExportedMessages(log, dir.PathOf("plain.txt"));
   ASSERT_EQ(plain.size(), 4u);
   EXPECT_THAT(plain[1], AllOf(StartsWith("probe ["), HasSubstr("] <" + image + "+0x")));
+
+  // A log that spans two builds of the module (the host was updated between two runs): each
+  // record of its name describes the build of the references after it.
+  const auto texts = logtest::ParseFile(log).Texts();
+  std::string otherBuild = texts[0];
+  size_t field = otherBuild.find(" image=0x");
+  if (field == std::string::npos) field = otherBuild.find(" size=0x");
+  char& digit = otherBuild[otherBuild.find(' ', field + 1) - 1];
+  digit = digit == '0' ? '1' : '0';
+  const std::string spanning = dir.PathOf("spanning.log");
+  CLogWriter writer;
+  ASSERT_TRUE(writer.Open(spanning.c_str(), 0xFFFFFFFF, 0, 20));
+  for (const std::string& text : {otherBuild, texts[1], texts[0], texts[1]})
+    writer.Write(2, text.data(), static_cast<uint32_t>(text.size()), kLogRecordKind);
+  writer.Close();
+  const auto builds = logtest::MessagesNamedFrom(spanning, dir.PathOf("spanning.txt"), folder);
+  ASSERT_EQ(builds.size(), 4u);
+  EXPECT_THAT(builds[1], HasSubstr(" is a different build: its "));
+  EXPECT_THAT(builds[3], StartsWith("probe " + std::string(kProbeName) + " ("));
 }
 
 }  // namespace

@@ -112,6 +112,9 @@ TEST(BigIntMixed, BuiltInLeftOperands) {
       {Dec(uint64_t{100} / w311), "0"},
       {Dec(int64_t{-100000000000} / CBigInt(10)), "-10000000000"},
       {Dec(uint64_t{100000000000} / FromWords({10, 0, 0})), "10000000000"},
+      // Three words with a top word 0 divide as unsigned 64-bit numbers, a signed left one too.
+      {Dec(int64_t{-1} / CBigInt(uint64_t{0x8000000000000005})), "1"},
+      {Dec(~uint64_t{0} % CBigInt(uint64_t{0x8000000000000005})), "9223372036854775802"},
       {Dec(5u % w31), "4294967299"},
       {Dec(5u % -w31), "4294967299"},
       {Dec(17u % CBigInt(5)), "2"},

@@ -1,0 +1,18 @@
+// The module's one processor detector, beside the compiler runtime's own: a feature missed means
+// a kernel that never runs, one claimed wrongly a kernel that faults.
+#include <gtest/gtest.h>
+
+#include <deskaid/common/internal/cpu_features.h>
+
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+TEST(CpuFeatures, AgreeWithTheCompilerRuntimesDetection) {
+  __builtin_cpu_init();
+  const deskaid::CpuFeatures& cpu = deskaid::Cpu();
+  EXPECT_EQ(cpu.sse2, __builtin_cpu_supports("sse2") != 0);
+  EXPECT_EQ(cpu.ssse3, __builtin_cpu_supports("ssse3") != 0);
+  EXPECT_EQ(cpu.avx2, __builtin_cpu_supports("avx2") != 0);
+  EXPECT_EQ(cpu.bmi2Adx, __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("adx"));
+  EXPECT_EQ(cpu.avx512Ifma,
+            __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512ifma"));
+}
+#endif
