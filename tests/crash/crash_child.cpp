@@ -7,7 +7,8 @@
 // "busylog" while another thread fills a small log; "heaplock" with the heap's lock held (on
 // POSIX inside free()); "heapdamage" after damaging the heap; "loaderlock" with the loader's lock
 // held (on POSIX by another thread, which waits for ever). The POSIX kinds "overflow" fail on a
-// worker thread's stack, and "chained" with a handler installed before.
+// worker thread's stack, and "chained" and "chainedinfo" with a handler installed before (one
+// taking the signal's number only, one its information too).
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -229,6 +230,7 @@ void WritePrevious(int) {
   int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   if (fd >= 0) close(fd);
 }
+void WritePreviousWithInfo(int signal, siginfo_t*, void*) { WritePrevious(signal); }
 
 #endif
 }  // namespace more
@@ -247,6 +249,12 @@ int main(int argc, char** argv) {
   while (heap && g_LogWriter.GetSize() + 100 < logSize) LogPrintf(LOG_LEVEL_2, "filler");
 #ifndef _WIN32
   if (kind == "chained") signal(SIGSEGV, more::WritePrevious);
+  if (kind == "chainedinfo") {
+    struct sigaction withInfo {};
+    withInfo.sa_sigaction = more::WritePreviousWithInfo;
+    withInfo.sa_flags = SA_SIGINFO;
+    sigaction(SIGSEGV, &withInfo, nullptr);
+  }
 #endif
   CrashHandlerOptions options;
   if (flag == "box") options.dwOptions |= CRASH_SHOW_MESSAGE_BOX;
@@ -274,7 +282,7 @@ int main(int argc, char** argv) {
 #else
   if (kind == "heaplock") more::InsideFreeWithTheLockHeld();
   if (kind == "overflow") more::OverflowOnAWorker();
-  if (kind == "chained") CallerOfCrash("access");
+  if (kind.rfind("chained", 0) == 0) CallerOfCrash("access");
 #endif
   CallerOfCrash(argv[1]);
   return 0;
