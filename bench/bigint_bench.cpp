@@ -66,13 +66,13 @@ void PowModBoost(benchmark::State& state, int bits) {
 }
 
 void MulDeskaid(benchmark::State& state) {
-  const CBigInt a = Big(shipped::RandomHex(4096, 4, false)),
-                b = Big(shipped::RandomHex(4096, 5, false));
+  const CBigInt a = Big(shipped::MulOperand(0)),
+                b = Big(shipped::MulOperand(1));
   for (auto _ : state) benchmark::DoNotOptimize(a * b);
 }
 
 void MulGmp(benchmark::State& state) {
-  Mpz a(shipped::RandomHex(4096, 4, false)), b(shipped::RandomHex(4096, 5, false)), r;
+  Mpz a(shipped::MulOperand(0)), b(shipped::MulOperand(1)), r;
   for (auto _ : state) {
     mpz_mul(r.v, a.v, b.v);
     benchmark::DoNotOptimize(r.v);
@@ -80,41 +80,33 @@ void MulGmp(benchmark::State& state) {
 }
 
 void DivDeskaid(benchmark::State& state) {
-  const CBigInt a = Big(shipped::RandomHex(8192, 6, false)),
-                b = Big(shipped::RandomHex(4096, 7, false));
+  const CBigInt a = Big(shipped::DividendHex()),
+                b = Big(shipped::DivisorHex());
   for (auto _ : state) benchmark::DoNotOptimize(a / b);
 }
 
 void DivGmp(benchmark::State& state) {
-  Mpz a(shipped::RandomHex(8192, 6, false)), b(shipped::RandomHex(4096, 7, false)), r;
+  Mpz a(shipped::DividendHex()), b(shipped::DivisorHex()), r;
   for (auto _ : state) {
     mpz_tdiv_q(r.v, a.v, b.v);
     benchmark::DoNotOptimize(r.v);
   }
 }
 
-std::string RandomDecimal(int digits) {
-  std::mt19937 rng(8);
-  std::string s(digits, '0');
-  for (auto& c : s) c = static_cast<char>('0' + rng() % 10);
-  s[0] = '9';
-  return s;
-}
-
 void TextDeskaid(benchmark::State& state) {
-  CBigInt a(RandomDecimal(100000).c_str());
+  CBigInt a(shipped::RandomDecimal(shipped::kTextDigits).c_str());
   for (auto _ : state) benchmark::DoNotOptimize(a.GetString(10));
 }
 
 void TextGmp(benchmark::State& state) {
   Mpz a;
-  mpz_set_str(a.v, RandomDecimal(100000).c_str(), 10);
+  mpz_set_str(a.v, shipped::RandomDecimal(shipped::kTextDigits).c_str(), 10);
   std::string buffer(100010, '\0');
   for (auto _ : state) benchmark::DoNotOptimize(mpz_get_str(&buffer[0], 10, a.v));
 }
 
 void ParseDeskaid(benchmark::State& state) {
-  const std::string text = RandomDecimal(100000);
+  const std::string text = shipped::RandomDecimal(shipped::kTextDigits);
   for (auto _ : state) {
     CBigInt a(text.c_str());
     benchmark::DoNotOptimize(a.m_pData);
@@ -122,7 +114,7 @@ void ParseDeskaid(benchmark::State& state) {
 }
 
 void ParseGmp(benchmark::State& state) {
-  const std::string text = RandomDecimal(100000);
+  const std::string text = shipped::RandomDecimal(shipped::kTextDigits);
   Mpz a;
   for (auto _ : state) {
     mpz_set_str(a.v, text.c_str(), 10);

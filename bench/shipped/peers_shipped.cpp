@@ -21,6 +21,16 @@ struct Mpz {
   ~Mpz() { mpz_clear(v); }
 };
 
+// The value's digits in `base`, in GMP's own allocation, released again.
+std::string Digits(const Mpz& x, int base) {
+  char* digits = mpz_get_str(nullptr, base, x.v);
+  const std::string text = digits;
+  void (*release)(void*, size_t);
+  mp_get_memory_functions(nullptr, nullptr, &release);
+  release(digits, text.size() + 1);
+  return text;
+}
+
 }  // namespace
 
 int main() {
@@ -52,12 +62,21 @@ int main() {
     Mpz b(RandomHex(bits, 1, false)), e(RandomHex(bits, 2, false)), n(RandomHex(bits, 3, true)), r;
     mpz_mod(b.v, b.v, n.v);
     const double powmod = BestOf(10, [&] { mpz_powm(r.v, b.v, e.v, n.v); });
-    char* result = mpz_get_str(nullptr, 16, r.v);
-    const std::string hexResult = Lower(result);
-    Report(PowModCase(bits).c_str(), "gmp", powmod, Check(hexResult.data(), hexResult.size()));
-    void (*release)(void*, size_t);
-    mp_get_memory_functions(nullptr, nullptr, &release);
-    release(result, std::strlen(result) + 1);
+    Report(PowModCase(bits).c_str(), "gmp", powmod, HexCheck(Digits(r, 16)));
   }
+
+  Mpz a(MulOperand(0)), b(MulOperand(1)), product;
+  const double mul = BestOf(1000, [&] { mpz_mul(product.v, a.v, b.v); });
+  Report("mul_4096x4096", "gmp", mul, HexCheck(Digits(product, 16)));
+  Mpz dividend(DividendHex()), divisor(DivisorHex()), quotient;
+  const double div = BestOf(1000, [&] { mpz_tdiv_q(quotient.v, dividend.v, divisor.v); });
+  Report("div_8192by4096", "gmp", div, HexCheck(Digits(quotient, 16)));
+  const std::string digits = RandomDecimal(kTextDigits);
+  Mpz parsed;
+  const double parse = BestOf(3, [&] { mpz_set_str(parsed.v, digits.c_str(), 10); });
+  Report("parse_100000digits", "gmp", parse, HexCheck(Digits(parsed, 16)));
+  std::string printed(kTextDigits + 2, '\0');
+  const double print = BestOf(3, [&] { mpz_get_str(&printed[0], 10, parsed.v); });
+  Report("text_100000digits", "gmp", print, Check(printed.c_str(), std::strlen(printed.c_str())));
   return 0;
 }

@@ -45,6 +45,15 @@ inline std::string RandomHex(int bits, uint32_t seed, bool odd) {
   return s;
 }
 
+// A decimal text of `digits` digits, the first a 9: the text conversions' operand.
+inline std::string RandomDecimal(int digits) {
+  std::mt19937 rng(8);
+  std::string s(digits, '0');
+  for (auto& c : s) c = static_cast<char>('0' + rng() % 10);
+  s[0] = '9';
+  return s;
+}
+
 // The best time per call over kRepetitions runs of `calls` calls each.
 template <typename F>
 double BestOf(int calls, F&& f) {
@@ -75,6 +84,19 @@ inline std::string Lower(std::string s) {
 }
 
 inline std::string PowModCase(int bits) { return "powmod_" + std::to_string(bits); }
+
+// The other big-integer cases, on the native benchmark's operands: a product of two 4,096-bit
+// numbers, the quotient of 8,192 bits by 4,096, and 100,000 decimal digits printed and parsed.
+constexpr int kTextDigits = 100000;
+inline std::string MulOperand(int which) { return RandomHex(4096, 4 + which, false); }
+inline std::string DividendHex() { return RandomHex(8192, 6, false); }
+inline std::string DivisorHex() { return RandomHex(4096, 7, false); }
+
+// The check of a big-integer result: its lowercase hexadecimal digits.
+inline std::string HexCheck(std::string hex) {
+  hex = Lower(hex);
+  return Check(hex.data(), hex.size());
+}
 
 inline void Report(const char* name, const char* impl, double seconds, const std::string& check) {
   std::printf("%s %s %.6g %s\n", name, impl, seconds, check.c_str());
