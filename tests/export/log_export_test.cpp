@@ -13,6 +13,11 @@
 #include <deskaid/diag/log_format.h>
 #include <deskaid/diag/log_writer.h>
 #include "diag/log_file.h"
+#ifndef _WIN32
+#include <elfutils/libdwelf.h>
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 #include "support/known_functions.h"
 #include "support/scratch_dir.h"
 
@@ -145,9 +150,9 @@ TEST_F(LogExport, MarkersNeedEightCharactersFailedLookupsRepeatTheLastNameAndOpt
 TEST_F(LogExport, DeciphersBodiesAndPrintsThemUpToTheirFirstNul) {
   LogBuilder builder;
   builder.Add("under key 15", 15, 4).Add("plain", kLogPlainBody, 8).Add("no key 16", 16);
-  builder.Add("no key FFFE", 0xFFFE).Add(std::string("cut\0hidden", 10), 3, 255).Add("");
+  builder.Add("no key FFFE", 0xFFFE, 200).Add(std::string("cut\0hidden", 10), 3, 255).Add("");
   std::string expected = Line("under key 15", 4) + Line("plain", 8) + Line("no key 16") +
-                         Line("no key FFFE") + Line("cut", 255) + Line("");
+                         Line("no key FFFE", 200) + Line("cut", 255) + Line("");
   for (size_t length : {1, 255, 256, 300, 5000, 17, 65535}) {
     std::string body;
     for (size_t i = 0; i < length; ++i)
@@ -239,6 +244,24 @@ TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
   const auto named = logtest::MessagesNamedFrom(log, dir.PathOf("named.txt"), folder);
   ASSERT_EQ(named.size(), 4u);
   EXPECT_THAT(named[0], StartsWith("Module: \"" + image + "\" base=0x"));
+#ifndef _WIN32
+  // The build id described is the image's own, as elfutils reads it from the note.
+  elf_version(EV_CURRENT);
+  const int fd = open(OwnExecutablePath().c_str(), O_RDONLY);
+  Elf* elf = elf_begin(fd, ELF_C_READ, nullptr);
+  const void* id = nullptr;
+  const ssize_t idSize = dwelf_elf_gnu_build_id(elf, &id);
+  std::string buildId;
+  for (ssize_t i = 0; i < idSize; ++i) {
+    char two[3];
+    std::snprintf(two, sizeof two, "%02X", static_cast<const unsigned char*>(id)[i]);
+    buildId += two;
+  }
+  elf_end(elf);
+  close(fd);
+  ASSERT_GT(idSize, 0);
+  EXPECT_THAT(named[0], HasSubstr(" elf buildid=" + buildId + " "));
+#endif
   const std::string line = ":" + std::to_string(kProbeLine) + ") <" + image + "+0x";
   for (const char* label : {"probe ", "again "})
     EXPECT_THAT(named[label[0] == 'p' ? 1 : 2],
