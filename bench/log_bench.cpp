@@ -18,6 +18,7 @@
 
 #include <deskaid/diag/log_format.h>
 #include <deskaid/diag/log_writer.h>
+#include "log_floor.h"
 #include "ratio_reporter.h"
 
 namespace fs = std::filesystem;
@@ -70,38 +71,24 @@ void LogWrite_Spdlog(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kRecords);
 }
 
-// Each record as the writer leaves it: header and body over the old trailer, the trailer behind
-// them with the count raised, in one positioned write (and, durable, one fsync). No formatting,
-// time stamp or cipher.
+// Each record in one positioned write (and, durable, one fsync).
 void FloorWrites(benchmark::State& state, bool durable) {
   const int records = durable ? kDurableRecords : kRecords;
   const std::string path = (BenchDir() / "floor.log").string();
-  LogRecordHeader header = {};
-  header.level = LOG_LEVEL_1;
-  header.kind = kLogRecordKind;
-  header.keyIndex = kLogPlainBody;
-  header.length = static_cast<uint16_t>(kMessage.size());
-  header.time = static_cast<uint32_t>(std::time(nullptr));
-  LogTrailer trailer = {};
-  trailer.magic = kLogTrailerMagic;
-  trailer.keyCount = kLogKeyCount;
-  const size_t advance = sizeof header + kMessage.size();
-  std::vector<char> record(advance + sizeof trailer);
-  std::memcpy(record.data(), &header, sizeof header);
-  std::memcpy(record.data() + sizeof header, kMessage.data(), kMessage.size());
+  LogFloorRecords floor(kMessage);
   for (auto _ : state) {
     state.PauseTiming();
     fs::remove(path);
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    bool ok = fd >= 0 && pwrite(fd, &trailer, sizeof trailer, 0) == ssize_t(sizeof trailer);
+    const LogTrailer empty = floor.EmptyTrailer();
+    bool ok = fd >= 0 && pwrite(fd, &empty, sizeof empty, 0) == ssize_t(sizeof empty);
     state.ResumeTiming();
     off_t at = 0;
     for (int i = 0; ok && i < records; ++i) {
-      trailer.recordCount = static_cast<uint32_t>(i + 1);
-      std::memcpy(record.data() + advance, &trailer, sizeof trailer);
+      const std::vector<char>& record = floor.Record(i);
       ok = pwrite(fd, record.data(), record.size(), at) == ssize_t(record.size()) &&
            (!durable || fsync(fd) == 0);
-      at += off_t(advance);
+      at += off_t(floor.Advance());
     }
     state.PauseTiming();
     if (fd >= 0) close(fd);

@@ -8,13 +8,13 @@
 #include <deskaid/codec/base64.h>
 #include <deskaid/codec/internal/base64_vector.h>
 #include <deskaid/codec/md5.h>
-#include <deskaid/diag/log_format.h>
 #include <deskaid/diag/log_writer.h>
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/modpower.h>
 
 #include <cstring>
 
+#include "../log_floor.h"
 #include "shipped_work.h"
 
 namespace {
@@ -88,30 +88,18 @@ void LogCase(const char* name, uint8_t encipher) {
   DeleteFileA(path.c_str());
 }
 
-// The floor: each record as the writer leaves it, header and body over the old trailer and the
-// trailer behind them, in one write at its place; no formatting, time stamp or cipher. The place
-// is set before the write rather than passed with it: Wine serves a write with an offset of its
-// own through its server, several times slower.
+// The floor (see log_floor.h): each record in one write at its place. The place is set before the
+// write rather than passed with it: Wine serves a write with an offset of its own through its
+// server, several times slower.
 double LogFloor(std::string& check) {
   const std::string path = LogPath();
-  LogRecordHeader header = {};
-  header.level = LOG_LEVEL_1;
-  header.kind = kLogRecordKind;
-  header.keyIndex = kLogPlainBody;
-  header.length = 100;
-  LogTrailer trailer = {};
-  trailer.magic = kLogTrailerMagic;
-  trailer.keyCount = kLogKeyCount;
-  const size_t advance = sizeof header + 100;
-  std::vector<char> record(advance + sizeof trailer, 'm');
-  std::memcpy(record.data(), &header, sizeof header);
+  LogFloorRecords floor(std::string(100, 'm'));
   const double seconds = BestOf(1, [&] {
     const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
                                     nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     uint64_t at = 0;
-    for (int i = 0; i < kLogRecords; ++i, at += advance) {
-      trailer.recordCount = static_cast<uint32_t>(i + 1);
-      std::memcpy(record.data() + advance, &trailer, sizeof trailer);
+    for (int i = 0; i < kLogRecords; ++i, at += floor.Advance()) {
+      const std::vector<char>& record = floor.Record(i);
       LARGE_INTEGER position;
       position.QuadPart = static_cast<LONGLONG>(at);
       DWORD written = 0;
