@@ -336,9 +336,31 @@ bool StepOutToTheFailure(CONTEXT& context) {
   return true;
 }
 
+bool StartWalker() { return true; }
+void StopWalker() {}
+
 #else
-// The failing thread's frames through the debug-help library, which follows 32-bit frames best.
-size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
+// On 32-bit x86 the debug-help library follows frames best (it reads the images' frame data),
+// but it takes the heap and the loader's lock, which the failing thread may hold. It walks on a
+// thread of its own, started with the handler; a walk not done within kWalkPatienceMs is left,
+// and the frames are found without the heap instead (WalkWithoutHeap).
+constexpr DWORD kWalkPatienceMs = 4000;
+// How far above the stack pointer a frame's return address is looked for, in bytes.
+constexpr uintptr_t kScanBytes = 4096;
+
+struct Walker {
+  HANDLE thread = nullptr;
+  HANDLE start = nullptr;  // set when a failure is ready, or when the handler is removed
+  HANDLE done = nullptr;   // set when the walk is done
+  StackFrameEntry frames[deskaid::kMaxCrashFrames + 1];
+  size_t count = 0;
+};
+
+Walker g_walker;
+
+DWORD WINAPI WalkerMain(void*) {
+  WaitForSingleObject(g_walker.start, INFINITE);
+  if (g_worker.quit != 0) return 0;
   // A session of its own on a handle of its own: the host may hold a symbol session for the
   // process already, and the debug-help library keeps one per process handle.
   HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, GetCurrentProcessId());
@@ -351,8 +373,90 @@ size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
     }
     CloseHandle(process);
   }
-  const size_t count = walked.size() < capacity ? walked.size() : capacity;
-  std::copy(walked.begin(), walked.begin() + static_cast<std::ptrdiff_t>(count), frames);
+  const size_t capacity = sizeof g_walker.frames / sizeof g_walker.frames[0];
+  g_walker.count = walked.size() < capacity ? walked.size() : capacity;
+  std::copy(walked.begin(), walked.begin() + static_cast<std::ptrdiff_t>(g_walker.count),
+            g_walker.frames);
+  SetEvent(g_walker.done);
+  return 0;
+}
+
+void StopWalker() {
+  if (g_walker.thread != nullptr) {
+    SetEvent(g_walker.start);  // with the worker's quit set, the thread ends
+    WaitForSingleObject(g_walker.thread, INFINITE);
+    CloseHandle(g_walker.thread);
+  }
+  if (g_walker.start != nullptr) CloseHandle(g_walker.start);
+  if (g_walker.done != nullptr) CloseHandle(g_walker.done);
+  g_walker.thread = g_walker.start = g_walker.done = nullptr;
+}
+
+bool StartWalker() {
+  g_walker.start = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  g_walker.done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  if (g_walker.start != nullptr && g_walker.done != nullptr) {
+    g_walker.thread = CreateThread(nullptr, 1 << 20, WalkerMain, nullptr, 0, nullptr);
+  }
+  return g_walker.thread != nullptr;
+}
+
+// Whether `address` may be a return address: in an image's executable memory, right behind a
+// call instruction (direct, or through a register or memory).
+bool FollowsCall(uintptr_t address) {
+  MEMORY_BASIC_INFORMATION memory;
+  if (address < 8 ||
+      VirtualQuery(reinterpret_cast<void*>(address - 7), &memory, sizeof memory) == 0)
+    return false;
+  const DWORD executable =
+      PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+  const uintptr_t regionEnd = reinterpret_cast<uintptr_t>(memory.BaseAddress) + memory.RegionSize;
+  if (memory.State != MEM_COMMIT || memory.Type != MEM_IMAGE ||
+      (memory.Protect & executable) == 0 || address > regionEnd)
+    return false;
+  const uint8_t* code = reinterpret_cast<const uint8_t*>(address);
+  return code[-5] == 0xE8 ||                                                       // call rel32
+         (code[-2] == 0xFF && ((code[-1] & 0xF8) == 0xD0 ||                        // call reg
+                               (code[-1] & 0xF8) == 0x10)) ||                      // call [reg]
+         (code[-3] == 0xFF && ((code[-2] & 0xF8) == 0x50 || code[-2] == 0x14)) ||  // +disp8, SIB
+         (code[-6] == 0xFF && (code[-5] == 0x15 || (code[-5] & 0xF8) == 0x90));    // disp32
+}
+
+// The failing thread's frames without the heap: through the chain of frame pointers where it
+// holds, else through the first word above the stack pointer that may be a return address.
+size_t WalkWithoutHeap(StackFrameEntry* frames, size_t capacity) {
+  const CONTEXT& context = g_failure.context;
+  MEMORY_BASIC_INFORMATION stack;
+  if (VirtualQuery(reinterpret_cast<void*>(static_cast<uintptr_t>(context.Esp)), &stack,
+                   sizeof stack) == 0)
+    return 0;
+  const uintptr_t top = reinterpret_cast<uintptr_t>(stack.BaseAddress) + stack.RegionSize;
+  const auto word = [](uintptr_t at) { return *reinterpret_cast<const uint32_t*>(at); };
+  uintptr_t pc = context.Eip, sp = context.Esp, fp = context.Ebp;
+  size_t count = 0;
+  while (count < capacity) {
+    uintptr_t returnAt = 0;
+    const bool chained = fp >= sp && fp % 4 == 0 && fp + 8 <= top && FollowsCall(word(fp + 4));
+    if (chained) returnAt = fp + 4;
+    for (uintptr_t at = sp; returnAt == 0 && at + 4 <= top && at - sp < kScanBytes; at += 4)
+      if (FollowsCall(word(at))) returnAt = at;
+    if (returnAt == 0) break;
+    frames[count++] = StackFrameEntry{pc, word(returnAt), fp};
+    pc = word(returnAt);
+    sp = returnAt + 4;
+    if (chained) fp = word(fp);
+  }
+  return count;
+}
+
+size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
+  SetEvent(g_walker.start);
+  if (WaitForSingleObject(g_walker.done, kWalkPatienceMs) != WAIT_OBJECT_0) {
+    SuspendThread(g_walker.thread);
+    return WalkWithoutHeap(frames, capacity);
+  }
+  const size_t count = g_walker.count < capacity ? g_walker.count : capacity;
+  std::copy(g_walker.frames, g_walker.frames + count, frames);
   return count;
 }
 #endif
@@ -419,8 +523,9 @@ DWORD WINAPI WorkerMain(void*) {
 }
 
 void StopWorker() {
+  g_worker.quit = 1;
+  StopWalker();
   if (g_worker.thread != nullptr) {
-    g_worker.quit = 1;
     SetEvent(g_worker.start);
     WaitForSingleObject(g_worker.thread, INFINITE);
     CloseHandle(g_worker.thread);
@@ -435,7 +540,7 @@ bool StartWorker() {
   g_worker.quit = 0;
   g_worker.ready = CreateEventA(nullptr, TRUE, FALSE, nullptr);
   g_worker.start = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  if (g_worker.ready != nullptr && g_worker.start != nullptr) {
+  if (g_worker.ready != nullptr && g_worker.start != nullptr && StartWalker()) {
     g_worker.thread = CreateThread(nullptr, 1 << 20, WorkerMain, nullptr, 0, &g_worker.id);
   }
   if (g_worker.thread == nullptr) {
