@@ -336,6 +336,7 @@ bool StepOutToTheFailure(CONTEXT& context) {
   return true;
 }
 
+// The unwind tables need no heap: the walk needs no thread of its own.
 bool StartWalker() { return true; }
 void StopWalker() {}
 
@@ -352,6 +353,8 @@ struct Walker {
   HANDLE thread = nullptr;
   HANDLE start = nullptr;  // set when a failure is ready, or when the handler is removed
   HANDLE done = nullptr;   // set when the walk is done
+  // The walk's own copy: a walk given up on may still be writing when the walk without the heap
+  // fills the handler's frames.
   StackFrameEntry frames[deskaid::kMaxCrashFrames + 1];
   size_t count = 0;
 };
