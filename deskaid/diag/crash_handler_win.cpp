@@ -236,6 +236,50 @@ bool WriteDump(const char* path) {
   return dumped;
 }
 
+// The functions through which the runtime reports a failure (abort, std::terminate, a pure
+// virtual call, an invalid parameter, an assertion), and the handler's own, by where each starts.
+struct FunctionStarts {
+  DWORD64 starts[32] = {};
+  size_t count = 0;
+
+  // On 64-bit x86 any address within a function, through the unwind tables. On 32-bit x86,
+  // which has none, the addresses given are where calls go, which is where functions start.
+  static DWORD64 StartOf(DWORD64 address) {
+#if defined(_M_X64) || defined(__x86_64__)
+    DWORD64 imageBase = 0;
+    PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(address, &imageBase, nullptr);
+    return function != nullptr ? imageBase + function->BeginAddress : 0;
+#else
+    return address;
+#endif
+  }
+  void Add(const void* function) {
+    const DWORD64 start = StartOf(reinterpret_cast<uintptr_t>(function));
+    if (start != 0 && count < sizeof starts / sizeof starts[0]) starts[count++] = start;
+  }
+  bool Holds(DWORD64 address) const {
+    const DWORD64 start = StartOf(address);
+    for (size_t i = 0; i < count; ++i)
+      if (start != 0 && starts[i] == start) return true;
+    return false;
+  }
+};
+
+FunctionStarts g_reportingFunctions;
+HMODULE g_runtimeModules[3];
+
+bool InRuntimeModule(DWORD64 address) {
+  const uint64_t module = deskaid::LoadedImageBase(address);
+  for (HMODULE runtime : g_runtimeModules)
+    if (runtime != nullptr && reinterpret_cast<uintptr_t>(runtime) == module) return true;
+  return false;
+}
+
+// How many frames from the handler the search for the runtime's reporting functions looks: the
+// runtime reaches the handler within a few, and an unrelated one further out (a throw that is
+// still being unwound, say) must not be taken for them.
+constexpr int kReportingDepth = 8;
+
 #if defined(_M_X64) || defined(__x86_64__)
 // The failing thread's frames, through the images' unwind tables, as the system's own exception
 // dispatch walks them: without the heap, which the failing thread may hold locked.
@@ -277,63 +321,27 @@ size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
   return count;
 }
 
-// The functions through which the runtime reports a failure (abort, std::terminate, a pure
-// virtual call, an invalid parameter, an assertion), and the handler's own, by where each starts.
-struct FunctionStarts {
-  DWORD64 starts[32] = {};
-  size_t count = 0;
-
-  static DWORD64 StartOf(DWORD64 address) {
-    DWORD64 imageBase = 0;
-    PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(address, &imageBase, nullptr);
-    return function != nullptr ? imageBase + function->BeginAddress : 0;
-  }
-  void Add(const void* function) {
-    const DWORD64 start = StartOf(reinterpret_cast<uintptr_t>(function));
-    if (start != 0 && count < sizeof starts / sizeof starts[0]) starts[count++] = start;
-  }
-  bool Holds(DWORD64 address) const {
-    const DWORD64 start = StartOf(address);
-    for (size_t i = 0; i < count; ++i)
-      if (start != 0 && starts[i] == start) return true;
-    return false;
-  }
-};
-
-FunctionStarts g_reportingFunctions;
-HMODULE g_runtimeModules[3];
-
-bool InRuntimeModule(DWORD64 address) {
-  const uint64_t module = deskaid::LoadedImageBase(address);
-  for (HMODULE runtime : g_runtimeModules)
-    if (runtime != nullptr && reinterpret_cast<uintptr_t>(runtime) == module) return true;
-  return false;
-}
-
-// How many frames from the handler the search for the runtime's reporting functions looks: the
-// runtime reaches the handler within a few, and an unrelated one further out (a throw that is
-// still being unwound, say) must not be taken for them.
-constexpr int kReportingDepth = 8;
-
 // Moves `context`, captured inside the handler, out to the host's code that failed: the caller of
 // the outermost reporting function within kReportingDepth frames, past any frames of the C
-// runtime's own modules. Unchanged, and false, when the stack cannot be followed.
-bool StepOutToTheFailure(CONTEXT& context) {
+// runtime's own modules. Returns an address inside the failing call instruction, as its return
+// address may already belong to the next line; unchanged, and 0, when the stack cannot be
+// followed.
+uint64_t StepOutToTheFailure(CONTEXT& context, uintptr_t /*returnSlot*/) {
   CONTEXT walk = context;
   int reportedAt = -1;
   for (int depth = 0; depth < kReportingDepth && walk.Rip != 0; ++depth) {
     if (g_reportingFunctions.Holds(walk.Rip)) reportedAt = depth;
     if (!UnwindFrame(walk)) break;
   }
-  if (reportedAt < 0) return false;
+  if (reportedAt < 0) return 0;
   walk = context;
   for (int depth = 0; depth <= reportedAt; ++depth)
-    if (!UnwindFrame(walk)) return false;
+    if (!UnwindFrame(walk)) return 0;
   for (int depth = 0; depth < kReportingDepth && InRuntimeModule(walk.Rip); ++depth)
-    if (!UnwindFrame(walk)) return false;
-  if (walk.Rip == 0) return false;
+    if (!UnwindFrame(walk)) return 0;
+  if (walk.Rip == 0) return 0;
   context = walk;
-  return true;
+  return context.Rip - 1;
 }
 
 // The unwind tables need no heap: the walk needs no thread of its own.
@@ -450,6 +458,83 @@ size_t WalkWithoutHeap(StackFrameEntry* frames, size_t capacity) {
     if (chained) fp = word(fp);
   }
   return count;
+}
+
+// A word of memory read with no fault: in committed, readable image memory, as import slots are.
+bool ReadImageWord(uintptr_t at, uint32_t& value) {
+  MEMORY_BASIC_INFORMATION memory;
+  if (VirtualQuery(reinterpret_cast<void*>(at), &memory, sizeof memory) == 0) return false;
+  const DWORD readable = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
+                         PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+  const uintptr_t regionEnd = reinterpret_cast<uintptr_t>(memory.BaseAddress) + memory.RegionSize;
+  if (memory.State != MEM_COMMIT || memory.Type != MEM_IMAGE || (memory.Protect & readable) == 0 ||
+      (memory.Protect & PAGE_GUARD) != 0 || at + 4 > regionEnd)
+    return false;
+  std::memcpy(&value, reinterpret_cast<const void*>(at), 4);
+  return true;
+}
+
+// Where the call right before `returnAddress` (one FollowsCall accepts) goes, when the code alone
+// tells: a direct call, or a call through an import slot; an import thunk (a jump through a slot)
+// is followed to the function itself. 0 for a call through a register or a computed address.
+uintptr_t CallTarget(uintptr_t returnAddress) {
+  const uint8_t* code = reinterpret_cast<const uint8_t*>(returnAddress);
+  uint32_t operand = 0, target = 0;
+  std::memcpy(&operand, code - 4, 4);
+  if (code[-5] == 0xE8) {
+    target = static_cast<uint32_t>(returnAddress) + operand;
+  } else if (code[-6] != 0xFF || code[-5] != 0x15 || !ReadImageWord(operand, target)) {
+    return 0;
+  }
+  uint32_t thunk = 0, slot = 0, imported = 0;
+  if (ReadImageWord(target, thunk) && (thunk & 0xFFFF) == 0x25FF &&
+      ReadImageWord(target + 2, slot) && ReadImageWord(slot, imported))
+    target = imported;
+  return target;
+}
+
+// Moves `context`, captured inside the handler, out to the host's code that failed. With no
+// unwind tables on 32-bit x86, frames are found as the return addresses on the stack, from the
+// one through which the runtime (or the host) called the handler, at `returnSlot`. Among the
+// first kReportingDepth, the outermost that follows a call to one of the runtime's reporting
+// functions is the failing call; where none does, the handler's own caller is. Frames of the C
+// runtime's own modules are then stepped past. Returns an address inside the failing call
+// instruction, where the context's program counter is put too: the debug-help walk looks a
+// frame's unwind data up at the program counter itself, and the return address of a call that
+// does not return can lie past the end of its function. Unchanged, and 0, when the stack cannot
+// be followed.
+uint64_t StepOutToTheFailure(CONTEXT& context, uintptr_t returnSlot) {
+  MEMORY_BASIC_INFORMATION stack;
+  if (VirtualQuery(reinterpret_cast<void*>(returnSlot), &stack, sizeof stack) == 0) return 0;
+  const uintptr_t top = reinterpret_cast<uintptr_t>(stack.BaseAddress) + stack.RegionSize;
+  const auto word = [](uintptr_t at) { return *reinterpret_cast<const uint32_t*>(at); };
+  uintptr_t slots[2 * kReportingDepth];
+  int count = 0;
+  for (uintptr_t at = returnSlot; count < 2 * kReportingDepth && at + 4 <= top &&
+                                  at - returnSlot < kScanBytes && returnSlot % 4 == 0;
+       at += 4)
+    if (FollowsCall(word(at))) slots[count++] = at;
+  int failing = 0;
+  for (int i = 0; i < count && i < kReportingDepth; ++i)
+    if (g_reportingFunctions.Holds(CallTarget(word(slots[i])))) failing = i;
+  while (failing < count && InRuntimeModule(word(slots[failing]))) ++failing;
+  if (failing >= count) return 0;
+  const uintptr_t at = slots[failing];
+  // The frame pointer at the failing call: each frame below it that keeps one saved the value
+  // it found at its base, so the chain leads out to the first value not below the call. It
+  // starts at the handler's entry, which keeps a frame pointer where GCC or clang built it
+  // (DESKAID_RETURN_SLOT): its caller's lies right below the return address.
+#ifdef __GNUC__
+  uintptr_t fp = word(returnSlot - 4);
+#else
+  uintptr_t fp = context.Ebp;
+#endif
+  for (int link = 0; link < 64 && fp % 4 == 0 && fp >= returnSlot && fp < at; ++link)
+    fp = word(fp);
+  context.Eip = word(at) - 1;
+  context.Esp = static_cast<DWORD>(at + 4);
+  context.Ebp = static_cast<DWORD>(fp);
+  return context.Eip;
 }
 
 size_t WalkFailingThread(StackFrameEntry* frames, size_t capacity) {
@@ -621,19 +706,15 @@ void CaptureContext(CONTEXT& context) {
 }
 
 // A failure reported by the runtime rather than raised by the processor: the record is made up
-// here, with the code Windows gives such failures, at the host's call that failed (64-bit builds;
-// 32-bit ones give the place of the report).
-[[noreturn]] void OnRuntimeFailure(DWORD code, const char* name) {
+// here, with the code Windows gives such failures, at the host's call that failed. `returnSlot`
+// is where the handler's entry keeps the address it returns to.
+[[noreturn]] void OnRuntimeFailure(DWORD code, const char* name, uintptr_t returnSlot) {
   Claim();
   g_failure.code = code;
   g_failure.name = name;
   CaptureContext(g_failure.context);
   uint64_t address = deskaid::ProgramCounterOf(g_failure.context);
-#if defined(_M_X64) || defined(__x86_64__)
-  // The host's call that failed: an address inside the call instruction, as its return address
-  // may already belong to the next line.
-  if (StepOutToTheFailure(g_failure.context)) address = g_failure.context.Rip - 1;
-#endif
+  if (const uint64_t call = StepOutToTheFailure(g_failure.context, returnSlot)) address = call;
   std::memset(&g_failure.record, 0, sizeof g_failure.record);
   g_failure.record.ExceptionCode = code;
   g_failure.record.ExceptionFlags = EXCEPTION_NONCONTINUABLE;
@@ -660,16 +741,15 @@ _invalid_parameter_handler SetInvalidParameterHandler(_invalid_parameter_handler
   return previous;
 }
 
-void OnAbort(int) { OnRuntimeFailure(kFatalAppExit, "abort"); }
-[[noreturn]] void OnTerminate() { OnRuntimeFailure(kFatalAppExit, "std::terminate"); }
+void OnAbort(int) { OnRuntimeFailure(kFatalAppExit, "abort", DESKAID_RETURN_SLOT()); }
+[[noreturn]] void OnTerminate() { OnRuntimeFailure(kFatalAppExit, "std::terminate", DESKAID_RETURN_SLOT()); }
 void OnInvalidParameter(const wchar_t*, const wchar_t*, const wchar_t*, unsigned, uintptr_t) {
-  OnRuntimeFailure(kInvalidCrtParameter, "invalid parameter");
+  OnRuntimeFailure(kInvalidCrtParameter, "invalid parameter", DESKAID_RETURN_SLOT());
 }
 #ifdef _MSC_VER
-void OnPureCall() { OnRuntimeFailure(kFatalAppExit, "pure virtual call"); }
+void OnPureCall() { OnRuntimeFailure(kFatalAppExit, "pure virtual call", DESKAID_RETURN_SLOT()); }
 #endif
 
-#if defined(_M_X64) || defined(__x86_64__)
 // Finds the functions StepOutToTheFailure looks for: the handler's own, the C++ runtime's entries
 // (linked into the host, or imported), and the C runtime DLLs' reporting functions.
 void FindReportingFunctions() {
@@ -708,7 +788,6 @@ void FindReportingFunctions() {
         functions.Add(reinterpret_cast<const void*>(function));
   }
 }
-#endif
 
 }  // namespace
 
@@ -724,9 +803,7 @@ bool InstallCrashHandler(const CrashHandlerOptions* options) {
   g_installed.previousAbort = previousAbort;
   deskaid::PrepareBasicMinidump();
   deskaid::platform::ExecutablePath(g_exePath, sizeof g_exePath);
-#if defined(_M_X64) || defined(__x86_64__)
   FindReportingFunctions();
-#endif
   // Room on the installing thread's stack for the filter after a stack overflow, which hands the
   // work to the handler's thread. Other threads keep the system's own guarantee.
   ULONG guarantee = kStackGuarantee;

@@ -98,9 +98,6 @@ struct Dump {
 #endif
 
 // Each failure: its name in the first crash record, exit code or signal, and crashing function.
-#ifdef _WIN32
-const char* const kAtTheCall = sizeof(void*) == 8 ? "CrashingFunction" : nullptr;
-#endif
 const struct Failure {
   const char *kind, *name;
   unsigned long status;
@@ -111,11 +108,11 @@ const struct Failure {
     {"divide", "EXCEPTION_INT_DIVIDE_BY_ZERO", 0xC0000094, "CrashingFunction"},
     {"illegal", "EXCEPTION_ILLEGAL_INSTRUCTION", 0xC000001D, "CrashingFunction"},
     {"stack", "EXCEPTION_STACK_OVERFLOW", 0xC00000FD, "Recurse"},
-    // The runtime's failures, at the host's call that failed (64-bit builds).
-    {"abort", "abort", 0x40000015, kAtTheCall},
-    {"terminate", "std::terminate", 0x40000015, kAtTheCall},
-    {"purecall", "std::terminate", 0x40000015, kAtTheCall},
-    {"parameter", "invalid parameter", 0xC0000417, kAtTheCall},
+    // The runtime's failures, at the host's call that failed.
+    {"abort", "abort", 0x40000015, "CrashingFunction"},
+    {"terminate", "std::terminate", 0x40000015, "CrashingFunction"},
+    {"purecall", "std::terminate", 0x40000015, "CrashingFunction"},
+    {"parameter", "invalid parameter", 0xC0000417, "CrashingFunction"},
     {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, nullptr, "nolog"},  // dump beside the exe
 };
 constexpr unsigned long kSecondFailureStatus =

@@ -4,6 +4,9 @@
 #include <windows.h>
 
 #include <cstdint>
+#ifdef _MSC_VER
+#include <intrin.h>
+#endif
 
 namespace deskaid {
 
@@ -16,6 +19,16 @@ inline uint64_t StackPointerOf(const CONTEXT& context) { return context.Esp; }
 #endif
 
 }  // namespace deskaid
+
+// Where the function in which this stands keeps the address it returns to: the stack slot just
+// above its caller's frame, from which the caller's frames are found. GCC and clang keep a frame
+// pointer in a function that asks for its frame's address.
+#ifdef _MSC_VER
+#define DESKAID_RETURN_SLOT() reinterpret_cast<uintptr_t>(_AddressOfReturnAddress())
+#else
+#define DESKAID_RETURN_SLOT() \
+  (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) + sizeof(void*))
+#endif
 
 #if defined(__GNUC__) && defined(__i386__)
 // The program counter, frame and stack pointer of the code in which this stands, on 32-bit x86
