@@ -241,14 +241,11 @@ class PowersVersusGmp : public ::testing::TestWithParam<PowerForm> {
     deskaid::UseDigitProducts(true);
   }
 };
+const char* const kPowerFormNames[] = {"PlainRows", "WideRows", "Digits"};
 INSTANTIATE_TEST_SUITE_P(, PowersVersusGmp,
                          ::testing::Values(PowerForm::kPlainRows, PowerForm::kWideRows,
                                            PowerForm::kDigits),
-                         [](const auto& test) {
-                           return test.param == PowerForm::kDigits     ? "Digits"
-                                  : test.param == PowerForm::kWideRows ? "WideRows"
-                                                                       : "PlainRows";
-                         });
+                         [](const auto& test) { return kPowerFormNames[int(test.param)]; });
 
 // The base comes back squared for each exponent bit but the top one (1 leaves it alone). An odd
 // modulus takes the Montgomery route; the plain one of its negation must leave the same words.
