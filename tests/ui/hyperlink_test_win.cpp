@@ -20,7 +20,6 @@ TEST(HyperLink, PlainStaticTargetsItsOwnText) {
   // Its target, tooltip and link rectangle: the host tests.
   HWND control = dialog.Attach(link, "http://example.invalid/", 0, kId);
   EXPECT_NE(0u, ::GetWindowLongA(control, GWL_STYLE) & SS_NOTIFY);
-  EXPECT_EQ(LinkStatePaintLabel | LinkStateOwnsFont, link.GetState());
 
   // Every SetTarget adds a tool; none is removed.
   HWND tip = link.GetToolTip();
@@ -32,11 +31,6 @@ TEST(HyperLink, PlainStaticTargetsItsOwnText) {
 
   EXPECT_EQ(reinterpret_cast<HFONT>(::SendMessageA(dialog.hwnd(), WM_GETFONT, 0, 0)),
             link.GetNormalFont());
-  // Painted in the link colour, underlined, inside the measured rectangle only.
-  const RECT r = link.GetLinkRect();
-  Picture picture = Render(control);
-  EXPECT_GE(picture.LongestRun(kBlue), r.right - 2);
-  EXPECT_EQ(0, picture.Count(kBlue, r.right));
 
   // Centred and right-aligned statics move the link's rectangle with their text.
   CHyperLinkEx centre, right;
@@ -88,8 +82,10 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
       {LinkStyleCommandButton, nullptr, 2, 0, false},
       {LinkStyleNotifyButton, nullptr, 0, 2, false},
   };
+  HFONT made = nullptr;  // the link font each control made, gone with it
   for (const auto& m : modes) {
     SCOPED_TRACE(m.style);
+    EXPECT_EQ(0u, ::GetObjectType(made));
     LinkDialog dialog;
     CHyperLinkEx link;
     if (m.target != nullptr) link.SetTarget(m.target);
@@ -112,6 +108,7 @@ TEST(HyperLink, KeysFollowTheLinkInEachMode) {
     const Picture grey = Render(control);
     EXPECT_EQ(0, grey.Count(kPurple) + grey.Count(kBlue));
     EXPECT_GE(grey.LongestRun(::GetSysColor(COLOR_GRAYTEXT)), link.GetLinkRect().right - 2);
+    made = link.GetLinkFont();
   }
   EXPECT_TRUE(WaitUntil(
       [&] { return ::GetFileAttributesA(marker.c_str()) != INVALID_FILE_ATTRIBUTES; }, 10000))
@@ -176,7 +173,6 @@ TEST(HyperLink, IconStaticKeepsItsPaintingAndIsAllLink) {
   CHyperLinkEx link;
   link.SetTarget("http://icon.invalid/");
   ASSERT_TRUE(link.AttachToWindow(control));
-  EXPECT_EQ(nullptr, link.GetLinkFont());
   // The static draws its icon itself: more than one colour in the picture.
   Picture picture = Render(control);
   EXPECT_LT(picture.Count(picture.at(0, 0)), picture.width * picture.height);
@@ -197,7 +193,7 @@ TEST(HyperLink, OwnWindowAndWindowDestruction) {
   CHyperLinkEx link;
   HWND own = link.Create(dialog.hwnd(), RECT{10, 10, 200, 30}, "http://own.invalid/", 0, 0, kId);
   ASSERT_NE(nullptr, own);
-  EXPECT_EQ(0x56000000u, ::GetWindowLongA(own, GWL_STYLE) & 0x56000000u);
+  EXPECT_TRUE(::IsWindowVisible(own) && ::GetParent(own) == dialog.hwnd());
   EXPECT_STREQ("http://own.invalid/", link.GetTarget());
   EXPECT_EQ(0u, ::GetWindowLongA(own, GWL_STYLE) & SS_NOTIFY);  // not a static: left alone
   ::DestroyWindow(own);
