@@ -34,37 +34,38 @@ inline const DLGTEMPLATE* Template(WORD (&buffer)[64]) {
   return tmpl;
 }
 
-// A static with the dialog's font; the place is given in pixels for 96 DPI and scaled to the
-// display's DPI, as the dialog's font is.
-inline HWND AddStatic(HWND dialog, const char* text, int id, int x, int y, int width) {
-  const int dpi = ::GetDeviceCaps(deskaid::ScopedWindowDC(nullptr), LOGPIXELSY);
-  auto px = [dpi](int pixels) { return ::MulDiv(pixels, dpi, 96); };
-  HWND control = ::CreateWindowExA(
-      0, "STATIC", text, WS_CHILD | WS_VISIBLE | SS_LEFT, px(x), px(y), px(width), px(18), dialog,
-      reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), ::GetModuleHandleA(nullptr), nullptr);
+// A static of `style` with the dialog's font, at `r` in pixels.
+inline HWND AddStatic(HWND dialog, const char* text, DWORD style, int id, RECT r) {
+  HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | style, r.left, r.top,
+                                   r.right - r.left, r.bottom - r.top, dialog,
+                                   reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
+                                   ::GetModuleHandleA(nullptr), nullptr);
   ::SendMessageA(control, WM_SETFONT, ::SendMessageA(dialog, WM_GETFONT, 0, 0), FALSE);
   return control;
 }
 
 // Adds the labels and attaches the links (statics 100-104).
 inline void AddLinks(HWND dialog, Links& links) {
-  AddStatic(dialog, "Plain link, its text is the address:", 100, 12, 10, 330);
-  links.plain.AttachToWindow(AddStatic(dialog, "https://www.example.com/", 101, 24, 28, 300));
+  // Each place is given in pixels for 96 DPI and scaled to the display's, as the dialog's font is.
+  const int dpi = ::GetDeviceCaps(deskaid::ScopedWindowDC(nullptr), LOGPIXELSY);
+  auto add = [&](const char* text, int id, int x, int y, int width) {
+    auto px = [dpi](int pixels) { return ::MulDiv(pixels, dpi, 96); };
+    return AddStatic(dialog, text, SS_LEFT, id, {px(x), px(y), px(x) + px(width), px(y) + px(18)});
+  };
+  add("Plain link, its text is the address:", 100, 12, 10, 330);
+  links.plain.AttachToWindow(add("https://www.example.com/", 101, 24, 28, 300));
 
   links.tagged.SetExtendedStyle(LinkStyleUseTags);
   links.tagged.SetTarget("https://www.example.com/notes");
-  links.tagged.AttachToWindow(
-      AddStatic(dialog, "Read the <A>release notes</A> first.", 102, 12, 58, 330));
+  links.tagged.AttachToWindow(add("Read the <A>release notes</A> first.", 102, 12, 58, 330));
 
   links.bold.SetExtendedStyle(LinkStyleUseTagsBold | LinkStyleCommandButton);
-  links.bold.AttachToWindow(
-      AddStatic(dialog, "Questions? <A>Contact support</A> any time.", 103, 12, 84, 330));
+  links.bold.AttachToWindow(add("Questions? <A>Contact support</A> any time.", 103, 12, 84, 330));
 
   links.hover.SetExtendedStyle(LinkStyleUnderlineHover);
   links.hover.SetTarget("https://www.example.com/hover");
   links.hover.SetLinkColor(RGB(0, 128, 64));
-  links.hover.AttachToWindow(
-      AddStatic(dialog, "Underlined while the pointer is over it", 104, 12, 110, 330));
+  links.hover.AttachToWindow(add("Underlined while the pointer is over it", 104, 12, 110, 330));
 }
 
 }  // namespace hyperlink_demo

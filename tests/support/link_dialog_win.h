@@ -36,12 +36,7 @@ class LinkDialog {
   ~LinkDialog() { ::DestroyWindow(m_hWnd); }
   HWND hwnd() const { return m_hWnd; }
   HWND AddStatic(const char* text, DWORD style, int id, RECT r = {10, 10, 250, 30}) {
-    HWND control = ::CreateWindowExA(0, "STATIC", text, WS_CHILD | WS_VISIBLE | style, r.left,
-                                     r.top, r.right - r.left, r.bottom - r.top, m_hWnd,
-                                     reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
-                                     ::GetModuleHandleA(nullptr), nullptr);
-    ::SendMessageA(control, WM_SETFONT, ::SendMessageA(m_hWnd, WM_GETFONT, 0, 0), FALSE);
-    return control;
+    return hyperlink_demo::AddStatic(m_hWnd, text, style, id, r);
   }
   // A left-aligned static attached to `link`, given `linkStyle` first.
   HWND Attach(CHyperLinkEx& link, const char* text, DWORD linkStyle, int id,
