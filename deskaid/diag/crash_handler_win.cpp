@@ -37,6 +37,7 @@
 #include "deskaid/diag/internal/fixed_text.h"
 #include "deskaid/diag/internal/minidump_completion_win.h"
 #include "deskaid/diag/internal/module_identity.h"
+#include "deskaid/diag/internal/own_memory.h"
 #include "deskaid/diag/internal/register_capture_win.h"
 #include "deskaid/diag/log_writer.h"
 #include "deskaid/diag/symbol_engine.h"
@@ -433,45 +434,36 @@ bool FollowsCall(uintptr_t address) {
          (code[-6] == 0xFF && (code[-5] == 0x15 || (code[-5] & 0xF8) == 0x90));    // disp32
 }
 
+// The end of the committed stack above `sp`, within which its words can be read; 0 when `sp`
+// is not in memory at all.
+uintptr_t StackTop(uintptr_t sp) {
+  MEMORY_BASIC_INFORMATION stack;
+  if (VirtualQuery(reinterpret_cast<void*>(sp), &stack, sizeof stack) == 0) return 0;
+  return reinterpret_cast<uintptr_t>(stack.BaseAddress) + stack.RegionSize;
+}
+
+uint32_t StackWord(uintptr_t at) { return *reinterpret_cast<const uint32_t*>(at); }
+
 // The failing thread's frames without the heap: through the chain of frame pointers where it
 // holds, else through the first word above the stack pointer that may be a return address.
 size_t WalkWithoutHeap(StackFrameEntry* frames, size_t capacity) {
   const CONTEXT& context = g_failure.context;
-  MEMORY_BASIC_INFORMATION stack;
-  if (VirtualQuery(reinterpret_cast<void*>(static_cast<uintptr_t>(context.Esp)), &stack,
-                   sizeof stack) == 0)
-    return 0;
-  const uintptr_t top = reinterpret_cast<uintptr_t>(stack.BaseAddress) + stack.RegionSize;
-  const auto word = [](uintptr_t at) { return *reinterpret_cast<const uint32_t*>(at); };
+  const uintptr_t top = StackTop(context.Esp);
   uintptr_t pc = context.Eip, sp = context.Esp, fp = context.Ebp;
   size_t count = 0;
   while (count < capacity) {
     uintptr_t returnAt = 0;
-    const bool chained = fp >= sp && fp % 4 == 0 && fp + 8 <= top && FollowsCall(word(fp + 4));
+    const bool chained = fp >= sp && fp % 4 == 0 && fp + 8 <= top && FollowsCall(StackWord(fp + 4));
     if (chained) returnAt = fp + 4;
     for (uintptr_t at = sp; returnAt == 0 && at + 4 <= top && at - sp < kScanBytes; at += 4)
-      if (FollowsCall(word(at))) returnAt = at;
+      if (FollowsCall(StackWord(at))) returnAt = at;
     if (returnAt == 0) break;
-    frames[count++] = StackFrameEntry{pc, word(returnAt), fp};
-    pc = word(returnAt);
+    frames[count++] = StackFrameEntry{pc, StackWord(returnAt), fp};
+    pc = StackWord(returnAt);
     sp = returnAt + 4;
-    if (chained) fp = word(fp);
+    if (chained) fp = StackWord(fp);
   }
   return count;
-}
-
-// A word of memory read with no fault: in committed, readable image memory, as import slots are.
-bool ReadImageWord(uintptr_t at, uint32_t& value) {
-  MEMORY_BASIC_INFORMATION memory;
-  if (VirtualQuery(reinterpret_cast<void*>(at), &memory, sizeof memory) == 0) return false;
-  const DWORD readable = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
-                         PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
-  const uintptr_t regionEnd = reinterpret_cast<uintptr_t>(memory.BaseAddress) + memory.RegionSize;
-  if (memory.State != MEM_COMMIT || memory.Type != MEM_IMAGE || (memory.Protect & readable) == 0 ||
-      (memory.Protect & PAGE_GUARD) != 0 || at + 4 > regionEnd)
-    return false;
-  std::memcpy(&value, reinterpret_cast<const void*>(at), 4);
-  return true;
 }
 
 // Where the call right before `returnAddress` (one FollowsCall accepts) goes, when the code alone
@@ -483,13 +475,16 @@ uintptr_t CallTarget(uintptr_t returnAddress) {
   std::memcpy(&operand, code - 4, 4);
   if (code[-5] == 0xE8) {
     target = static_cast<uint32_t>(returnAddress) + operand;
-  } else if (code[-6] != 0xFF || code[-5] != 0x15 || !ReadImageWord(operand, target)) {
+  } else if (code[-6] != 0xFF || code[-5] != 0x15 ||
+             !deskaid::ReadOwnMemory(operand, &target, sizeof target)) {
     return 0;
   }
-  uint32_t thunk = 0, slot = 0, imported = 0;
-  if (ReadImageWord(target, thunk) && (thunk & 0xFFFF) == 0x25FF &&
-      ReadImageWord(target + 2, slot) && ReadImageWord(slot, imported))
-    target = imported;
+  uint8_t thunk[6];
+  uint32_t slot = 0, imported = 0;
+  if (deskaid::ReadOwnMemory(target, thunk, sizeof thunk) && thunk[0] == 0xFF && thunk[1] == 0x25) {
+    std::memcpy(&slot, thunk + 2, sizeof slot);
+    if (deskaid::ReadOwnMemory(slot, &imported, sizeof imported)) target = imported;
+  }
   return target;
 }
 
@@ -504,20 +499,17 @@ uintptr_t CallTarget(uintptr_t returnAddress) {
 // does not return can lie past the end of its function. Unchanged, and 0, when the stack cannot
 // be followed.
 uint64_t StepOutToTheFailure(CONTEXT& context, uintptr_t returnSlot) {
-  MEMORY_BASIC_INFORMATION stack;
-  if (VirtualQuery(reinterpret_cast<void*>(returnSlot), &stack, sizeof stack) == 0) return 0;
-  const uintptr_t top = reinterpret_cast<uintptr_t>(stack.BaseAddress) + stack.RegionSize;
-  const auto word = [](uintptr_t at) { return *reinterpret_cast<const uint32_t*>(at); };
+  const uintptr_t top = StackTop(returnSlot);
+  if (returnSlot % 4 != 0) return 0;
   uintptr_t slots[2 * kReportingDepth];
   int count = 0;
-  for (uintptr_t at = returnSlot; count < 2 * kReportingDepth && at + 4 <= top &&
-                                  at - returnSlot < kScanBytes && returnSlot % 4 == 0;
-       at += 4)
-    if (FollowsCall(word(at))) slots[count++] = at;
+  for (uintptr_t at = returnSlot;
+       count < 2 * kReportingDepth && at + 4 <= top && at - returnSlot < kScanBytes; at += 4)
+    if (FollowsCall(StackWord(at))) slots[count++] = at;
   int failing = 0;
   for (int i = 0; i < count && i < kReportingDepth; ++i)
-    if (g_reportingFunctions.Holds(CallTarget(word(slots[i])))) failing = i;
-  while (failing < count && InRuntimeModule(word(slots[failing]))) ++failing;
+    if (g_reportingFunctions.Holds(CallTarget(StackWord(slots[i])))) failing = i;
+  while (failing < count && InRuntimeModule(StackWord(slots[failing]))) ++failing;
   if (failing >= count) return 0;
   const uintptr_t at = slots[failing];
   // The frame pointer at the failing call: each frame below it that keeps one saved the value
@@ -525,13 +517,13 @@ uint64_t StepOutToTheFailure(CONTEXT& context, uintptr_t returnSlot) {
   // starts at the handler's entry, which keeps a frame pointer where GCC or clang built it
   // (DESKAID_RETURN_SLOT): its caller's lies right below the return address.
 #ifdef __GNUC__
-  uintptr_t fp = word(returnSlot - 4);
+  uintptr_t fp = StackWord(returnSlot - 4);
 #else
   uintptr_t fp = context.Ebp;
 #endif
   for (int link = 0; link < 64 && fp % 4 == 0 && fp >= returnSlot && fp < at; ++link)
-    fp = word(fp);
-  context.Eip = word(at) - 1;
+    fp = StackWord(fp);
+  context.Eip = StackWord(at) - 1;
   context.Esp = static_cast<DWORD>(at + 4);
   context.Ebp = static_cast<DWORD>(fp);
   return context.Eip;
@@ -742,7 +734,9 @@ _invalid_parameter_handler SetInvalidParameterHandler(_invalid_parameter_handler
 }
 
 void OnAbort(int) { OnRuntimeFailure(kFatalAppExit, "abort", DESKAID_RETURN_SLOT()); }
-[[noreturn]] void OnTerminate() { OnRuntimeFailure(kFatalAppExit, "std::terminate", DESKAID_RETURN_SLOT()); }
+[[noreturn]] void OnTerminate() {
+  OnRuntimeFailure(kFatalAppExit, "std::terminate", DESKAID_RETURN_SLOT());
+}
 void OnInvalidParameter(const wchar_t*, const wchar_t*, const wchar_t*, unsigned, uintptr_t) {
   OnRuntimeFailure(kInvalidCrtParameter, "invalid parameter", DESKAID_RETURN_SLOT());
 }
