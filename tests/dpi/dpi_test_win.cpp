@@ -38,59 +38,48 @@ RECT In(HWND dialog, HWND control) {  // the control's place in the dialog's cli
 // Every control of `dialog` lies inside its client area, and what `drawn` says the control draws
 // (in its client area) lies inside the control.
 void CheckControls(HWND dialog, const std::function<RECT(HWND control, const RECT& inner)>& drawn) {
-  RECT client;
-  GetClientRect(dialog, &client);
+  const RECT client = ClientRect(dialog);
   for (HWND control = GetWindow(dialog, GW_CHILD); control != nullptr;
        control = GetWindow(control, GW_HWNDNEXT)) {
-    RECT inner;
-    GetClientRect(control, &inner);
-    const RECT need = drawn(control, inner);
+    const RECT inner = ClientRect(control), need = drawn(control, inner);
     EXPECT_TRUE(Inside(In(dialog, control), client)) << "control " << GetDlgCtrlID(control);
     EXPECT_TRUE(Inside(need, inner))
         << "control " << GetDlgCtrlID(control) << " needs " << need.right << "x" << need.bottom;
   }
 }
 
-// What a message box's control draws: the icon unclipped, the message wrapped in its width, a
-// check box's mark and caption, a push button's caption inside its border.
-RECT BoxDrawing(HWND control, const RECT& inner) {
-  const std::wstring text = TextOf(control);
-  SIZE need;
-  if (GetDlgCtrlID(control) == ID_ICON) {
-    need = {GetSystemMetrics(SM_CXICON), GetSystemMetrics(SM_CYICON)};
-  } else if (GetDlgCtrlID(control) == ID_FIRSTTEXT) {
-    need = Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, inner.right);
-  } else {
-    need = Needed(control, text, DT_SINGLELINE, 1 << 20);
-    const bool check = (GetWindowLongW(control, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX;
-    need.cx += check ? GetSystemMetrics(SM_CXMENUCHECK) + 4 : 8;
-    need.cy += check ? 0 : 4;
-  }
-  return {0, 0, need.cx, need.cy};
-}
-
 enum Row { kCentred, kRight, kAnywhere };
 
-// A shown box: its controls fit; the text lies right of the icon; the push buttons are one row of
-// equal, evenly spaced buttons below both, centred or at the right; the check box lies below the
-// row. Closes the box.
+// A shown box: its controls fit (the icon unclipped, the message wrapped in its width, a check
+// box's mark and caption, a push button's caption inside its border); the text lies right of the
+// icon; the push buttons are one row of equal, evenly spaced buttons below both, centred or at the
+// right; the check box lies below the row. Closes the box.
 void CheckBox(HWND dialog, Row align) {
-  CheckControls(dialog, BoxDrawing);
+  std::vector<RECT> row;
+  RECT check{};
+  CheckControls(dialog, [&](HWND control, const RECT& inner) {
+    const std::wstring text = TextOf(control);
+    if (GetDlgCtrlID(control) == ID_ICON)
+      return RECT{0, 0, GetSystemMetrics(SM_CXICON), GetSystemMetrics(SM_CYICON)};
+    if (GetDlgCtrlID(control) == ID_FIRSTTEXT)
+      return Needed(control, text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, inner.right);
+    RECT need = Needed(control, text, DT_SINGLELINE);
+    if ((GetWindowLongW(control, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX) {
+      check = In(dialog, control);
+      need.right += GetSystemMetrics(SM_CXMENUCHECK) + 4;
+    } else {
+      row.push_back(In(dialog, control));
+      need.right += 8;
+      need.bottom += 4;
+    }
+    return need;
+  });
   RECT units = {0, 0, 3, 0};  // a dialog unit either way and the rounding to pixels
   MapDialogRect(dialog, &units);
   const int slack = units.right;
   const RECT text = In(dialog, GetDlgItem(dialog, ID_FIRSTTEXT)),
              icon = In(dialog, GetDlgItem(dialog, ID_ICON));
   EXPECT_GE(text.left, icon.right);
-  std::vector<RECT> row;
-  RECT check{};
-  for (HWND c = GetWindow(dialog, GW_CHILD); c != nullptr; c = GetWindow(c, GW_HWNDNEXT)) {
-    if (GetDlgCtrlID(c) == ID_ICON || GetDlgCtrlID(c) == ID_FIRSTTEXT) continue;  // the statics
-    if ((GetWindowLongW(c, GWL_STYLE) & 0xF) == BS_AUTOCHECKBOX)
-      check = In(dialog, c);
-    else
-      row.push_back(In(dialog, c));
-  }
   ASSERT_FALSE(row.empty());
   EXPECT_GE(row[0].top, std::max(text.bottom, icon.bottom));
   for (size_t k = 1; k < row.size(); ++k) {
@@ -101,9 +90,7 @@ void CheckBox(HWND dialog, Row align) {
     EXPECT_GT(row[k].left, row[k - 1].right);
   }
   EXPECT_TRUE(check.bottom == 0 || check.top >= row[0].bottom);
-  RECT client;
-  GetClientRect(dialog, &client);
-  const int left = row.front().left, right = client.right - row.back().right;
+  const int left = row.front().left, right = ClientRect(dialog).right - row.back().right;
   EXPECT_TRUE(align != kRight || right + slack < left) << left << ", " << right;
   EXPECT_TRUE(align != kCentred || std::abs(left - right) <= slack) << left << ", " << right;
   for (int id : {IDCANCEL, IDOK, IDCUSTOM1}) PostMessageA(dialog, WM_COMMAND, id, 0);
@@ -115,9 +102,7 @@ void CheckBox(HWND dialog, Row align) {
 TEST(HighDpi, BoxesFit) {
   const char* dpi = std::getenv(kChildVariable);
   if (dpi == nullptr) GTEST_SKIP() << "run by HighDpi.BoxesFitAtEveryDpi";
-  HDC screen = GetDC(nullptr);
-  EXPECT_EQ(GetDeviceCaps(screen, LOGPIXELSY), std::atoi(dpi));
-  ReleaseDC(nullptr, screen);
+  EXPECT_EQ(GetDeviceCaps(deskaid::ScopedWindowDC(nullptr), LOGPIXELSY), std::atoi(dpi));
   MessageDialogParams report{}, countdown{}, custom{};
   report.pfnReport = [](const char*, void*) {};
   countdown.nTimeoutSeconds = 30;
@@ -132,8 +117,7 @@ TEST(HighDpi, BoxesFit) {
     Row align;
   } boxes[] = {
       {"Import finished",
-       "212 records were imported; 3 were skipped because their dates could "
-       "not be read.",
+       "212 records were imported; 3 were skipped because their dates could not be read.",
        MB_OKCANCEL | MB_HELP | MB_ICONASTERISK | MDS_DONTSHOWAGAIN, &report, kCentred},
       {"Unsaved changes", "The document has changed.\n\n\tSave it before closing?",
        MB_YESNOCANCEL | MDS_YESTOALL | MB_ICONQUESTION, &countdown, kCentred},
@@ -169,14 +153,13 @@ TEST(HighDpi, LinksFit) {
   CheckControls(dialog.hwnd(), [&](HWND control, const RECT&) {
     const std::wstring text = TextOf(control);
     const int id = GetDlgCtrlID(control);
-    const SIZE label = Needed(control, text, DT_SINGLELINE, 1 << 20);
-    if (id == 100) return RECT{0, 0, label.cx, label.cy};
+    if (id == 100) return Needed(control, text, DT_SINGLELINE);
     RECT r = linkOf[id - 101]->GetLinkRect();
     // After a tagged link the rest is drawn from the link's right edge on, in the normal font.
     if (const size_t close = text.find(L"</A>"); close != std::wstring::npos) {
-      const SIZE after = Needed(control, text.substr(close + 4), DT_SINGLELINE, 1 << 20);
-      r.right += after.cx;
-      r.bottom = std::max(r.bottom, after.cy);
+      const RECT after = Needed(control, text.substr(close + 4), DT_SINGLELINE);
+      r.right += after.right;
+      r.bottom = std::max(r.bottom, after.bottom);
     }
     return r;
   });

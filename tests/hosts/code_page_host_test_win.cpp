@@ -7,9 +7,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <deskaid/codec/md5.h>
@@ -88,32 +85,27 @@ TEST(CodePageHost, MessageBoxShowsTheHostsTexts) {
       Host(s.buttons[0]) + "\n" + Host(s.buttons[1]) + "\n" + Host(s.buttons[2]);
   ASSERT_LT(buttons.size(), sizeof p.szCustomButtons);
   std::strcpy(p.szCustomButtons, buttons.c_str());
-  const std::string text = Host(s.text), caption = Host(s.link);
-  const std::wstring row =
-      std::wstring(s.buttons[0]) + L"   " + s.buttons[1] + L"   " + s.buttons[2];
-  std::wstring copied = row;  // the copy lists the captions without their access-key marks
+  // The copy lists the captions without their access-key marks.
+  std::wstring copied = std::wstring(s.buttons[0]) + L"   " + s.buttons[1] + L"   " + s.buttons[2];
   copied.erase(std::remove(copied.begin(), copied.end(), L'&'), copied.end());
   EXPECT_EQ(
       msgbox_test::Drive(
-          caption.c_str(), MB_OK, &p,
+          Host(s.link).c_str(), MB_OK, &p,
           [&](HWND dialog) {
             HWND message = GetDlgItem(dialog, ID_FIRSTTEXT);
             EXPECT_EQ(TextOf(dialog), s.link);
             EXPECT_EQ(TextOf(message), s.text);
-            std::wstring shown;
-            for (int id = IDCUSTOM1; id <= IDCUSTOM3; ++id)
-              shown += (id == IDCUSTOM1 ? L"" : L"   ") + TextOf(GetDlgItem(dialog, id));
-            EXPECT_EQ(shown, row);
+            for (int i = 0; i < 3; ++i)
+              EXPECT_EQ(TextOf(GetDlgItem(dialog, IDCUSTOM1 + i)), s.buttons[i]);
             // The message control holds the text as the dialog's font draws it.
-            RECT room;
-            GetClientRect(message, &room);
-            const SIZE needed =
+            const RECT room = ClientRect(message);
+            const RECT needed =
                 Needed(message, s.text, DT_WORDBREAK | DT_EXPANDTABS | DT_NOPREFIX, room.right);
-            EXPECT_TRUE(needed.cx <= room.right && needed.cy <= room.bottom);
+            EXPECT_TRUE(needed.right <= room.right && needed.bottom <= room.bottom);
             EXPECT_EQ(msgbox_test::CopyOf(dialog), msgbox_test::CopyText(s.link, s.text, copied));
             SendMessageW(GetDlgItem(dialog, IDCUSTOM2), BM_CLICK, 0, 0);
           },
-          text.c_str()),
+          Host(s.text).c_str()),
       IDCUSTOM2);
 }
 
@@ -127,19 +119,17 @@ TEST(CodePageHost, HyperlinkShowsLabelsTargetsAndTooltip) {
   CHyperLinkEx plain, tagged;
   HWND control = dialog.Attach(plain, target.c_str(), 0, 101, {10, 10, 390, 30});
   EXPECT_EQ(ToolText(plain.GetToolTip()), s.target);
-  RECT client;
-  GetClientRect(control, &client);
-  EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.target, DT_WORDBREAK, client.right).cx);
+  const LONG width = ClientRect(control).right;  // both statics are 380 pixels wide
+  EXPECT_EQ(plain.GetLinkRect().right, Needed(control, s.target, DT_WORDBREAK, width).right);
 
   ASSERT_TRUE(tagged.SetTarget(target.c_str()));
   const std::wstring before = L"Weiter zu ", label = before + L"<a>" + s.link + L"</A> \u00F6ffnen";
   control = dialog.Attach(tagged, Host(label).c_str(), LinkStyleUseTags, 102, {10, 40, 390, 60});
   EXPECT_EQ(ToolText(tagged.GetToolTip()), s.target);
-  GetClientRect(control, &client);
-  const LONG left = Needed(control, before, DT_WORDBREAK, client.right).cx;
+  const LONG left = Needed(control, before, DT_WORDBREAK, width).right;
   EXPECT_EQ(tagged.GetLinkRect().left, left);  // underlining leaves widths alone
   EXPECT_EQ(tagged.GetLinkRect().right,
-            left + Needed(control, s.link, DT_WORDBREAK, client.right - left).cx);
+            left + Needed(control, s.link, DT_WORDBREAK, width - left).right);
 }
 
 // Texts cut at a byte limit keep whole characters: in a single-byte code page the cut is made at
@@ -173,8 +163,7 @@ TEST(CodePageHost, CutsAtByteLimitsKeepWholeCharacters) {
     EXPECT_NE(GetFileAttributesW(log.c_str()), INVALID_FILE_ATTRIBUTES);
     const std::wstring text = log + L".txt";
     ASSERT_TRUE(ConvertLogToText(Host(log).c_str(), Host(text).c_str(), nullptr));
-    std::ifstream file(std::filesystem::path(text), std::ios::binary);
-    const std::string exported{std::istreambuf_iterator<char>(file), {}};
+    const std::string exported = ReadFileBytes(Host(text));
     const size_t body = exported.find('\t') + 1;
     ASSERT_NE(body, 0u) << exported;
     EXPECT_EQ(exported.substr(body, exported.find('\r', body) - body), Cut(wide, 1023));

@@ -60,6 +60,12 @@ class LinkDialog {
   HWND m_hWnd = nullptr;
 };
 
+inline RECT ClientRect(HWND window) {
+  RECT r{};
+  ::GetClientRect(window, &r);
+  return r;
+}
+
 inline std::wstring ToolText(HWND tooltip, UINT index = 0) {
   wchar_t text[1024] = L"?";
   TTTOOLINFOW info = {};
@@ -93,8 +99,7 @@ struct Picture {
 };
 
 inline Picture Render(HWND control) {
-  RECT client;
-  ::GetClientRect(control, &client);
+  const RECT client = ClientRect(control);
   Picture picture{client.right, client.bottom, {}};
   BITMAPINFO info{};  // top-down, 32 bits a pixel
   info.bmiHeader = {sizeof info.bmiHeader, client.right, -client.bottom, 1, 32, 0, 0, 0, 0, 0, 0};

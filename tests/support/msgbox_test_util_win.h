@@ -52,14 +52,15 @@ inline std::wstring TextOf(HWND window) {
   return text;
 }
 
-// The room `text` takes in `control`'s font, drawn with `format` within `width`.
-inline SIZE Needed(HWND control, const std::wstring& text, UINT format, int width) {
+// The room `text` takes in `control`'s font, drawn with `format` within `width`: a rectangle at
+// the origin.
+inline RECT Needed(HWND control, const std::wstring& text, UINT format, int width = 1 << 20) {
   deskaid::ScopedWindowDC dc(control);
   deskaid::ScopedSelection font(dc,
                                 reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
   RECT r = {0, 0, width, 0};
   DrawTextW(dc, text.c_str(), static_cast<int>(text.size()), &r, format | DT_CALCRECT);
-  return {r.right, r.bottom};
+  return r;
 }
 
 // Presses Ctrl+C on the box and returns the clipboard's text once it has changed; empty if it

@@ -176,8 +176,7 @@ TEST(HyperLink, IconStaticKeepsItsPaintingAndIsAllLink) {
   // The static draws its icon itself: more than one colour in the picture.
   Picture picture = Render(control);
   EXPECT_LT(picture.Count(picture.at(0, 0)), picture.width * picture.height);
-  RECT client, r = link.GetLinkRect();
-  ::GetClientRect(control, &client);
+  const RECT client = ClientRect(control), r = link.GetLinkRect();
   EXPECT_TRUE(::EqualRect(&client, &r));
   EXPECT_EQ(1, ::SendMessageA(control, WM_ERASEBKGND, 0, 0));
 }
