@@ -11,7 +11,6 @@
 
 namespace {
 
-using msgbox_test::CopyOf;
 using msgbox_test::Drive;
 
 std::wstring ControlText(HWND d, int id) { return msgbox_test::TextOf(GetDlgItem(d, id)); }
@@ -94,9 +93,8 @@ TEST(MessageDialogRuntime, Countdown) {
               {5, ID_CHECKBOX, L"&Yes = 5", 0x02000007u}};
   for (const auto& r : runs) {
     p.nTimeoutSeconds = r.seconds;
-    const unsigned style = r.stop ? MB_YESNO | MDS_DONTTELLAGAIN : MB_OK;
     EXPECT_EQ(
-        Drive("Counting", style, &p,
+        Drive("Counting", r.stop ? MB_YESNO | MDS_DONTTELLAGAIN : MB_OK, &p,
               [&](HWND dialog) {
                 const int first = r.stop ? IDYES : IDOK;
                 EXPECT_TRUE(WaitUntil([&] { return ControlText(dialog, first) == r.first; }, 3000));
@@ -160,7 +158,8 @@ TEST(MessageDialogRuntime, CtrlCCopiesTheBoxAsTheSystemBoxDoes) {
             SendMessageA(dialog, WM_NEXTDLGCTL,
                          reinterpret_cast<WPARAM>(GetDlgItem(dialog, ID_CHECKBOX)), TRUE);
           const std::wstring title(c.title, c.title + std::strlen(c.title));
-          EXPECT_EQ(CopyOf(dialog), msgbox_test::CopyText(title, c.message, c.buttons));
+          EXPECT_EQ(msgbox_test::CopyOf(dialog),
+                    msgbox_test::CopyText(title, c.message, c.buttons));
           EXPECT_TRUE(IsWindowVisible(dialog)) << "copying leaves the box open";
           PostMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
           PostMessageA(dialog, WM_COMMAND, IDOK, 0);
@@ -241,14 +240,13 @@ TEST(MessageDialogRuntime, PlacementAndPaintedIcon) {
     Sleep(500);
     GetWindowRect(GetDlgItem(dialog, ID_ICON), &r);
     int red = 0, blue = 0;  // the 32x32 test icon is red around a 16x16 blue square
-    HDC screen = GetDC(nullptr);
+    const deskaid::ScopedWindowDC screen(nullptr);
     for (int y = r.top; y < r.bottom; ++y)
       for (int x = r.left; x < r.right; ++x) {
         const COLORREF c = GetPixel(screen, x, y);
         red += c == RGB(255, 0, 0);
         blue += c == RGB(0, 0, 255);
       }
-    ReleaseDC(nullptr, screen);
     EXPECT_TRUE(red > 300 && blue > 200) << red << " red, " << blue << " blue pixels";
     Click(dialog, IDOK);
   });

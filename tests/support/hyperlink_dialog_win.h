@@ -17,12 +17,10 @@ struct Links {
 
 // The dialog's template in `buffer`: no controls of its own, a caption and the dialog font.
 inline const DLGTEMPLATE* Template(WORD (&buffer)[64]) {
-  *reinterpret_cast<DLGTEMPLATE*>(buffer) = {};
   auto* tmpl = reinterpret_cast<DLGTEMPLATE*>(buffer);
-  tmpl->style =
+  const DWORD style =
       DS_SETFONT | DS_MODALFRAME | DS_CENTER | WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU;
-  tmpl->cx = 240;
-  tmpl->cy = 90;
+  *tmpl = {style, 0, 0, 0, 0, 240, 90};  // no items; at 0,0, 240 by 90 dialog units
   WORD* p = reinterpret_cast<WORD*>(tmpl + 1);
   *p++ = 0;  // no menu
   *p++ = 0;  // the dialog class
