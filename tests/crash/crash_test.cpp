@@ -62,35 +62,37 @@ std::vector<fs::path> DumpsIn(const fs::path& folder) {
   return dumps;
 }
 
-// A minidump's streams by type: where each starts and its size.
+// A minidump's streams by type. Reads past a stream's end give 0, and a missing stream is empty.
 struct Dump {
-  std::string bytes;
-  std::map<uint32_t, std::pair<uint32_t, uint32_t>> streams;
+  std::map<uint32_t, std::string> streams;
 
-  explicit Dump(const fs::path& path) : bytes(ReadFileBytes(path.string())) {
+  // The one dump in `folder`, which is then removed; none or several fail the test.
+  explicit Dump(const fs::path& folder) {
+    const auto dumps = DumpsIn(folder);
+    EXPECT_EQ(dumps.size(), 1u) << "dumps in " << folder.string();
+    const std::string bytes = dumps.empty() ? "" : ReadFileBytes(dumps[0].string());
+    for (const auto& dump : dumps) fs::remove(dump);
     if (bytes.compare(0, 4, "MDMP") != 0) return;
-    for (uint32_t i = 0, directory = U32(12); i < U32(8); ++i)
-      streams[U32(directory + 12 * i)] = {U32(directory + 12 * i + 8), U32(directory + 12 * i + 4)};
+    for (uint32_t i = 0, directory = U32(bytes, 12); i < U32(bytes, 8); ++i) {
+      const uint32_t entry = directory + 12 * i;
+      streams[U32(bytes, entry)] = bytes.substr(U32(bytes, entry + 8), U32(bytes, entry + 4));
+    }
   }
-  uint32_t U32(size_t at) const { return at + 4 <= bytes.size() ? logtest::U32(bytes, at) : 0u; }
-  std::string Stream(uint32_t type) const {
-    auto found = streams.find(type);
-    return found == streams.end() ? "" : bytes.substr(found->second.first, found->second.second);
+  static uint32_t U32(const std::string& bytes, size_t at) {
+    return at + 4 <= bytes.size() ? logtest::U32(bytes, at) : 0u;
   }
+  std::string Stream(uint32_t type) const { return streams.count(type) ? streams.at(type) : ""; }
   // Stream 6: thread id, alignment, then code, flags, record (8 bytes), address.
   std::pair<uint32_t, uint32_t> Exception() const {
-    auto found = streams.find(6);
-    if (found == streams.end()) return {0, 0};
-    return {U32(found->second.first + 8), U32(found->second.first + 24)};
+    return {U32(Stream(6), 8), U32(Stream(6), 24)};
   }
   // Whether the memory list (stream 5) holds `address`.
   bool HoldsMemoryAt(uint64_t address) const {
-    auto found = streams.find(5);
-    if (found == streams.end()) return false;
-    for (uint32_t i = 0, at = found->second.first; i < U32(at); ++i) {
-      const size_t range = at + 4 + 16 * size_t{i};
-      const uint64_t start = U32(range) | uint64_t{U32(range + 4)} << 32;
-      if (address - start < U32(range + 8)) return true;
+    const std::string list = Stream(5);
+    for (uint32_t i = 0; i < U32(list, 0); ++i) {
+      const size_t range = 4 + 16 * size_t{i};
+      const uint64_t start = U32(list, range) | uint64_t{U32(list, range + 4)} << 32;
+      if (address - start < U32(list, range + 8)) return true;
     }
     return false;
   }
@@ -115,8 +117,7 @@ const struct Failure {
     {"parameter", "invalid parameter", 0xC0000417, "CrashingFunction"},
     {"access", "EXCEPTION_ACCESS_VIOLATION", 0xC0000005, nullptr, "nolog"},  // dump beside the exe
 };
-constexpr unsigned long kSecondFailureStatus =
-    0xC0000094;  // a fault in the handler: the first code
+constexpr unsigned long kSecondFailureStatus = 0xC0000094;  // the handler's fault: the first code
 #else
     {"access", "SIGSEGV", SIGSEGV, "CrashingFunction"},
     {"divide", "SIGFPE", SIGFPE, "CrashingFunction"},
@@ -176,11 +177,8 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
       EXPECT_FALSE(fs::exists(dir.PathOf("crash.log")));
     }
 #ifdef _WIN32
-    const auto dumps = DumpsIn(dumpFolder);
-    ASSERT_EQ(dumps.size(), 1u)
-        << "the dump goes beside the log, or without one beside the executable";
-    const auto exception = Dump(dumps[0]).Exception();
-    if (!logged) fs::remove(dumps[0]);
+    // The dump goes beside the log, or without one beside the executable.
+    const auto exception = Dump(dumpFolder).Exception();
     const uint32_t at =
         logged ? std::stoul(records[1].substr(records[1].find('[') + 1, 8), nullptr, 16)
                : exception.second;
@@ -195,18 +193,16 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
 TEST(CrashHandler, ModuleReferencesNameEveryFrameOfADefaultLinkedHost) {
   const std::string child = ChildPath("crash_child_default");
   const std::string childName = fs::path(child).filename().string();
-  const struct {
-    const char* kind;
-    const char* crashedIn;
-  } kCases[] = {{"access", "CrashingFunction"}, {"plugin", "PluginCrash"}};
-  for (const auto& failure : kCases) {
-    SCOPED_TRACE(failure.kind);
+  const std::pair<const char*, const char*> kKindsAndCrashedIn[] = {{"access", "CrashingFunction"},
+                                                                    {"plugin", "PluginCrash"}};
+  for (const auto& [kind, crashedIn] : kKindsAndCrashedIn) {
+    SCOPED_TRACE(kind);
     ScratchDir dir;
-    ASSERT_TRUE(RunChild(failure.kind, dir, nullptr, nullptr, child).finished);
+    ASSERT_TRUE(RunChild(kind, dir, nullptr, nullptr, child).finished);
     const auto messages = logtest::WithoutModuleRecords(logtest::MessagesNamedFrom(
         dir.PathOf("crash.log"), dir.PathOf("crash.txt"), fs::path(child).parent_path().string()));
     ASSERT_GE(messages.size(), 3u);
-    EXPECT_THAT(messages[1], HasSubstr(std::string(" at ") + failure.crashedIn + " ("));
+    EXPECT_THAT(messages[1], HasSubstr(std::string(" at ") + crashedIn + " ("));
     // Every frame from the failure out to main; the runtime's start code beyond main has no
     // debug information, and not every symbol reader names it.
     bool mainReached = false, callerNamed = false;
@@ -260,10 +256,8 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndHeldLocks) {
     if (kind.rfind("heap", 0) == 0) continue;
 #endif
     ScratchDir dir;
-    const auto start = std::chrono::steady_clock::now();
     const ChildExit outcome = RunChildProcess(ChildPath(), {kind, dir.path().string()}, 20000);
     ASSERT_TRUE(outcome.finished) << "still running after 20 s";
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     EXPECT_EQ(outcome.code, status);
     std::vector<std::string> crash;
     for (const std::string& record : logtest::ParseFile(dir.PathOf("crash.log")).Texts())
@@ -279,11 +273,7 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndHeldLocks) {
 #ifdef _WIN32
     // A dump in every case: with the heap locked or damaged, the one written without the heap.
     // Either holds every thread: at least the failing one and the handler's own.
-    const auto dumps = DumpsIn(dir.path());
-    ASSERT_EQ(dumps.size(), 1u) << "a dump beside the log";
-    const Dump dump(dumps[0]);
-    ASSERT_EQ(dump.streams.count(3), 1u);
-    EXPECT_GE(dump.U32(dump.streams.at(3).first), 2u) << "threads in the dump";
+    EXPECT_GE(Dump::U32(Dump(dir.path()).Stream(3), 0), 2u) << "threads in the dump beside the log";
 #endif
   }
 }
@@ -306,23 +296,18 @@ TEST(CrashHandler, AnnotationsAndTheDumpsKindReachTheReport) {
                                                    "Annotation: version=1.2.3"}));
   EXPECT_TRUE(afterFrames);
 #ifdef _WIN32
-  auto dumps = DumpsIn(dir.path());
-  ASSERT_EQ(dumps.size(), 1u);
-  EXPECT_EQ(Dump(dumps[0]).Stream(kCrashAnnotationStreamType),
+  const Dump normal(dir.path());
+  EXPECT_EQ(normal.Stream(kCrashAnnotationStreamType),
             "document=a b=c\nproduct=crash child\nversion=1.2.3\n");
+  EXPECT_EQ(normal.streams.count(9), 0u);
 
   ScratchDir withData, fullMemory;
   ASSERT_TRUE(RunChild("access", withData, "withdata").finished);
   ASSERT_TRUE(RunChild("access", fullMemory, "fullmemory").finished);
-  dumps = DumpsIn(withData.path());
-  ASSERT_EQ(dumps.size(), 1u);
-  const Dump normal(DumpsIn(dir.path())[0]), data(dumps[0]);
   const uint64_t global = std::stoull(ReadFileBytes(withData.PathOf("global.txt")));
-  EXPECT_TRUE(data.HoldsMemoryAt(global)) << "the child's data in a dump with data";
-  EXPECT_EQ(normal.streams.count(9), 0u);
-  dumps = DumpsIn(fullMemory.path());
-  ASSERT_EQ(dumps.size(), 1u);
-  EXPECT_EQ(Dump(dumps[0]).streams.count(9), 1u) << "all memory, as a 64-bit memory list";
+  EXPECT_TRUE(Dump(withData.path()).HoldsMemoryAt(global))
+      << "the child's data in a dump with data";
+  EXPECT_EQ(Dump(fullMemory.path()).streams.count(9), 1u) << "all memory, as a 64-bit memory list";
 #endif
 }
 

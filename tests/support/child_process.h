@@ -49,9 +49,7 @@ class ChildProcess {
     if (!m_exit.started) m_exit.startError = static_cast<unsigned long>(errno);
 #endif
   }
-  ~ChildProcess() {
-    if (m_exit.started && !m_waited) Kill();
-  }
+  ~ChildProcess() { Kill(); }
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
@@ -88,22 +86,9 @@ class ChildProcess {
     return m_exit;
   }
 
-  // Ends the child at once, wherever it is (TerminateProcess; SIGKILL elsewhere), and waits for
-  // its end. `finished` tells whether it had ended by itself before.
-  ChildExit Kill() {
-    if (!m_exit.started || m_waited) return m_exit;
-#ifdef _WIN32
-    const bool ended = WaitForSingleObject(m_process.hProcess, 0) == WAIT_OBJECT_0;
-    TerminateProcess(m_process.hProcess, 1);
-    ChildExit exit = Wait(0);
-    exit.finished = ended;
-#else
-    kill(m_pid, SIGKILL);  // a child that ended stays until waited for: the kill is harmless
-    ChildExit exit = Wait(0);
-    exit.finished = exit.code != SIGKILL;  // the code is the signal that ended it
-#endif
-    return exit;
-  }
+  // Ends the child at once, wherever it is, and waits for its end. `finished` tells whether it had
+  // ended by itself before.
+  ChildExit Kill() { return Wait(0); }
 
  private:
   ChildExit m_exit;
@@ -115,8 +100,7 @@ class ChildProcess {
 #endif
 };
 
-// Runs a program to its end, or ends it after `ms` (on POSIX a hung child is left to the test's
-// timeout). `whileRunning` runs once the child has started.
+// Runs a program to its end, or ends it after `ms`. `whileRunning` runs once the child has started.
 inline ChildExit RunChildProcess(const std::string& program, const std::vector<std::string>& args,
                                  unsigned ms, const std::function<void()>& whileRunning = nullptr) {
   ChildProcess child(program, args);
