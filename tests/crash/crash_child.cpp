@@ -226,9 +226,7 @@ CHILD_NOINLINE void WithTheLoaderLockHeld() {
 }
 
 void WritePrevious(int) {
-  const std::string path = g_dir + "/previous.txt";
-  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  if (fd >= 0) close(fd);
+  close(open((g_dir + "/previous.txt").c_str(), O_WRONLY | O_CREAT, 0600));
 }
 void WritePreviousWithInfo(int signal, siginfo_t*, void*) { WritePrevious(signal); }
 

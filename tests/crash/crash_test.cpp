@@ -86,6 +86,7 @@ struct Dump {
   std::pair<uint32_t, uint32_t> Exception() const {
     return {U32(Stream(6), 8), U32(Stream(6), 24)};
   }
+  uint32_t ThreadCount() const { return U32(Stream(3), 0); }
   // Whether the memory list (stream 5) holds `address`.
   bool HoldsMemoryAt(uint64_t address) const {
     const std::string list = Stream(5);
@@ -133,17 +134,14 @@ TEST(CrashHandler, EveryKindOfFailureIsLoggedResolvedAndEndsTheProcessWithItsCod
   for (const Failure& failure : kFailures) {
     SCOPED_TRACE(failure.flag != nullptr ? failure.flag : failure.kind);
     const std::string kind = failure.kind;
+    ScratchDir dir;
+    const bool logged = failure.flag == nullptr;
 #ifdef _WIN32
     // 64-bit Wine (8.0) ends a thread whose stack overflowed inside its own exception dispatch,
     // before any handler of the program runs; the 32-bit build is tested for it.
     if (sizeof(void*) == 8 && kind == "stack" &&
-        GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
+        GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr)
       continue;
-    }
-#endif
-    ScratchDir dir;
-    const bool logged = failure.flag == nullptr;
-#ifdef _WIN32
     const fs::path dumpFolder = logged ? dir.path() : fs::path(ChildPath()).parent_path();
     for (const auto& old : DumpsIn(dumpFolder)) fs::remove(old);
 #endif
@@ -273,7 +271,7 @@ TEST(CrashHandler, ReportsSurviveOtherThreadsADamagedHeapAndHeldLocks) {
 #ifdef _WIN32
     // A dump in every case: with the heap locked or damaged, the one written without the heap.
     // Either holds every thread: at least the failing one and the handler's own.
-    EXPECT_GE(Dump::U32(Dump(dir.path()).Stream(3), 0), 2u) << "threads in the dump beside the log";
+    EXPECT_GE(Dump(dir.path()).ThreadCount(), 2u) << "threads in the dump beside the log";
 #endif
   }
 }
@@ -352,8 +350,7 @@ TEST(CrashHandler, InstallRemembersAndRemoveRestoresWhatWasThere) {
 #ifdef _WIN32
   SetUnhandledExceptionFilter(PreviousFilter);
 #else
-  struct sigaction mine {
-  }, seen{};
+  struct sigaction mine = {}, seen = {};
   mine.sa_handler = [](int) {};
   sigaction(SIGBUS, &mine, nullptr);
 #endif
