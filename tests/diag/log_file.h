@@ -19,6 +19,12 @@ inline uint32_t U32(const std::string& b, size_t at, int bytes = 4) {
   return v;
 }
 
+// Enciphers or deciphers a record's body under its key.
+inline void TransformUnderKey(uint32_t key, std::string& body) {
+  const uint8_t k[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
+  Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&body[0]), body.size());
+}
+
 struct Record {
   uint32_t level, kind, keyIndex, time;
   std::string raw, text;  // the body as stored and deciphered
@@ -50,10 +56,7 @@ inline ParsedLog Parse(const std::string& b) {
     Record r{U32(b, pos, 1),  U32(b, pos + 1, 1),         U32(b, pos + 2, 2),
              U32(b, pos + 6), b.substr(pos + 10, length), ""};
     r.text = r.raw;
-    const uint32_t key = r.keyIndex < 16 ? log.keys[r.keyIndex] : 0;
-    const uint8_t k[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
-    if (r.keyIndex < 16)
-      Rc4Cipher::Transform(k, 4, reinterpret_cast<uint8_t*>(&r.text[0]), r.text.size());
+    if (r.keyIndex < 16) TransformUnderKey(log.keys[r.keyIndex], r.text);
     log.records.push_back(r);
   }
   log.valid = pos == end && log.records.size() == log.recordCount;

@@ -74,11 +74,7 @@ struct LogBuilder {
   // Appends a record; keyIndex below 16 enciphers the body under that key.
   LogBuilder& Add(std::string body, uint16_t keyIndex = kLogPlainBody, uint8_t level = 2,
                   uint32_t time = 1709647629) {
-    if (keyIndex < kLogKeyCount) {
-      uint32_t key = m_trailer.keys[keyIndex];
-      uint8_t bytes[4] = {uint8_t(key), uint8_t(key >> 8), uint8_t(key >> 16), uint8_t(key >> 24)};
-      Rc4Cipher::Transform(bytes, 4, reinterpret_cast<uint8_t*>(&body[0]), body.size());
-    }
+    if (keyIndex < kLogKeyCount) logtest::TransformUnderKey(m_trailer.keys[keyIndex], body);
     LogRecordHeader header{level, kLogRecordKind, keyIndex, uint16_t(body.size()), time};
     m_data.append(reinterpret_cast<const char*>(&header), sizeof header) += body;
     ++m_trailer.recordCount;
@@ -231,11 +227,10 @@ TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
   ScratchDir dir;
   const std::string log = dir.PathOf("code.log");
   ASSERT_TRUE(g_LogWriter.Open(log.c_str(), 0xFFFFFFFF, 1, 20));  // enciphered
+  const auto* probe = reinterpret_cast<const void*>(ProbeAddress());
   int onTheStack = 0;
-  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "probe", reinterpret_cast<const void*>(ProbeAddress())),
-            1u);
-  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "again", reinterpret_cast<const void*>(ProbeAddress())),
-            1u);
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "probe", probe), 1u);
+  EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "again", probe), 1u);
   EXPECT_EQ(LogCodeAddress(LOG_LEVEL_2, "data", &onTheStack), 1u);
   g_LogWriter.Close();
 
