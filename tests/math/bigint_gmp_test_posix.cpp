@@ -70,15 +70,30 @@ struct Operands {
   std::mt19937_64 m_rng;
 };
 
-class VersusGmp : public ::testing::TestWithParam<bool> {
+// The arithmetic the operations run on: limb rows, plain or wide, or for the modular powers also
+// the Montgomery products on 52-bit digits.
+enum class Form { kPlainRows, kWideRows, kDigits };
+class VersusGmp : public ::testing::TestWithParam<Form> {
  protected:
   void SetUp() override {
-    if (limbs::UseWideRows(GetParam()) != GetParam()) GTEST_SKIP() << "no BMI2 and ADX";
+    const bool wide = GetParam() != Form::kPlainRows, digits = GetParam() == Form::kDigits;
+    if (limbs::UseWideRows(wide) != wide) GTEST_SKIP() << "no BMI2 and ADX";
+    if (deskaid::UseDigitProducts(digits) != digits) GTEST_SKIP() << "no AVX-512 IFMA";
   }
-  void TearDown() override { limbs::UseWideRows(true); }
+  void TearDown() override {
+    limbs::UseWideRows(true);
+    deskaid::UseDigitProducts(true);
+  }
 };
-INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Bool(),
-                         [](const auto& test) { return test.param ? "WideRows" : "PlainRows"; });
+class PowersVersusGmp : public VersusGmp {};
+std::string FormName(const ::testing::TestParamInfo<Form>& test) {
+  return std::vector<std::string>{"PlainRows", "WideRows", "Digits"}[int(test.param)];
+}
+INSTANTIATE_TEST_SUITE_P(, VersusGmp, ::testing::Values(Form::kPlainRows, Form::kWideRows),
+                         FormName);
+INSTANTIATE_TEST_SUITE_P(, PowersVersusGmp,
+                         ::testing::Values(Form::kPlainRows, Form::kWideRows, Form::kDigits),
+                         FormName);
 
 constexpr int kBits = 4096;
 constexpr int kLimbWords = limbs::kWordsPerLimb;
@@ -224,28 +239,6 @@ TEST_P(VersusGmp, TextInEveryRadix) {
 }
 
 std::vector<uint32_t> WordsOf(const CBigInt& x) { return {x.m_pData, x.m_pData + x.m_nLength}; }
-
-// The arithmetic a modular power runs on: limb rows, plain or wide, or 52-bit digits.
-enum class PowerForm { kPlainRows, kWideRows, kDigits };
-class PowersVersusGmp : public ::testing::TestWithParam<PowerForm> {
- protected:
-  void SetUp() override {
-    const PowerForm form = GetParam();
-    if (limbs::UseWideRows(form != PowerForm::kPlainRows) != (form != PowerForm::kPlainRows))
-      GTEST_SKIP() << "no BMI2 and ADX";
-    if (deskaid::UseDigitProducts(form == PowerForm::kDigits) != (form == PowerForm::kDigits))
-      GTEST_SKIP() << "no AVX-512 IFMA";
-  }
-  void TearDown() override {
-    limbs::UseWideRows(true);
-    deskaid::UseDigitProducts(true);
-  }
-};
-const char* const kPowerFormNames[] = {"PlainRows", "WideRows", "Digits"};
-INSTANTIATE_TEST_SUITE_P(, PowersVersusGmp,
-                         ::testing::Values(PowerForm::kPlainRows, PowerForm::kWideRows,
-                                           PowerForm::kDigits),
-                         [](const auto& test) { return kPowerFormNames[int(test.param)]; });
 
 // The base comes back squared for each exponent bit but the top one (1 leaves it alone). An odd
 // modulus takes the Montgomery route; the plain one of its negation must leave the same words.
