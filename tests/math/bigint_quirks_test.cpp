@@ -159,32 +159,21 @@ TEST(BigIntText, OutputForms) {
   EXPECT_STREQ(buffer, "Null");
 }
 
-// Radix 0 stands for the constructor, which reads a prefix.
+// Radix 0 stands for the constructor, which reads a prefix; blanks before a prefix are not skipped.
 TEST(BigIntParse, PrefixesBlanksSignsAndStops) {
   const std::tuple<const char*, int, const char*> rows[] = {
-      {"  ff", 16, "255"},
-      {"0XFF", 0, "255"},
-      {"0b101", 0, "5"},
-      {"017", 0, "15"},
-      {"0", 0, ""},
-      {"", 0, ""},
-      {" 0x12", 0, ""},  // blanks before a prefix are not skipped
-      {"\t12abc", 0, "12"},
-      {"zz", 36, "1295"},
-      {"12", 37, ""},
-      {"19", 9, "1"},
-      {"12", 1, ""},
-      {"-12", 2, ""},
-      {"-12", 8, ""},
-      {"-12", 10, ""},
-      {"-12", 16, ""},
-      {"-12", 36, ""},
-      // Ten digits and a minus sign right behind them: the top-bit word is not extended.
-      {"3000000000-", 0, "-1294967296"},
-      {"3000000000 -", 0, "3000000000"},
-      {"300000000-", 0, "300000000"},
-      {"30000000000-", 0, "30000000000"}};
+      {"  ff", 16, "255"}, {"0XFF", 0, "255"}, {"0b101", 0, "5"}, {"017", 0, "15"},
+      {"0", 0, ""},        {"", 0, ""},        {" 0x12", 0, ""},  {"\t12abc", 0, "12"},
+      {"zz", 36, "1295"},  {"12", 37, ""},     {"19", 9, "1"},    {"12", 1, ""}};
   for (auto [text, radix, dec] : rows) EXPECT_EQ(Dec(Parsed(text, radix)), dec) << text << radix;
+  // The direct parsers of power-of-two radices and the general one take no sign.
+  for (int radix : {2, 8, 10, 16, 36}) EXPECT_EQ(Dec(Parsed("-12", radix)), "") << radix;
+  // Ten digits and a minus sign right behind them: the top-bit word is not extended.
+  const std::pair<const char*, const char*> minus[] = {{"3000000000-", "-1294967296"},
+                                                       {"3000000000 -", "3000000000"},
+                                                       {"300000000-", "300000000"},
+                                                       {"30000000000-", "30000000000"}};
+  for (auto [text, dec] : minus) EXPECT_EQ(Dec(CBigInt(text)), dec) << text;
 }
 
 }  // namespace
