@@ -35,8 +35,6 @@ TEST(FirstUse, ThreadsRacingToTheFirstBigIntAndBase64GetTheRightResults) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  for (int t = 0; t < kThreads; ++t) {
-    EXPECT_EQ(squares[t], square) << "thread " << t;
-    EXPECT_EQ(texts[t], text) << "thread " << t;
-  }
+  EXPECT_EQ(squares, std::vector<std::string>(kThreads, square));
+  EXPECT_EQ(texts, std::vector<std::string>(kThreads, text));
 }
