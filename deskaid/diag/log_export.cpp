@@ -13,6 +13,7 @@
 #include "deskaid/diag/internal/log_block_reader.h"
 #include "deskaid/diag/internal/log_keystreams.h"
 #include "deskaid/diag/internal/module_identity.h"
+#include "deskaid/diag/internal/pe_dwarf_symbols.h"
 #include "deskaid/diag/log_format.h"
 #include "deskaid/diag/symbol_engine.h"
 
@@ -160,11 +161,13 @@ class EngineSymbolizer : public LogSymbolizer {
     auto image = m_images.find(imagePath);
     if (image == m_images.end()) image = m_images.emplace(imagePath, Load(imagePath)).first;
     const Image& loaded = image->second;
-    if (loaded.start == 0 || address < loaded.linkBase) return false;
+    if (address < loaded.linkBase) return false;
+    if (loaded.start == 0) return SymbolizeFromDwarf(imagePath, address, location);
     const uint64_t at = loaded.start + (address - loaded.linkBase);
     uint64_t displacement = 0;
     location = Location();
-    if (!m_engine.SymbolFromAddress(at, location.function, displacement)) return false;
+    if (!m_engine.SymbolFromAddress(at, location.function, displacement))
+      return SymbolizeFromDwarf(imagePath, address, location);
     m_engine.LineFromAddress(at, location.file, location.line, displacement);
     return true;
   }
@@ -185,9 +188,26 @@ class EngineSymbolizer : public LogSymbolizer {
     return image;
   }
 
+  // What the engine leaves unnamed in a PE image may still be described by DWARF it does not
+  // read: Microsoft's dbghelp reads none, Wine's none of version 5 (GCC's default, and that of
+  // the MinGW runtime linked into every image), and elfutils no PE image at all.
+  bool SymbolizeFromDwarf(const std::string& imagePath, uint64_t address, Location& location) {
+    auto found = m_dwarf.find(imagePath);
+    if (found == m_dwarf.end()) {
+      auto reader = std::make_unique<deskaid::PeDwarfSymbols>();
+      if (!reader->OpenFile(imagePath.c_str())) reader.reset();
+      found = m_dwarf.emplace(imagePath, std::move(reader)).first;
+    }
+    deskaid::PeDwarfSymbols::Location named;
+    if (!found->second || !found->second->Symbolize(address, named)) return false;
+    location = {named.function, named.file, named.line};
+    return true;
+  }
+
   static constexpr uint64_t kSpacing = 0x100000;
   CSymbolEngine m_engine;
   std::map<std::string, Image> m_images;
+  std::map<std::string, std::unique_ptr<deskaid::PeDwarfSymbols>> m_dwarf;  // null: none there
   uint64_t m_nextBase = 0x10000000;
 };
 
@@ -244,7 +264,7 @@ class ModuleResolver {
   struct Module {
     deskaid::ModuleIdentity logged;
     bool searched = false;
-    std::string image;    // the matching image found
+    std::string image;  // the matching image found
     uint64_t linkBase = 0;
     std::string problem;  // why the module cannot be named
   };
@@ -275,7 +295,8 @@ class ModuleResolver {
     const char* name = module.logged.name;
     for (const std::string& folder : m_folders) {
       std::string path = folder;
-      if (!deskaid::platform::IsPathSeparator(path.back())) path += deskaid::platform::kPathSeparator;
+      if (!deskaid::platform::IsPathSeparator(path.back()))
+        path += deskaid::platform::kPathSeparator;
       path += name;
       deskaid::ModuleIdentity found;
       if (!deskaid::ReadImageFileIdentity(path.c_str(), found)) continue;

@@ -67,7 +67,8 @@ struct LogExportOptions {
   // log's own folder is searched after them. Null or empty: the log's folder only.
   const char* symbolPath = nullptr;
   // The back end for images found; null: the platform's own (dbghelp on Windows, which reads PDB
-  // files and the DWARF it knows; elfutils elsewhere, which reads ELF files).
+  // files and the DWARF it knows; elfutils elsewhere, which reads ELF files), and behind it the
+  // module's own reader of the DWARF in PE images, for what that leaves unnamed.
   LogSymbolizer* symbolizer = nullptr;
 };
 

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Crash logs of Windows hosts named on Linux. The default-linked crash child of each 64-bit
-# Windows build fails under Wine, once in its executable and once in its DLL; the native logexport
-# then names every frame from the executable's to main's, with file and line, from that build's
-# images alone: DWARF inside the GCC build's images, PDB files beside the clang build's (whose
-# images carry no DWARF). Each log converted against the other build's images names nothing in
-# the child and says that it is a different build.
+# Crash logs of Windows hosts named on Linux and by the Windows converter. The default-linked
+# crash child of each 64-bit Windows build fails under Wine, once in its executable and once in
+# its DLL; the native logexport, and the build's own logexport under Wine, then name every frame
+# in the child's modules, with file and line, from that build's images alone: DWARF inside the
+# GCC build's images, PDB files beside the clang build's (whose images carry DWARF only for the
+# MinGW runtime's start code). Each log converted against the other build's images names nothing
+# in the child and says that it is a different build.
 #   windows_logs_named_natively.sh LOGEXPORT WORKDIR GCC_BUILD CLANG_BUILD
 # Runs inside a Wine session (scripts/wine-session): WINEPREFIX and the loader come from it.
 set -u
@@ -18,15 +19,16 @@ check() {  # description, condition result
   if [ "$2" -eq 0 ]; then echo "ok: $1"; else echo "FAILED: $1"; failures=$((failures + 1)); fi
 }
 
-# The frames from the failure out to main, in the child's modules, each named with a line.
+# Every frame in the child's modules, each named with a line: from the failure out to main, and
+# beyond it the runtime's start code.
 all_named() {  # text file
   awk -F'\t' '
-    /<crash_(child_default\.exe|plugin\.dll)\+0x/ && !done {
+    /<crash_(child_default\.exe|plugin\.dll)\+0x/ {
       frames++
-      if ($2 ~ /\?\?/ || $2 !~ /\.cpp:[0-9]+\)/) { print "  unnamed: " $2; bad = 1 }
-      if ($2 ~ /returns to main \(/) done = 1
+      if ($2 ~ /\?\?/ || $2 !~ /\.(cpp|c):[0-9]+\)/) { print "  unnamed: " $2; bad = 1 }
+      if ($2 ~ /returns to main \(/) main = 1
     }
-    END { exit (bad || !done || frames < 3) }' "$1"
+    END { exit (bad || !main || frames < 3) }' "$1"
 }
 
 for build in gcc clang; do
@@ -44,9 +46,14 @@ for build in gcc clang; do
       >/dev/null 2>&1
     "$tool" "$out/crash.log" --symbols "$crash_dir" -o "$out/named.txt"
     check "$build, crash in the $kind: logexport --symbols exits 0" $?
-    check "$build, crash in the $kind: every frame out to main named with file and line" \
+    check "$build, crash in the $kind: every frame in its modules named with file and line" \
       $(all_named "$out/named.txt"; echo $?)
     sed 's/^/  /' "$out/named.txt"
+    timeout 120 "${WINELOADER:-wine}" "$dir/tools/logexport.exe" "$(windows_path "$out/crash.log")" \
+      --symbols "$(windows_path "$(realpath "$crash_dir")")" -o "$(windows_path "$out/windows.txt")" >/dev/null 2>&1
+    check "$build, crash in the $kind: the Windows logexport names every frame in its modules" \
+      $(all_named "$out/windows.txt"; echo $?)
+    sed 's/^/  /' "$out/windows.txt"
   done
 done
 
