@@ -3,10 +3,10 @@
 // 2 to 5 of both.
 #include "deskaid/diag/internal/pe_dwarf_symbols.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 #include <map>
 
 #if defined(__has_include)
@@ -64,8 +64,12 @@ enum Form : uint64_t {
   kRnglistx = 0x23,
   kRefSup8 = 0x24,
   kStrx1 = 0x25,
+  kStrx2 = 0x26,
+  kStrx3 = 0x27,
   kStrx4 = 0x28,
   kAddrx1 = 0x29,
+  kAddrx2 = 0x2a,
+  kAddrx3 = 0x2b,
   kAddrx4 = 0x2c,
   kGnuAddrIndex = 0x1f01,
   kGnuStrIndex = 0x1f02,
@@ -147,7 +151,6 @@ struct Value {
   uint64_t form = 0;
   uint64_t number = 0;
   std::string text;
-  bool isText = false;
 };
 
 bool IsAbsolute(const std::string& path) {
@@ -429,10 +432,7 @@ Value PeDwarfSymbols::Image::ReadValue(Cursor& in, uint64_t form, const Unit& un
   const size_t offsetSize = unit.dwarf64 ? 8 : 4;
   Value value;
   value.form = form;
-  auto text = [&](std::string s) {
-    value.text = std::move(s);
-    value.isText = true;
-  };
+  auto text = [&](std::string s) { value.text = std::move(s); };
   auto indexedText = [&](uint64_t index) {
     const uint64_t at = unit.strOffsetsBase + index * offsetSize;
     if (index > strOffsets.size || at > strOffsets.size) return text(std::string());
@@ -448,10 +448,10 @@ Value PeDwarfSymbols::Image::ReadValue(Cursor& in, uint64_t form, const Unit& un
     case kAddrx1: value.number = in.U(1); break;
     case kData2:
     case kRef2:
-    case kStrx1 + 1:
-    case kAddrx1 + 1: value.number = in.U(2); break;
-    case kStrx1 + 2:
-    case kAddrx1 + 2: value.number = in.U(3); break;
+    case kStrx2:
+    case kAddrx2: value.number = in.U(2); break;
+    case kStrx3:
+    case kAddrx3: value.number = in.U(3); break;
     case kData4:
     case kRef4:
     case kRefSup4:
@@ -751,7 +751,7 @@ const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
   (void)defaultIsStatement;
   const int64_t lineBase = static_cast<int8_t>(in.U(1));
   const uint64_t lineRange = in.U(1), opcodeBase = in.U(1);
-  std::vector<uint64_t> argumentCounts(opcodeBase > 0 ? opcodeBase - 1 : 0);
+  std::vector<uint64_t> argumentCounts(static_cast<size_t>(opcodeBase > 0 ? opcodeBase - 1 : 0));
   for (uint64_t& count : argumentCounts) count = in.U(1);
   if (!in.ok() || lineRange == 0) return table;
 
@@ -764,7 +764,7 @@ const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
   if (unit.version >= 5) {
     // Each list is described by pairs of content type and form.
     auto readList = [&](bool ofFiles) {
-      std::vector<std::pair<uint64_t, uint64_t>> format(in.U(1));
+      std::vector<std::pair<uint64_t, uint64_t>> format(static_cast<size_t>(in.U(1)));
       for (auto& field : format) field = {in.Uleb(), in.Uleb()};
       const uint64_t count = in.Uleb();
       for (uint64_t i = 0; i < count && in.ok(); ++i) {
@@ -803,9 +803,10 @@ const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
       continue;
     }
     std::string folder;
-    if (unit.version >= 5 && file.folder < folders.size()) folder = folders[file.folder];
+    if (unit.version >= 5 && file.folder < folders.size())
+      folder = folders[static_cast<size_t>(file.folder)];
     if (unit.version < 5 && file.folder > 0 && file.folder <= folders.size())
-      folder = folders[file.folder - 1];
+      folder = folders[static_cast<size_t>(file.folder - 1)];
     const bool folderIsCompDir = unit.version >= 5 && file.folder == 0;
     if (!IsAbsolute(folder) && !folderIsCompDir) folder = JoinPath(compDir, folder);
     table.files.push_back(JoinPath(folder, file.name));
@@ -847,7 +848,8 @@ const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
       case 8: row.address += ((255 - opcodeBase) / lineRange) * minimumLength; break;
       case 9: row.address += in.U(2); break;
       default:
-        for (uint64_t i = 0; opcode - 1 < argumentCounts.size() && i < argumentCounts[opcode - 1];
+        for (uint64_t i = 0; opcode - 1 < argumentCounts.size() &&
+                             i < argumentCounts[static_cast<size_t>(opcode - 1)];
              ++i)
           in.Uleb();
     }
@@ -902,8 +904,8 @@ bool PeDwarfSymbols::Symbolize(uint64_t address, Location& location) {
       line = best->line;
     }
   }
-  if (line != 0 && file < table.files.size() && !table.files[file].empty()) {
-    found.file = table.files[file];
+  if (line != 0 && file < table.files.size() && !table.files[static_cast<size_t>(file)].empty()) {
+    found.file = table.files[static_cast<size_t>(file)];
     found.line = static_cast<uint32_t>(line);
   }
   location = found;
