@@ -198,10 +198,7 @@ class EngineSymbolizer : public LogSymbolizer {
       if (!reader->OpenFile(imagePath.c_str())) reader.reset();
       found = m_dwarf.emplace(imagePath, std::move(reader)).first;
     }
-    deskaid::PeDwarfSymbols::Location named;
-    if (!found->second || !found->second->Symbolize(address, named)) return false;
-    location = {named.function, named.file, named.line};
-    return true;
+    return found->second && found->second->Symbolize(address, location);
   }
 
   static constexpr uint64_t kSpacing = 0x100000;

@@ -15,15 +15,13 @@
 #include <string>
 #include <vector>
 
+#include "deskaid/diag/log_export.h"
+
 namespace deskaid {
 
 class PeDwarfSymbols {
  public:
-  struct Location {
-    std::string function;
-    std::string file;  // empty when no line is known
-    uint32_t line = 0;
-  };
+  using Location = LogSymbolizer::Location;
 
   PeDwarfSymbols();
   ~PeDwarfSymbols();
