@@ -166,9 +166,14 @@ class EngineSymbolizer : public LogSymbolizer {
     const uint64_t at = loaded.start + (address - loaded.linkBase);
     uint64_t displacement = 0;
     location = Location();
-    if (!m_engine.SymbolFromAddress(at, location.function, displacement))
-      return SymbolizeFromDwarf(imagePath, address, location);
-    m_engine.LineFromAddress(at, location.file, location.line, displacement);
+    const bool named = m_engine.SymbolFromAddress(at, location.function, displacement);
+    if (named && m_engine.LineFromAddress(at, location.file, location.line, displacement))
+      return true;
+    // A name without a line comes from a symbol table or the exports at best, where DWARF the
+    // engine does not read may describe the function.
+    Location described;
+    if (!SymbolizeFromDwarf(imagePath, address, described)) return named;
+    location = described;
     return true;
   }
 
