@@ -19,6 +19,7 @@
 #include <llvm/Object/Binary.h>
 #include <llvm/Object/COFF.h>
 #include <llvm/Object/CVDebugRecord.h>
+#include <llvm/Object/ELFObjectFile.h>
 #include <llvm/Object/ObjectFile.h>
 #include <llvm/Support/Error.h>
 #include <llvm/Support/FileSystem.h>
@@ -41,7 +42,8 @@ using NameKind = DILineInfoSpecifier::FunctionNameKind;
 // the debug information's, and a symbol table holds sizeless symbols that the linker defines:
 // a PE image's ___crt_xt_end__ shares its address with a function and takes its name, and an ELF
 // file's _end reaches over every address past the last function. Code of a translation unit built
-// without debug information is then left unnamed.
+// without debug information is then left unnamed, except in ELF files, whose function symbols
+// carry their sizes (SymbolizeFromElfSymbols).
 LLVMSymbolizer::Options SymbolizerOptions() {
   LLVMSymbolizer::Options options;
   options.PrintFunctions = NameKind::LinkageName;
@@ -211,6 +213,30 @@ bool SymbolizeFromDwarf(LLVMSymbolizer& symbolizer, const llvm::object::ObjectFi
   return true;
 }
 
+// Code of an ELF file that no debug information describes (the C library's start code linked into
+// every program, _start) is named from the function symbol that holds it, without a line: such
+// symbols carry their sizes, so none reaches over what follows it.
+bool SymbolizeFromElfSymbols(const llvm::object::ObjectFile& object, uint64_t address,
+                             LogSymbolizer::Location& location) {
+  const auto* elf = llvm::dyn_cast<llvm::object::ELFObjectFileBase>(&object);
+  if (elf == nullptr) return false;
+  for (const llvm::object::ELFSymbolRef symbol : elf->symbols()) {
+    auto type = symbol.getType();
+    auto start = symbol.getAddress();
+    auto name = symbol.getName();
+    const bool holds = type && start && name && *type == llvm::object::SymbolRef::ST_Function &&
+                       address >= *start && address - *start < symbol.getSize();
+    if (!type) llvm::consumeError(type.takeError());
+    if (!start) llvm::consumeError(start.takeError());
+    if (!name) llvm::consumeError(name.takeError());
+    if (holds) {
+      location = {LLVMSymbolizer::DemangleName(name->str(), nullptr), std::string(), 0};
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 class LlvmLogSymbolizer::Impl {
@@ -230,7 +256,8 @@ class LlvmLogSymbolizer::Impl {
       return true;
     }
     const auto* dwarf = llvm::dyn_cast_or_null<llvm::object::ObjectFile>(reader.dwarf.getBinary());
-    return dwarf != nullptr && SymbolizeFromDwarf(symbolizer_, *dwarf, address, location);
+    return dwarf != nullptr && (SymbolizeFromDwarf(symbolizer_, *dwarf, address, location) ||
+                                SymbolizeFromElfSymbols(*dwarf, address, location));
   }
 
  private:

@@ -202,21 +202,24 @@ TEST(CrashHandler, ModuleReferencesNameEveryFrameOfADefaultLinkedHost) {
         dir.PathOf("crash.log"), dir.PathOf("crash.txt"), fs::path(child).parent_path().string()));
     ASSERT_GE(messages.size(), 3u);
     EXPECT_THAT(messages[1], HasSubstr(std::string(" at ") + crashedIn + " ("));
-    // Every frame from the failure out to main and, on Windows, the MinGW runtime's start code
-    // beyond it, named from the DWARF it was built with (a Linux program's has none).
+    // Every frame from the failure out to main is named with its source line, and so is the
+    // runtime's start code beyond it on Windows (from the DWARF the MinGW runtime was built with);
+    // a Linux program's (_start) was built without, and is named by its symbol alone.
 #ifdef _WIN32
-    const bool beyondMain = true;
+    constexpr bool kStartCodeHasLines = true;
 #else
-    const bool beyondMain = false;
+    constexpr bool kStartCodeHasLines = false;
 #endif
     bool mainReached = false, callerNamed = false;
-    for (size_t i = 1; i < messages.size() && (beyondMain || !mainReached); ++i) {
+    for (size_t i = 1; i < messages.size(); ++i) {
       const std::string& m = messages[i];
       if (m.find("<" + childName + "+0x") == std::string::npos &&
           m.find("<crash_plugin") == std::string::npos)
         continue;  // the system's modules are not on the symbol path
-      EXPECT_THAT(m, AllOf(Not(HasSubstr("??")), AnyOf(HasSubstr(".cpp:"), HasSubstr(".c:"))))
-          << "named with its source line";
+      EXPECT_THAT(m, Not(HasSubstr("??"))) << "named";
+      if (!mainReached || kStartCodeHasLines) {
+        EXPECT_THAT(m, AnyOf(HasSubstr(".cpp:"), HasSubstr(".c:"))) << "with its source line";
+      }
       callerNamed = callerNamed || m.find("returns to CallerOfCrash (") != std::string::npos;
       mainReached = mainReached || m.find("returns to main (") != std::string::npos;
     }
