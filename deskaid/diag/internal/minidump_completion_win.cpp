@@ -8,6 +8,7 @@
 
 #include "deskaid/diag/internal/module_identity.h"
 #include "deskaid/diag/internal/own_memory.h"
+#include "deskaid/diag/internal/pe_layout.h"
 
 namespace deskaid {
 namespace {
@@ -111,23 +112,23 @@ struct Range {
   bool fromProcess;  // bytes to take from this process, not from the file
 };
 
+// An ImageReader over this process's memory from the address `base` points to.
+bool ReadImageInMemory(void* base, uint64_t offset, void* out, size_t size) {
+  return ReadOwnMemory(*static_cast<const uint64_t*>(base) + offset, out, size);
+}
+
 // The writable sections of the image loaded at `base`, as ranges of this process's memory.
 void AddDataSections(uint64_t base, std::vector<Range>& ranges) {
-  unsigned char dos[64], file[24];
-  if (!ReadOwnMemory(base, dos, sizeof dos) || dos[0] != 'M' || dos[1] != 'Z') return;
-  const uint64_t header = base + U32(dos + 0x3C);
-  if (!ReadOwnMemory(header, file, sizeof file) || std::memcmp(file, "PE\0\0", 4) != 0) return;
-  const unsigned sections = file[6] | file[7] << 8;
-  const unsigned optionalSize = file[20] | file[21] << 8;
-  constexpr size_t kSectionSize = 40;
+  PeLayout layout;
+  if (!ReadPeLayout(ReadImageInMemory, &base, layout)) return;
   constexpr uint32_t kWritable = 0x80000000;  // IMAGE_SCN_MEM_WRITE
-  std::vector<unsigned char> table(sections * kSectionSize), probe;
-  if (!ReadOwnMemory(header + 24 + optionalSize, table.data(), table.size())) return;
-  for (unsigned i = 0; i < sections; ++i) {
-    const unsigned char* section = &table[i * kSectionSize];
-    const uint64_t start = base + U32(section + 12);
-    const uint32_t size = U32(section + 8);
-    if ((U32(section + 36) & kWritable) == 0 || size == 0 || size > 0x7FFFFFFF) continue;
+  std::vector<unsigned char> probe;
+  for (uint16_t i = 0; i < layout.sectionCount; ++i) {
+    PeSection section;
+    if (!ReadPeSection(ReadImageInMemory, &base, layout, i, section)) return;
+    const uint64_t start = base + section.virtualAddress;
+    const uint32_t size = section.virtualSize;
+    if ((section.characteristics & kWritable) == 0 || size == 0 || size > 0x7FFFFFFF) continue;
     probe.resize(size);
     if (ReadOwnMemory(start, probe.data(), probe.size())) ranges.push_back({start, size, 0, true});
   }

@@ -7,6 +7,7 @@
 
 #include "deskaid/common/internal/platform.h"
 #include "deskaid/diag/internal/fixed_text.h"
+#include "deskaid/diag/internal/pe_layout.h"
 
 namespace deskaid {
 namespace {
@@ -25,25 +26,17 @@ void CopyText(char* target, size_t size, const char* text, size_t length) {
 
 constexpr uint32_t kDebugTypeCodeView = 2;
 constexpr size_t kDebugEntrySize = 28;
-constexpr size_t kSectionHeaderSize = 40;
 // More entries than any linker writes: a damaged count must not make the walk long.
 constexpr uint32_t kMaxDebugEntries = 64;
-
-struct PeLayout {
-  uint64_t sectionTable = 0;
-  uint16_t sectionCount = 0;
-};
 
 // The file offset of `rva` through the section table; false outside every section's raw data.
 bool FileOffsetOf(ImageReader read, void* source, const PeLayout& layout, uint32_t rva,
                   uint64_t& offset) {
   for (uint16_t i = 0; i < layout.sectionCount; ++i) {
-    uint8_t section[kSectionHeaderSize];
-    if (!read(source, layout.sectionTable + i * kSectionHeaderSize, section, sizeof section))
-      return false;
-    const uint32_t start = U32(section + 12), rawSize = U32(section + 16);
-    if (rva >= start && rva - start < rawSize) {
-      offset = U32(section + 20) + static_cast<uint64_t>(rva - start);
+    PeSection section;
+    if (!ReadPeSection(read, source, layout, i, section)) return false;
+    if (rva >= section.virtualAddress && rva - section.virtualAddress < section.rawSize) {
+      offset = section.rawOffset + static_cast<uint64_t>(rva - section.virtualAddress);
       return true;
     }
   }
@@ -78,28 +71,22 @@ void ReadCodeView(ImageReader read, void* source, bool mapped, const PeLayout& l
 }
 
 bool ReadPe(ImageReader read, void* source, bool mapped, ModuleIdentity& identity) {
-  uint8_t dos[64];
-  if (!read(source, 0, dos, sizeof dos) || dos[0] != 'M' || dos[1] != 'Z') return false;
-  const uint64_t header = U32(dos + 0x3C);
-  uint8_t file[24];
-  if (!read(source, header, file, sizeof file) || std::memcmp(file, "PE\0\0", 4) != 0) return false;
-  const uint16_t optionalSize = U16(file + 20);
+  PeLayout layout;
+  if (!ReadPeLayout(read, source, layout)) return false;
+  const uint16_t optionalSize = layout.optionalSize;
   uint8_t optional[240] = {};
-  if (optionalSize < 96 || !read(source, header + 24, optional,
+  if (optionalSize < 96 || !read(source, layout.optionalHeader, optional,
                                  optionalSize < sizeof optional ? optionalSize : sizeof optional))
     return false;
   const uint16_t magic = U16(optional);
   if (magic != 0x10B && magic != 0x20B) return false;
   const bool plus = magic == 0x20B;
   identity.format = ImageFormat::kPe;
-  identity.timeStamp = U32(file + 8);
+  identity.timeStamp = layout.timeStamp;
   identity.linkBase = plus ? U64(optional + 24) : U32(optional + 28);
   identity.imageSize = U32(optional + 56);
   identity.size = identity.imageSize;
 
-  PeLayout layout;
-  layout.sectionTable = header + 24 + optionalSize;
-  layout.sectionCount = U16(file + 6);
   const size_t directories = plus ? 112 : 96;
   const uint32_t directoryCount = U32(optional + (plus ? 108 : 92));
   const size_t debug = directories + 6 * 8;

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <map>
 
+#include "deskaid/diag/internal/pe_layout.h"
+
 #if defined(__has_include)
 #if __has_include(<cxxabi.h>)
 #include <cxxabi.h>
@@ -364,21 +366,9 @@ bool PeDwarfSymbols::Open(std::vector<uint8_t> image) {
 }
 
 bool PeDwarfSymbols::Image::ReadSections() {
-  Cursor pe(bytes.data(), bytes.size());
-  if (pe.U(2) != 0x5a4d) return false;  // "MZ"
-  pe.Seek(0x3c);
-  const size_t header = static_cast<size_t>(pe.U(4));
-  pe.Seek(header);
-  if (pe.U(4) != 0x00004550) return false;  // "PE\0\0"
-  pe.Skip(2);
-  const size_t sectionCount = static_cast<size_t>(pe.U(2));
-  pe.Skip(4);
-  const uint64_t symbolTable = pe.U(4), symbolCount = pe.U(4);
-  const size_t optionalSize = static_cast<size_t>(pe.U(2));
-  if (!pe.ok()) return false;
-  // Names longer than eight characters (".debug_line_str") are "/<offset>" into the string table
-  // behind the symbol table.
-  const uint64_t strings = symbolTable + symbolCount * 18;
+  MappedSpan span = {reinterpret_cast<uintptr_t>(bytes.data()), bytes.size()};
+  PeLayout layout;
+  if (!ReadPeLayout(ReadMappedSpan, &span, layout)) return false;
   const struct {
     const char* name;
     Bytes* span;
@@ -391,22 +381,19 @@ bool PeDwarfSymbols::Image::ReadSections() {
                  {".debug_rnglists", &rnglists},
                  {".debug_addr", &addr},
                  {".debug_str_offsets", &strOffsets}};
-  for (size_t i = 0; i < sectionCount; ++i) {
-    Cursor section(bytes.data(), bytes.size(), header + 24 + optionalSize + i * 40);
-    char shortName[9] = {};
-    for (int c = 0; c < 8; ++c) shortName[c] = static_cast<char>(section.U(1));
-    const uint64_t virtualSize = section.U(4);
-    section.Skip(4);
-    const uint64_t rawSize = section.U(4), rawOffset = section.U(4);
-    if (!section.ok()) return false;
-    std::string name = shortName;
-    if (name.size() > 1 && name[0] == '/') {
-      const uint64_t at = strings + std::strtoull(shortName + 1, nullptr, 10);
-      name = StringAt(Bytes{bytes.data(), bytes.size()}, at);
-    }
+  for (uint16_t i = 0; i < layout.sectionCount; ++i) {
+    PeSection section;
+    if (!ReadPeSection(ReadMappedSpan, &span, layout, i, section)) return false;
+    // Names longer than eight characters (".debug_line_str") are kept in the string table.
+    const uint64_t longName = PeLongNameOffset(layout, section);
+    const std::string name =
+        longName != 0 ? StringAt(Bytes{bytes.data(), bytes.size()}, longName) : section.name;
+    const uint64_t rawOffset = section.rawOffset;
     for (const auto& wanted : kWanted) {
       if (name != wanted.name || rawOffset >= bytes.size()) continue;
-      uint64_t size = virtualSize != 0 && virtualSize < rawSize ? virtualSize : rawSize;
+      uint64_t size = section.virtualSize != 0 && section.virtualSize < section.rawSize
+                          ? section.virtualSize
+                          : section.rawSize;
       if (size > bytes.size() - rawOffset) size = bytes.size() - rawOffset;
       *wanted.span = Bytes{bytes.data() + rawOffset, static_cast<size_t>(size)};
     }
