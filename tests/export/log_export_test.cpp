@@ -267,7 +267,8 @@ TEST(LogExportWithSymbols, NamesCodeAddressesFromTheImagesOnTheSymbolPath) {
   // The log's folder alone holds no image; the plain conversion leaves references as they are.
   const auto unnamed = logtest::MessagesNamedFrom(log, dir.PathOf("unnamed.txt"), "");
   ASSERT_EQ(unnamed.size(), 4u);
-  EXPECT_THAT(unnamed[1], HasSubstr("probe ?? (" + image + " is not on the symbol path) <"));
+  for (size_t i : {1, 2})
+    EXPECT_THAT(unnamed[i], HasSubstr(" ?? (" + image + " is not on the symbol path) <"));
   const auto plain = logtest::ExportedMessages(log, dir.PathOf("plain.txt"));
   ASSERT_EQ(plain.size(), 4u);
   EXPECT_THAT(plain[1], AllOf(StartsWith("probe ["), HasSubstr("] <" + image + "+0x")));
