@@ -1,14 +1,7 @@
 // crash_child KIND DIR [box | nolog | second | annotated | withdata | fullmemory]: fails as KIND
 // says under the crash handler, logging to DIR/crash.log; Report writes DIR/report.txt; "second"
-// plants a fault inside the handler; "annotated" sets annotations; "withdata" asks for a dump
-// with data (writing a global's address to DIR/global.txt), "fullmemory" for one of all memory.
-// KIND "plugin" fails inside a shared library of the child's own; "threads2" and "threads8" on
-// that many threads at once; "threadslate" on a second thread a moment after the first;
-// "busylog" while another thread fills a small log; "heaplock" with the heap's lock held (on
-// POSIX inside free()); "heapdamage" after damaging the heap; "loaderlock" with the loader's lock
-// held (on POSIX by another thread, which waits for ever). The POSIX kinds "overflow" fail on a
-// worker thread's stack, and "chained" and "chainedinfo" with a handler installed before (one
-// taking the signal's number only, one its information too).
+// plants a fault inside the handler. KIND is a failure of CrashingFunction (in a library of the
+// child's own for "plugin") or, chosen in main, one of a process that does more (namespace more).
 #include <deskaid/deskaid.h>
 
 #include <cstdlib>
@@ -199,6 +192,7 @@ CHILD_NOINLINE void AfterHeapDamage() {
   *g_null = 2;
 }
 
+// The stack of a worker thread, prepared for the handler, overflows.
 CHILD_NOINLINE void OverflowOnAWorker() {
   std::thread worker([] {
     if (!PrepareThreadForCrashHandler()) std::_Exit(4);
@@ -225,6 +219,7 @@ CHILD_NOINLINE void WithTheLoaderLockHeld() {
   *g_null = 6;
 }
 
+// The handlers installed before the crash handler ("chained", "chainedinfo"), which it calls on.
 void WritePrevious(int) {
   close(open((g_dir + "/previous.txt").c_str(), O_WRONLY | O_CREAT, 0600));
 }
