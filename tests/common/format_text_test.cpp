@@ -5,10 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "support/runtime_format.h"
 
 namespace {
 
@@ -17,20 +18,6 @@ std::string ThroughShim(size_t size, const char* format, ...) {
   va_list args;
   va_start(args, format);
   deskaid::platform::FormatText(out.data(), size, format, args);
-  va_end(args);
-  return out.data();
-}
-
-std::string ThroughRuntime(size_t size, const char* format, ...) {
-  std::vector<char> out(1024 + 1, '\0');  // the largest size the test asks for
-  va_list args;
-  va_start(args, format);
-#ifdef _WIN32
-  _vsnprintf(out.data(), size, format, args);  // unterminated when cut; `out` has a spare zero
-  out[size - 1] = '\0';
-#else
-  std::vsnprintf(out.data(), size, format, args);
-#endif
   va_end(args);
   return out.data();
 }
@@ -49,7 +36,7 @@ TEST(FormatText, EveryShapeGivesTheRuntimesText) {
     for (const char*& one : s) one = strings[random() % 5];
     const size_t size = sizes[random() % 6];
     ASSERT_EQ(ThroughShim(size, format.c_str(), s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7]),
-              ThroughRuntime(size, format.c_str(), s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7]))
+              RuntimeFormat(size, format.c_str(), s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7]))
         << "format \"" << format << "\", size " << size;
   }
 }
