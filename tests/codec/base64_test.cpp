@@ -178,14 +178,4 @@ TEST_P(Base64DirectPath, AgreesWithTheStepsOnAnyInput) {
   }
 }
 
-#if defined(__GNUC__) && (defined(__i386__) || defined(__x86_64__))
-// The coder's own reading of cpuid against the compiler runtime's.
-TEST(Base64Dispatch, OffersWhatTheProcessorHas) {
-  __builtin_cpu_init();
-  EXPECT_TRUE(b64::Supports(b64::Path::kScalar));
-  EXPECT_EQ(b64::Supports(b64::Path::kSsse3), __builtin_cpu_supports("ssse3") != 0);
-  EXPECT_EQ(b64::Supports(b64::Path::kAvx2), __builtin_cpu_supports("avx2") != 0);
-}
-#endif
-
 }  // namespace

@@ -1,7 +1,9 @@
 // The module's one processor detector, beside the compiler runtime's own: a feature missed means
-// a kernel that never runs, one claimed wrongly a kernel that faults.
+// a kernel that never runs, one claimed wrongly a kernel that faults. The Base64 kernel sets are
+// offered by what it finds.
 #include <gtest/gtest.h>
 
+#include <deskaid/codec/internal/base64_vector.h>
 #include <deskaid/common/internal/cpu_features.h>
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
@@ -19,5 +21,9 @@ TEST(CpuFeatures, AgreeWithTheCompilerRuntimesDetection) {
 #endif
   EXPECT_EQ(cpu.avx512Ifma,
             __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512ifma"));
+  namespace b64 = deskaid::base64;
+  EXPECT_TRUE(b64::Supports(b64::Path::kScalar));
+  EXPECT_EQ(b64::Supports(b64::Path::kSsse3), cpu.ssse3);
+  EXPECT_EQ(b64::Supports(b64::Path::kAvx2), cpu.avx2);
 }
 #endif
