@@ -18,16 +18,13 @@ std::vector<unsigned char> Pattern(size_t n) {
   return v;
 }
 
-// RFC 1321's vectors of one block, one whose padding needs a second block (62 bytes) and two
-// blocks. The first also shows digest bytes 0x00 and below 0x10 keeping both their digits.
+// RFC 1321's vectors of one block (and digest bytes 0x00 and below 0x10 keeping both their
+// digits), and of one whose padding needs a second block (62 bytes). OpenSSL checks the others.
 TEST(Md5, Rfc1321Vectors) {
   const char* const cases[][2] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
       {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
        "d174ab98d277d9f5a5611c2c9f419d9f"},
-      {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-       "57edf4a22be3c955ac49da2e2107b67a"},
   };
   for (const auto& c : cases) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(c[0]);
