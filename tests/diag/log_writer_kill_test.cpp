@@ -119,16 +119,6 @@ unsigned EnvNumber(const char* name, unsigned otherwise) {
                                           : otherwise;
 }
 
-// The last record each thread saw written, or -1 for none.
-std::vector<long long> ReadAcks(const std::string& dir, int threads) {
-  std::vector<long long> acks(threads, -1);
-  for (int t = 0; t < threads; ++t) {
-    const std::string text = ReadFileBytes(AckPath(dir, t));
-    if (!text.empty()) acks[t] = std::stoll(text);
-  }
-  return acks;
-}
-
 // Checks what a kill left: the log and, archiving, its archives beside it.
 ::testing::AssertionResult CheckKilledLogs(const std::string& log, const std::string& text,
                                            const KillCase& c, const std::vector<long long>& acks) {
@@ -230,7 +220,11 @@ TEST_P(LogWriterKill, EveryKillLeavesWholeLogsWithEveryRecordWritten) {
     const ChildExit exit = child.Kill();
     ASSERT_FALSE(exit.finished) << "the child ended by itself, with " << exit.code;
 
-    const std::vector<long long> acks = ReadAcks(ackDir, c.threads);
+    std::vector<long long> acks(c.threads, -1);  // the last record each thread saw written
+    for (int t = 0; t < c.threads; ++t) {
+      const std::string text = ReadFileBytes(AckPath(ackDir, t));
+      if (!text.empty()) acks[t] = std::stoll(text);
+    }
     ASSERT_GE(acks[0], 0) << "trial " << trial << ": the child never wrote";
     ASSERT_TRUE(CheckKilledLogs(log, dir.PathOf("text.txt"), c, acks))
         << "trial " << trial << " of DESKAID_KILL_SEED=" << seed;
