@@ -318,6 +318,15 @@ struct LineTable {
   std::vector<std::string> files;  // paths, by the table's own file number
 };
 
+struct LineProgram {
+  Unit unit;                  // the table's own sizes, for the values of its header
+  size_t start = 0, end = 0;  // the opcodes' span in .debug_line
+  uint64_t minimumLength = 0;
+  int64_t lineBase = 0;
+  uint64_t lineRange = 0, opcodeBase = 0;
+  std::vector<uint64_t> argumentCounts;  // of the standard opcodes, from opcode 1
+};
+
 }  // namespace
 
 struct PeDwarfSymbols::Image {
@@ -338,6 +347,8 @@ struct PeDwarfSymbols::Image {
   uint64_t AddressAt(const Unit& unit, uint64_t index) const;
   std::vector<Range> RangesOf(const Entry& entry, const Unit& unit) const;
   std::string FunctionName(size_t unitIndex, uint64_t entry);
+  std::vector<std::string> FileNames(Cursor& in, const LineProgram& program,
+                                     const std::string& unitCompDir);
   const LineTable& LinesOf(size_t unitIndex);
 };
 
@@ -707,41 +718,93 @@ std::string PeDwarfSymbols::Image::FunctionName(size_t unitIndex, uint64_t offse
 
 // --- .debug_line ---------------------------------------------------------------------------
 
-const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
-  auto found = lines.find(unitIndex);
-  if (found != lines.end()) return found->second;
-  LineTable& table = lines[unitIndex];
-  const Unit& owner = units[unitIndex];
-  if (owner.lineTable >= line.size) return table;
-  Cursor in(line.data, line.size, static_cast<size_t>(owner.lineTable));
-  Unit unit;  // the line table's own sizes, for the values of its header
+namespace {
+
+// A line program's header: its own sizes, the file list's place, and what the opcodes need.
+bool ReadLineProgramHeader(const Bytes& line, uint64_t at, uint8_t addressSize,
+                           LineProgram& program, Cursor& in) {
+  in = Cursor(line.data, line.size, static_cast<size_t>(at));
+  Unit& unit = program.unit;
   uint64_t length = in.U(4);
   if (length == 0xffffffff) {
     unit.dwarf64 = true;
     length = in.U(8);
   }
-  if (!in.ok() || length > line.size - in.pos()) return table;
-  const size_t end = in.pos() + static_cast<size_t>(length);
-  in = Cursor(line.data, end, in.pos());
+  if (!in.ok() || length > line.size - in.pos()) return false;
+  program.end = in.pos() + static_cast<size_t>(length);
+  in = Cursor(line.data, program.end, in.pos());
   unit.version = static_cast<uint16_t>(in.U(2));
-  unit.addressSize = owner.addressSize;
-  if (unit.version < 2 || unit.version > 5) return table;
+  unit.addressSize = addressSize;
+  if (unit.version < 2 || unit.version > 5) return false;
   if (unit.version >= 5) {
     unit.addressSize = static_cast<uint8_t>(in.U(1));
     in.Skip(1);  // segment selector size
   }
   const uint64_t headerLength = in.U(unit.dwarf64 ? 8 : 4);
-  const size_t program = in.pos() + static_cast<size_t>(std::min<uint64_t>(headerLength, end));
-  const uint64_t minimumLength = in.U(1);
+  program.start = in.pos() + static_cast<size_t>(std::min<uint64_t>(headerLength, program.end));
+  program.minimumLength = in.U(1);
   if (unit.version >= 4) in.Skip(1);  // operations per instruction
-  const bool defaultIsStatement = in.U(1) != 0;
-  (void)defaultIsStatement;
-  const int64_t lineBase = static_cast<int8_t>(in.U(1));
-  const uint64_t lineRange = in.U(1), opcodeBase = in.U(1);
-  std::vector<uint64_t> argumentCounts(static_cast<size_t>(opcodeBase > 0 ? opcodeBase - 1 : 0));
-  for (uint64_t& count : argumentCounts) count = in.U(1);
-  if (!in.ok() || lineRange == 0) return table;
+  in.Skip(1);                         // whether rows begin as statements, which is not read
+  program.lineBase = static_cast<int8_t>(in.U(1));
+  program.lineRange = in.U(1);
+  program.opcodeBase = in.U(1);
+  program.argumentCounts.resize(
+      static_cast<size_t>(program.opcodeBase > 0 ? program.opcodeBase - 1 : 0));
+  for (uint64_t& count : program.argumentCounts) count = in.U(1);
+  return in.ok() && program.lineRange != 0;
+}
 
+// The rows of the program that begins at `in`.
+void RunLineProgram(Cursor in, const LineProgram& program, std::vector<Row>& rows) {
+  const uint64_t opcodeBase = program.opcodeBase, lineRange = program.lineRange;
+  const uint64_t minimumLength = program.minimumLength;
+  Row row{0, 1, 1, false};
+  while (in.ok() && in.pos() < program.end) {
+    const uint64_t opcode = in.U(1);
+    if (opcode >= opcodeBase) {
+      const uint64_t adjusted = opcode - opcodeBase;
+      row.address += (adjusted / lineRange) * minimumLength;
+      row.line = static_cast<uint32_t>(row.line + program.lineBase +
+                                       static_cast<int64_t>(adjusted % lineRange));
+      rows.push_back(row);
+      continue;
+    }
+    switch (opcode) {
+      case 0: {  // extended
+        const uint64_t size = in.Uleb();
+        const size_t next = in.pos() + static_cast<size_t>(std::min<uint64_t>(size, program.end));
+        const uint64_t sub = size > 0 ? in.U(1) : 0;
+        if (sub == 1) {  // end_sequence
+          row.endsSequence = true;
+          rows.push_back(row);
+          row = Row{0, 1, 1, false};
+        } else if (sub == 2) {  // set_address
+          row.address = in.U(static_cast<size_t>(size - 1 <= 8 ? size - 1 : 8));
+        }
+        in.Seek(next);
+        break;
+      }
+      case 1: rows.push_back(row); break;  // copy
+      case 2: row.address += in.Uleb() * minimumLength; break;
+      case 3: row.line = static_cast<uint32_t>(row.line + in.Sleb()); break;
+      case 4: row.file = in.Uleb(); break;
+      case 8: row.address += ((255 - opcodeBase) / lineRange) * minimumLength; break;
+      case 9: row.address += in.U(2); break;
+      default:
+        for (uint64_t i = 0; opcode - 1 < program.argumentCounts.size() &&
+                             i < program.argumentCounts[static_cast<size_t>(opcode - 1)];
+             ++i)
+          in.Uleb();
+    }
+  }
+}
+
+}  // namespace
+
+// The paths of the files a line program's header lists, by their numbers there.
+std::vector<std::string> PeDwarfSymbols::Image::FileNames(Cursor& in, const LineProgram& program,
+                                                          const std::string& unitCompDir) {
+  const Unit& unit = program.unit;
   std::vector<std::string> folders;
   struct FileEntry {
     std::string name;
@@ -783,10 +846,11 @@ const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
   }
   // A relative name lies in its folder, and a relative folder in the compilation's folder (which
   // version 5 lists as folder 0).
-  const std::string compDir = unit.version >= 5 && !folders.empty() ? folders[0] : owner.compDir;
+  const std::string compDir = unit.version >= 5 && !folders.empty() ? folders[0] : unitCompDir;
+  std::vector<std::string> paths;
   for (const FileEntry& file : files) {
     if (file.name.empty() || IsAbsolute(file.name)) {
-      table.files.push_back(file.name);
+      paths.push_back(file.name);
       continue;
     }
     std::string folder;
@@ -796,51 +860,24 @@ const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
       folder = folders[static_cast<size_t>(file.folder - 1)];
     const bool folderIsCompDir = unit.version >= 5 && file.folder == 0;
     if (!IsAbsolute(folder) && !folderIsCompDir) folder = JoinPath(compDir, folder);
-    table.files.push_back(JoinPath(folder, file.name));
+    paths.push_back(JoinPath(folder, file.name));
   }
+  return paths;
+}
 
-  // The line program.
-  in.Seek(program);
-  Row row{0, 1, 1, false};
-  auto reset = [&] { row = Row{0, 1, 1, false}; };
-  while (in.ok() && in.pos() < end) {
-    const uint64_t opcode = in.U(1);
-    if (opcode >= opcodeBase) {
-      const uint64_t adjusted = opcode - opcodeBase;
-      row.address += (adjusted / lineRange) * minimumLength;
-      row.line =
-          static_cast<uint32_t>(row.line + lineBase + static_cast<int64_t>(adjusted % lineRange));
-      table.rows.push_back(row);
-      continue;
-    }
-    switch (opcode) {
-      case 0: {  // extended
-        const uint64_t size = in.Uleb();
-        const size_t next = in.pos() + static_cast<size_t>(std::min<uint64_t>(size, end));
-        const uint64_t sub = size > 0 ? in.U(1) : 0;
-        if (sub == 1) {  // end_sequence
-          row.endsSequence = true;
-          table.rows.push_back(row);
-          reset();
-        } else if (sub == 2) {  // set_address
-          row.address = in.U(static_cast<size_t>(size - 1 <= 8 ? size - 1 : 8));
-        }
-        in.Seek(next);
-        break;
-      }
-      case 1: table.rows.push_back(row); break;  // copy
-      case 2: row.address += in.Uleb() * minimumLength; break;
-      case 3: row.line = static_cast<uint32_t>(row.line + in.Sleb()); break;
-      case 4: row.file = in.Uleb(); break;
-      case 8: row.address += ((255 - opcodeBase) / lineRange) * minimumLength; break;
-      case 9: row.address += in.U(2); break;
-      default:
-        for (uint64_t i = 0; opcode - 1 < argumentCounts.size() &&
-                             i < argumentCounts[static_cast<size_t>(opcode - 1)];
-             ++i)
-          in.Uleb();
-    }
-  }
+const LineTable& PeDwarfSymbols::Image::LinesOf(size_t unitIndex) {
+  auto found = lines.find(unitIndex);
+  if (found != lines.end()) return found->second;
+  LineTable& table = lines[unitIndex];
+  const Unit& owner = units[unitIndex];
+  LineProgram program;
+  Cursor in(line.data, line.size);
+  if (owner.lineTable >= line.size ||
+      !ReadLineProgramHeader(line, owner.lineTable, owner.addressSize, program, in))
+    return table;
+  table.files = FileNames(in, program, owner.compDir);
+  in.Seek(program.start);
+  RunLineProgram(in, program, table.rows);
   return table;
 }
 
