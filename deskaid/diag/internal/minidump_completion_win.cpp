@@ -134,83 +134,115 @@ void AddDataSections(uint64_t base, std::vector<Range>& ranges) {
   }
 }
 
-// A new memory list, when the writer's has more ranges than readers accept or `extra` ranges are
-// to be added: ranges less than a page apart are joined, where this process can still read the
-// bytes between them. The directory entry at `entryAt` then points to it.
-bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, uint32_t listSize,
-                       std::vector<Range> extra) {
+// The writer's memory list at `listAt`: its ranges, and the span of the file their bytes take.
+struct WrittenRanges {
+  std::vector<Range> ranges;
+  uint64_t dataBegin = 0, dataEnd = 0;
+};
+bool ReadMemoryList(const DumpFile& dump, uint32_t listAt, uint32_t listSize,
+                    WrittenRanges& written) {
   unsigned char count[4];
   if (listSize < 4 || !dump.Read(listAt, count, 4)) return false;
   const uint32_t total = std::min<uint32_t>(U32(count), (listSize - 4) / kRangeSize);
   std::vector<unsigned char> descriptors(size_t{total} * kRangeSize);
   if (!dump.Read(listAt + 4, descriptors.data(), descriptors.size())) return false;
-  std::vector<Range> ranges(total);
-  uint64_t dataBegin = total > 0 ? UINT64_MAX : 0, dataEnd = 0;
+  written.ranges.resize(total);
+  written.dataBegin = total > 0 ? UINT64_MAX : 0;
   for (size_t i = 0; i < total; ++i) {
     const unsigned char* d = &descriptors[i * kRangeSize];
-    ranges[i] = {U64(d), U32(d + 8), U32(d + 12), false};
-    dataBegin = std::min<uint64_t>(dataBegin, ranges[i].fileAt);
-    dataEnd = std::max<uint64_t>(dataEnd, uint64_t{ranges[i].fileAt} + ranges[i].size);
+    Range& range = written.ranges[i];
+    range = {U64(d), U32(d + 8), U32(d + 12), false};
+    written.dataBegin = std::min<uint64_t>(written.dataBegin, range.fileAt);
+    written.dataEnd = std::max<uint64_t>(written.dataEnd, uint64_t{range.fileAt} + range.size);
   }
+  return true;
+}
+
+// The last of the ranges from `first` (in address order) that join into one, and in `end` where
+// the joined range ends: each next range less than a page on, with the bytes between still there
+// to read, and the whole within the 2 GiB a descriptor allows.
+size_t LastOfJoinedRun(const std::vector<Range>& ranges, size_t first, uint64_t& end) {
+  const uint64_t start = ranges[first].address;
+  end = start + ranges[first].size;
+  size_t last = first;
+  std::vector<unsigned char> probe;
+  while (last + 1 < ranges.size() && ranges[last + 1].address <= end + kJoinGap) {
+    const Range& next = ranges[last + 1];
+    const uint64_t nextEnd = std::max(end, next.address + next.size);
+    if (nextEnd - start > 0x7FFFFFFF) break;
+    if (next.address > end) {
+      probe.resize(static_cast<size_t>(next.address - end));
+      if (!ReadOwnMemory(end, probe.data(), probe.size())) break;
+    }
+    end = nextEnd;
+    ++last;
+  }
+  return last;
+}
+
+// The bytes of ranges `first` to `last` joined into one that begins at `bytes`: the gaps from the
+// process as it is now, the ranges taken from the process, and the writer's own bytes over them.
+void ComposeJoinedRange(const std::vector<Range>& ranges, size_t first, size_t last,
+                        const WrittenRanges& written, const std::vector<unsigned char>& data,
+                        unsigned char* bytes) {
+  const uint64_t start = ranges[first].address;
+  uint64_t covered = start + ranges[first].size;
+  for (size_t i = first + 1; i <= last; ++i) {
+    if (ranges[i].address > covered)
+      ReadOwnMemory(covered, bytes + (covered - start),
+                    static_cast<size_t>(ranges[i].address - covered));
+    covered = std::max(covered, ranges[i].address + ranges[i].size);
+  }
+  for (size_t i = first; i <= last; ++i) {
+    if (ranges[i].fromProcess)
+      ReadOwnMemory(ranges[i].address, bytes + (ranges[i].address - start), ranges[i].size);
+  }
+  for (size_t i = first; i <= last; ++i) {
+    if (!ranges[i].fromProcess)
+      std::memcpy(bytes + (ranges[i].address - start),
+                  &data[static_cast<size_t>(ranges[i].fileAt - written.dataBegin)], ranges[i].size);
+  }
+}
+
+// A new memory list, when the writer's has more ranges than readers accept or `extra` ranges are
+// to be added: ranges less than a page apart are joined, where this process can still read the
+// bytes between them. The directory entry at `entryAt` then points to it.
+bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, uint32_t listSize,
+                       std::vector<Range> extra) {
+  WrittenRanges written;
+  if (!ReadMemoryList(dump, listAt, listSize, written)) return false;
+  std::vector<Range>& ranges = written.ranges;
+  const size_t total = ranges.size();
   auto byAddress = [](const Range& a, const Range& b) { return a.address < b.address; };
   std::sort(ranges.begin(), ranges.end(), byAddress);
   // Readers refuse ranges that overlap, which Wine's writer makes for threads waiting at one
   // place (a window of code around each thread's instruction).
   bool overlaps = false;
-  for (size_t i = 1; i < ranges.size(); ++i)
+  for (size_t i = 1; i < total; ++i)
     overlaps = overlaps || ranges[i].address < ranges[i - 1].address + ranges[i - 1].size;
   if (total <= kMaxMemoryRanges && extra.empty() && !overlaps) return true;
   std::sort(extra.begin(), extra.end(), byAddress);
   ranges.insert(ranges.end(), extra.begin(), extra.end());
   std::inplace_merge(ranges.begin(), ranges.begin() + total, ranges.end(), byAddress);
   // The writer's bytes, read at once: the ranges are many and small.
-  std::vector<unsigned char> data(static_cast<size_t>(dataEnd - dataBegin));
-  if (!dump.Read(dataBegin, data.data(), data.size())) return false;
+  std::vector<unsigned char> data(static_cast<size_t>(written.dataEnd - written.dataBegin));
+  if (!dump.Read(written.dataBegin, data.data(), data.size())) return false;
 
   LARGE_INTEGER fileSize;
   if (!GetFileSizeEx(dump.Handle(), &fileSize)) return false;
   const uint64_t appendAt = (static_cast<uint64_t>(fileSize.QuadPart) + 7) & ~uint64_t{7};
-  std::vector<unsigned char> list(4), appended, probe;
-  uint32_t written = 0;
+  std::vector<unsigned char> list(4), appended;
+  uint32_t count = 0;
   for (size_t first = 0; first < ranges.size();) {
-    // The run of ranges from `first` that joins into one.
+    uint64_t end = 0;
+    const size_t last = LastOfJoinedRun(ranges, first, end);
     const uint64_t start = ranges[first].address;
-    uint64_t end = start + ranges[first].size;
-    size_t last = first;
-    while (last + 1 < ranges.size() && ranges[last + 1].address <= end + kJoinGap) {
-      const Range& next = ranges[last + 1];
-      const uint64_t nextEnd = std::max(end, next.address + next.size);
-      if (nextEnd - start > 0x7FFFFFFF) break;
-      if (next.address > end) {  // the bytes between must still be there to read
-        probe.resize(static_cast<size_t>(next.address - end));
-        if (!ReadOwnMemory(end, probe.data(), probe.size())) break;
-      }
-      end = nextEnd;
-      ++last;
-    }
     uint64_t fileAt = ranges[first].fileAt;
     if (last > first || ranges[first].fromProcess) {
       fileAt = appendAt + appended.size();
       const size_t at = appended.size();
       appended.resize(at + static_cast<size_t>(end - start));
-      unsigned char* bytes = &appended[at];
-      // The gaps from the process as it is now; the writer's own bytes over them.
-      uint64_t covered = start + ranges[first].size;
-      for (size_t i = first + 1; i <= last; ++i) {
-        if (ranges[i].address > covered)
-          ReadOwnMemory(covered, bytes + (covered - start),
-                        static_cast<size_t>(ranges[i].address - covered));
-        covered = std::max(covered, ranges[i].address + ranges[i].size);
-      }
-      for (size_t i = first; i <= last; ++i) {
-        if (ranges[i].fromProcess)
-          ReadOwnMemory(ranges[i].address, bytes + (ranges[i].address - start), ranges[i].size);
-      }
-      for (size_t i = first; i <= last; ++i) {
-        if (!ranges[i].fromProcess)
-          std::memcpy(bytes + (ranges[i].address - start),
-                      &data[static_cast<size_t>(ranges[i].fileAt - dataBegin)], ranges[i].size);
-      }
+      ComposeJoinedRange(ranges, first, last, written, data, &appended[at]);
     }
     if (fileAt > 0xFFFFFFFFu) return false;
     unsigned char descriptor[kRangeSize];
@@ -218,10 +250,10 @@ bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, 
     Put32(descriptor + 8, static_cast<uint32_t>(end - start));
     Put32(descriptor + 12, static_cast<uint32_t>(fileAt));
     list.insert(list.end(), descriptor, descriptor + sizeof descriptor);
-    ++written;
+    ++count;
     first = last + 1;
   }
-  Put32(list.data(), written);
+  Put32(list.data(), count);
   uint32_t joinedAt = 0, newListAt = 0;
   if (!appended.empty() &&
       (!dump.Append(appended.data(), appended.size(), joinedAt) || joinedAt != appendAt)) {
