@@ -5,6 +5,9 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "deskaid/diag/internal/module_identity.h"
 #include "export/pe_probe.h"
@@ -116,6 +119,23 @@ TEST(LlvmLogSymbolizerPe, FindsThePdbOfTheImagesBuildInASymbolFolder) {
   EXPECT_EQ(location.function, "probe::Widget::Twice(int)");
   EXPECT_THAT(location.file, EndsWith("tests/export/pe_probe.cpp"));
   EXPECT_EQ(location.line, static_cast<uint32_t>(kPeProbeLine));
+}
+
+// The CodeView record a minidump is given is rebuilt from the identity read out of the image: it
+// must be the linker's own record byte for byte, and need exactly its own size.
+TEST(ModuleIdentityPe, RebuildsTheLinkersCodeViewRecord) {
+  std::ifstream file(DESKAID_PE_PDB_PROBE, std::ios::binary);
+  const std::string image((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const size_t at = image.find("RSDS");
+  ASSERT_NE(at, std::string::npos);
+  const size_t size = 24 + std::strlen(image.c_str() + at + 24) + 1;
+  deskaid::ModuleIdentity identity;
+  ASSERT_TRUE(deskaid::ReadImageFileIdentity(DESKAID_PE_PDB_PROBE, identity));
+  std::string record(size, '\0');
+  auto* out = reinterpret_cast<uint8_t*>(&record[0]);
+  EXPECT_EQ(deskaid::WriteCodeViewRecord(identity, out, size - 1), 0u);
+  ASSERT_EQ(deskaid::WriteCodeViewRecord(identity, out, size), size);
+  EXPECT_EQ(record, image.substr(at, size));
 }
 #endif
 
