@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include <deskaid/math/bigint.h>
 #include <deskaid/math/internal/bigint_alloc.h>
@@ -26,6 +27,10 @@ TEST_F(BigIntNull, TestsAndComparisonsOfANullValue) {
   CBigInt big(1);
   big.Resize(0x40000000, false);
   EXPECT_TRUE(big.IsNull());
+  // Numbers moved from, by construction or by assignment, are null: their storage went along.
+  CBigInt from(5), to(7), taken(std::move(from));
+  to = std::move(taken);
+  EXPECT_TRUE(from.IsNull() && taken.IsNull() && to == five);
 }
 
 // Each allocation of a computation fails in turn: a null step must carry through every later
