@@ -160,12 +160,12 @@ bool ReadMemoryList(const DumpFile& dump, uint32_t listAt, uint32_t listSize,
 
 // The last of the ranges from `first` (in address order) that join into one, and in `end` where
 // the joined range ends: each next range less than a page on, with the bytes between still there
-// to read, and the whole within the 2 GiB a descriptor allows.
-size_t LastOfJoinedRun(const std::vector<Range>& ranges, size_t first, uint64_t& end) {
+// to read (into `probe`), and the whole within the 2 GiB a descriptor allows.
+size_t LastOfJoinedRun(const std::vector<Range>& ranges, size_t first, uint64_t& end,
+                       std::vector<unsigned char>& probe) {
   const uint64_t start = ranges[first].address;
   end = start + ranges[first].size;
   size_t last = first;
-  std::vector<unsigned char> probe;
   while (last + 1 < ranges.size() && ranges[last + 1].address <= end + kJoinGap) {
     const Range& next = ranges[last + 1];
     const uint64_t nextEnd = std::max(end, next.address + next.size);
@@ -183,7 +183,7 @@ size_t LastOfJoinedRun(const std::vector<Range>& ranges, size_t first, uint64_t&
 // The bytes of ranges `first` to `last` joined into one that begins at `bytes`: the gaps from the
 // process as it is now, the ranges taken from the process, and the writer's own bytes over them.
 void ComposeJoinedRange(const std::vector<Range>& ranges, size_t first, size_t last,
-                        const WrittenRanges& written, const std::vector<unsigned char>& data,
+                        const std::vector<unsigned char>& data, uint64_t dataBegin,
                         unsigned char* bytes) {
   const uint64_t start = ranges[first].address;
   uint64_t covered = start + ranges[first].size;
@@ -200,7 +200,7 @@ void ComposeJoinedRange(const std::vector<Range>& ranges, size_t first, size_t l
   for (size_t i = first; i <= last; ++i) {
     if (!ranges[i].fromProcess)
       std::memcpy(bytes + (ranges[i].address - start),
-                  &data[static_cast<size_t>(ranges[i].fileAt - written.dataBegin)], ranges[i].size);
+                  &data[static_cast<size_t>(ranges[i].fileAt - dataBegin)], ranges[i].size);
   }
 }
 
@@ -231,18 +231,18 @@ bool RewriteMemoryList(const DumpFile& dump, uint64_t entryAt, uint32_t listAt, 
   LARGE_INTEGER fileSize;
   if (!GetFileSizeEx(dump.Handle(), &fileSize)) return false;
   const uint64_t appendAt = (static_cast<uint64_t>(fileSize.QuadPart) + 7) & ~uint64_t{7};
-  std::vector<unsigned char> list(4), appended;
+  std::vector<unsigned char> list(4), appended, probe;
   uint32_t count = 0;
   for (size_t first = 0; first < ranges.size();) {
     uint64_t end = 0;
-    const size_t last = LastOfJoinedRun(ranges, first, end);
+    const size_t last = LastOfJoinedRun(ranges, first, end, probe);
     const uint64_t start = ranges[first].address;
     uint64_t fileAt = ranges[first].fileAt;
     if (last > first || ranges[first].fromProcess) {
       fileAt = appendAt + appended.size();
       const size_t at = appended.size();
       appended.resize(at + static_cast<size_t>(end - start));
-      ComposeJoinedRange(ranges, first, last, written, data, &appended[at]);
+      ComposeJoinedRange(ranges, first, last, data, written.dataBegin, &appended[at]);
     }
     if (fileAt > 0xFFFFFFFFu) return false;
     unsigned char descriptor[kRangeSize];

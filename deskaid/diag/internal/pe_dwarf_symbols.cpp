@@ -313,6 +313,14 @@ struct Row {
   bool endsSequence;
 };
 
+// A unit's or a line table's length, which a mark of 0xffffffff says is given in 64 bits, and
+// with it every offset in the unit.
+uint64_t InitialLength(Cursor& in, bool& dwarf64) {
+  const uint64_t length = in.U(4);
+  dwarf64 = length == 0xffffffff;
+  return dwarf64 ? in.U(8) : length;
+}
+
 struct LineTable {
   std::vector<Row> rows;
   std::vector<std::string> files;  // paths, by the table's own file number
@@ -522,11 +530,7 @@ void PeDwarfSymbols::Image::ReadUnits() {
   while (in.ok() && in.pos() < info.size) {
     Unit unit;
     unit.start = in.pos();
-    uint64_t length = in.U(4);
-    if (length == 0xffffffff) {
-      unit.dwarf64 = true;
-      length = in.U(8);
-    }
+    const uint64_t length = InitialLength(in, unit.dwarf64);
     const size_t start = in.pos();
     if (!in.ok() || length > info.size - start) break;
     unit.end = start + static_cast<size_t>(length);
@@ -725,11 +729,7 @@ bool ReadLineProgramHeader(const Bytes& line, uint64_t at, uint8_t addressSize,
                            LineProgram& program, Cursor& in) {
   in = Cursor(line.data, line.size, static_cast<size_t>(at));
   Unit& unit = program.unit;
-  uint64_t length = in.U(4);
-  if (length == 0xffffffff) {
-    unit.dwarf64 = true;
-    length = in.U(8);
-  }
+  const uint64_t length = InitialLength(in, unit.dwarf64);
   if (!in.ok() || length > line.size - in.pos()) return false;
   program.end = in.pos() + static_cast<size_t>(length);
   in = Cursor(line.data, program.end, in.pos());
