@@ -22,13 +22,12 @@ bool ReadPeLayout(ImageReader read, void* source, PeLayout& layout) {
   uint8_t file[4 + kFileHeaderSize];
   if (!read(source, signature, file, sizeof file) || std::memcmp(file, "PE\0\0", 4) != 0)
     return false;
-  layout.fileHeader = signature + 4;
   layout.sectionCount = U16(file + 6);
   layout.timeStamp = U32(file + 8);
   layout.symbolTable = U32(file + 12);
   layout.symbolCount = U32(file + 16);
   layout.optionalSize = U16(file + 20);
-  layout.optionalHeader = layout.fileHeader + kFileHeaderSize;
+  layout.optionalHeader = signature + 4 + kFileHeaderSize;
   layout.sectionTable = layout.optionalHeader + layout.optionalSize;
   return true;
 }

@@ -9,9 +9,8 @@
 namespace deskaid {
 
 struct PeLayout {
-  uint64_t fileHeader = 0;  // the COFF file header, behind "PE\0\0"
   uint32_t timeStamp = 0;
-  uint64_t optionalHeader = 0;
+  uint64_t optionalHeader = 0;  // behind "PE\0\0" and the COFF file header
   uint16_t optionalSize = 0;
   uint64_t sectionTable = 0;
   uint16_t sectionCount = 0;
@@ -25,7 +24,7 @@ bool ReadPeLayout(ImageReader read, void* source, PeLayout& layout);
 
 struct PeSection {
   // As the header holds it: up to eight characters, or "/<decimal offset>" of a longer name in
-  // the string table behind the COFF symbol table (see PeSectionName).
+  // the string table behind the COFF symbol table (see PeLongNameOffset).
   char name[9] = {};
   uint32_t virtualSize = 0;
   uint32_t virtualAddress = 0;
